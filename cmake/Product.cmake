@@ -1,0 +1,54 @@
+# The tool and the library: no exceptions, no RTTI, no heap, nothing at run time but libc and libm.
+
+set(ZR4410_LIBRARY_SOURCES
+    camera/CalibrationTables.cpp camera/Math.cpp camera/QM2150Blocks.cpp camera/QM2150Parameters.cpp
+    camera/QM2150Registers.cpp camera/QM2150Transaction.cpp camera/SnrQM2150Conversions.cpp
+    camera/SnrQM2150Names.cpp camera/SnrQM2150Operations.cpp
+    link/MsgqClient.cpp link/Relay.cpp
+    mcu/McuComm.cpp
+    support/Debug.cpp support/Log.cpp support/Signal.cpp support/Thread.cpp support/Clock.cpp support/Hex.cpp
+    support/Settings.cpp)
+list(TRANSFORM ZR4410_LIBRARY_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/)
+
+set(ZR4410_FRONTEND_SOURCES frontend/DeviceActions.cpp frontend/Options.cpp frontend/Reports.cpp)
+list(TRANSFORM ZR4410_FRONTEND_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/)
+
+add_library(zr4410_options INTERFACE)
+target_include_directories(zr4410_options INTERFACE ${PROJECT_SOURCE_DIR})
+# Conversion results are compared to the bit on every machine: no fused multiply-add, no x87 registers.
+target_compile_options(zr4410_options INTERFACE
+  $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>
+  -fvisibility=hidden -ffunction-sections -fdata-sections -ffp-contract=off)
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "^i[3-6]86$")
+  target_compile_options(zr4410_options INTERFACE -msse2 -mfpmath=sse)
+endif()
+
+# Linking as C keeps the C++ run-time library out.
+function(zr4410_link_as_c target)
+  set_target_properties(${target} PROPERTIES LINKER_LANGUAGE C)
+  target_link_libraries(${target} PRIVATE m)
+  target_link_options(${target} PRIVATE -Wl,--gc-sections -Wl,--as-needed)
+endfunction()
+
+add_library(zr4410_objects OBJECT ${ZR4410_LIBRARY_SOURCES})
+set_target_properties(zr4410_objects PROPERTIES POSITION_INDEPENDENT_CODE ON)
+target_link_libraries(zr4410_objects PUBLIC zr4410_options)
+
+add_library(zr4410 STATIC $<TARGET_OBJECTS:zr4410_objects>)
+target_include_directories(zr4410 INTERFACE ${PROJECT_SOURCE_DIR})
+target_link_libraries(zr4410 INTERFACE m)
+
+add_library(zr4410_shared SHARED $<TARGET_OBJECTS:zr4410_objects>)
+set_target_properties(zr4410_shared PROPERTIES OUTPUT_NAME zr4410 VERSION ${PROJECT_VERSION} SOVERSION 0)
+target_include_directories(zr4410_shared INTERFACE ${PROJECT_SOURCE_DIR})
+zr4410_link_as_c(zr4410_shared)
+
+add_executable(testZR4410 ${PROJECT_SOURCE_DIR}/frontend/testZR4410.cpp ${ZR4410_FRONTEND_SOURCES})
+target_link_libraries(testZR4410 PRIVATE zr4410_options zr4410)
+zr4410_link_as_c(testZR4410)
+
+install(TARGETS testZR4410 zr4410 zr4410_shared)
+foreach(folder camera link mcu support)
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zr4410
+          FILES_MATCHING PATTERN "*.h")
+endforeach()

@@ -1,0 +1,28 @@
+/* The process-wide stop flag and the signal handler that sets it. */
+#ifndef ZR4410_SUPPORT_SIGNAL_H
+#define ZR4410_SUPPORT_SIGNAL_H
+
+#include <stdint.h>
+
+#include "support/CDecls.h"
+
+ZR4410_BEGIN_DECLS
+
+/* Written by the handler, accessed atomically. */
+extern int32_t giSigID;     /* 1: stop; never reset by the program */
+extern int32_t giUsr1SigID; /* 1: SIGUSR1 was caught; cleared by the worker (Thread) */
+extern int32_t giUsr2SigID; /* 1: SIGUSR2 was caught; read by nothing */
+
+/* Stores the stop flag; 1 makes every waiting loop give up. Async-signal-safe. */
+void SetSigID(int32_t value);
+
+/* The stop flag: reads 1 from the first call after SIGINT or SIGTERM. */
+int32_t GetSigID(void);
+
+/* Handler for SIGINT, SIGTERM (set the stop flag), SIGUSR1 and SIGUSR2 (set their latches). Logs each signal at
+   debug level; safe against itself and against any interrupted logging of this library. Keeps errno. */
+void SignalHandler(int signal);
+
+ZR4410_END_DECLS
+
+#endif

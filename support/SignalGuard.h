@@ -1,0 +1,28 @@
+// Holds back the signals that SignalHandler handles.
+#ifndef ZR4410_SUPPORT_SIGNALGUARD_H
+#define ZR4410_SUPPORT_SIGNALGUARD_H
+
+#include <signal.h>
+
+// The handler logs, and syslog is not async-signal-safe: a handler that ran while the interrupted code held one of
+// libc's locks (syslog, localtime, malloc under fopen) would wait for it forever. So every such call, the handler's
+// own included, stands under this guard; a signal that arrives meanwhile is handled when the guard ends.
+class SignalGuard {
+ public:
+  SignalGuard() {
+    sigset_t held;
+    sigemptyset(&held);
+    for (const int signal : {SIGINT, SIGTERM, SIGUSR1, SIGUSR2}) {
+      sigaddset(&held, signal);
+    }
+    pthread_sigmask(SIG_BLOCK, &held, &before_);
+  }
+  ~SignalGuard() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+  SignalGuard(const SignalGuard&) = delete;
+  SignalGuard& operator=(const SignalGuard&) = delete;
+
+ private:
+  sigset_t before_;
+};
+
+#endif

@@ -1,0 +1,22 @@
+/* The notice to the device daemon and the worker that sends it. No run mode of the tool starts the worker. */
+#ifndef ZR4410_SUPPORT_THREAD_H
+#define ZR4410_SUPPORT_THREAD_H
+
+#include <stdint.h>
+
+#include "support/CDecls.h"
+
+ZR4410_BEGIN_DECLS
+
+/* Sends the 36-byte notice AA AA 00 09 AA 02 04 <code> 22 33 44 <checksum> 55 on the request queue. The shared
+   sequence counter is neither read nor advanced and no reply is awaited; a failed send is logged and forgotten.
+   code: 1 or 2 from the worker, any value from others. */
+void SendZR4410Msgq(uint8_t code);
+
+/* Worker body: until the stop flag is set, looks every 100 ms whether SIGUSR1 was caught and sends the notice.
+   Returns 0 when it ends. */
+int Thread(void);
+
+ZR4410_END_DECLS
+
+#endif
