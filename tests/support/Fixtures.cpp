@@ -1,0 +1,62 @@
+#include "tests/support/Fixtures.h"
+
+#include <getopt.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+int testZR4410_main(int argc, char** argv);  // the program's main under another name
+
+extern "C" {
+extern RelayMessage gtMsgqTxBuf, gtMsgqRxBuf;
+}
+
+void ResetProduct() {
+  giSigID = giUsr1SigID = giUsr2SigID = 0;
+  gfDebugFlag = giDebug = 0;
+  giMsgIdTx = giMsgIdRx = -1;
+  gtZR4410MsgqCmdBuf = gtZR4410MsgqRespBuf = gtMsgqTxBuf = gtMsgqRxBuf = {};
+  gbSeqId = gbUart1Command = 0;
+  gtUart1Cmd = gtUart1Resp = {};
+  gtUart1ViscaCmdInq = {};
+  gtUart1ViscaResp = {};
+  gtLensControl = {};
+  gtCamControl = {};
+  gtOtherControl = {};
+  gtEnlargeFun1 = {};
+  gtEnlargeFun2 = {};
+  gtParams = {};
+  giOption = giArgv1 = giArgv2 = giCategoryCode = 0;
+  memset(gbArgv, 0, sizeof gbArgv);
+}
+
+Run RunProgram(std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), "testZR4410");
+  std::vector<char*> argv;
+  for (std::string& argument : arguments) {
+    argv.push_back(argument.data());
+  }
+  argv.push_back(nullptr);
+
+  // getopt_long complains through the stream, not through its descriptor, which stays free for a sanitizer's
+  // report.
+  char* text = nullptr;
+  size_t size = 0;
+  FILE* const realErrors = stderr;
+  stderr = open_memstream(&text, &size);
+  optind = 0;  // starts getopt_long anew
+  Run run{testZR4410_main(static_cast<int>(arguments.size()), argv.data()), ""};
+  fclose(stderr);
+  stderr = realErrors;
+  run.errors.assign(text, size);
+  free(text);
+  return run;
+}
+
+Linked::Linked() {
+  if (ZR4410_MsgQ_Open() != 0) {
+    ADD_FAILURE() << "the queues do not open";
+  }
+  os.Forget();
+}

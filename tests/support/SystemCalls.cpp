@@ -1,0 +1,275 @@
+// The system calls that the product makes, defined here so that the linker prefers them to libc's. They act
+// on the FakeOs that lives and pass on to libc when there is none (gtest itself uses clocks and files).
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/ipc.h>
+#include <sys/msg.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <string>
+
+#include "tests/support/FakeOs.h"
+
+// Where a 32-bit build chose wide times or offsets, the headers have renamed the calls below.
+#if defined(_FILE_OFFSET_BITS) && _FILE_OFFSET_BITS == 64 && __LONG_WIDTH__ == 32
+#define OFFSET_NAME(name) name "64"
+#else
+#define OFFSET_NAME(name) name
+#endif
+#if defined(_TIME_BITS) && _TIME_BITS == 64 && __LONG_WIDTH__ == 32
+#define TIME_NAME(name) "__" name "64"
+#else
+#define TIME_NAME(name) name
+#endif
+
+namespace {
+
+FakeOs*& os = FakeOs::current;
+
+template <typename Function>
+Function* Libc(const char* name) {
+  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+std::string Format(const char* format, va_list arguments) {
+  char text[4096];
+  vsnprintf(text, sizeof text, format, arguments);
+  return text;
+}
+
+// --- Buffered streams: libc's own, on a file of the FakeOs ---
+
+int FileOf(void* cookie) {
+  return static_cast<int>(reinterpret_cast<intptr_t>(cookie));
+}
+
+ssize_t StreamRead(void* cookie, char* out, size_t size) {
+  return os->Read(FileOf(cookie), out, size);
+}
+
+ssize_t StreamWrite(void* cookie, const char* data, size_t size) {
+  const ssize_t written = os->Write(FileOf(cookie), data, size);
+  return written < 0 ? 0 : written;  // 0 is how a stream is told of a failure
+}
+
+int StreamSeek(void* cookie, off64_t* offset, int whence) {
+  *offset = os->Seek(FileOf(cookie), *offset, whence);
+  return 0;
+}
+
+int StreamClose(void* cookie) {
+  const int file = FileOf(cookie);
+  std::erase_if(os->streams, [file](const auto& stream) { return stream.second == file; });
+  return os->Close(file);
+}
+
+FILE* OpenStream(int file, const char* mode) {
+  FILE* const stream = fopencookie(reinterpret_cast<void*>(static_cast<intptr_t>(file)), mode,
+                                   {StreamRead, StreamWrite, StreamSeek, StreamClose});
+  os->streams[stream] = file;
+  return stream;
+}
+
+}  // namespace
+
+extern "C" {
+
+// --- Queues ---
+
+key_t ftok(const char* path, int project) noexcept {
+  return os ? os->Ftok(path, project) : Libc<key_t(const char*, int)>("ftok")(path, project);
+}
+
+int msgget(key_t key, int flags) noexcept {
+  return os ? os->Msgget(key, flags) : Libc<int(key_t, int)>("msgget")(key, flags);
+}
+
+int msgsnd(int queue, const void* message, size_t size, int flags) {
+  return os ? os->Msgsnd(queue, message, size, flags)
+            : Libc<int(int, const void*, size_t, int)>("msgsnd")(queue, message, size, flags);
+}
+
+ssize_t msgrcv(int queue, void* message, size_t size, long type, int flags) {
+  return os ? os->Msgrcv(queue, message, size, type, flags)
+            : Libc<ssize_t(int, void*, size_t, long, int)>("msgrcv")(queue, message, size, type, flags);
+}
+
+pid_t getpid() noexcept {
+  return os ? FakeOs::kPid : Libc<pid_t()>("getpid")();
+}
+
+// --- Log: without a FakeOs nothing is logged, tests leave no traces in the machine's log ---
+
+void openlog(const char* ident, int option, int facility) {
+  if (os) {
+    os->Openlog(ident, option, facility);
+  }
+}
+
+void vsyslog(int priority, const char* format, va_list arguments) {
+  if (os) {
+    os->Syslog(priority, Format(format, arguments));
+  }
+}
+
+void syslog(int priority, const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  vsyslog(priority, format, arguments);
+  va_end(arguments);
+}
+
+// What the two become in a fortified build.
+void __vsyslog_chk(int priority, int, const char* format, va_list arguments) {
+  vsyslog(priority, format, arguments);
+}
+
+void __syslog_chk(int priority, int, const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  vsyslog(priority, format, arguments);
+  va_end(arguments);
+}
+
+void closelog() {
+  if (os) {
+    os->Closelog();
+  }
+}
+
+// --- Time ---
+
+int usleep(useconds_t microseconds) {
+  if (!os) {
+    return Libc<int(useconds_t)>("usleep")(microseconds);
+  }
+  if (os->Sleep(microseconds, "usleep") != 0) {
+    errno = EINTR;
+    return -1;
+  }
+  return 0;
+}
+
+unsigned sleep(unsigned seconds) {
+  return os ? static_cast<unsigned>((os->Sleep(uint64_t{seconds} * 1000000, "sleep") + 999999) / 1000000)
+            : Libc<unsigned(unsigned)>("sleep")(seconds);
+}
+
+int clock_gettime(clockid_t clock, timespec* now) noexcept {
+  if (!os) {
+    static const auto libc = Libc<int(clockid_t, timespec*)>(TIME_NAME("clock_gettime"));
+    return libc(clock, now);
+  }
+  if (!os->Enter("clock_gettime")) {
+    return -1;
+  }
+  if (clock == CLOCK_MONOTONIC) {
+    now->tv_sec = static_cast<time_t>(os->Now() / 1000000000);
+    now->tv_nsec = static_cast<long>(os->Now() % 1000000000);
+  } else {
+    *now = {os->wallClock, 0};
+  }
+  return 0;
+}
+
+time_t time(time_t* now) noexcept {
+  if (!os) {
+    return Libc<time_t(time_t*)>(TIME_NAME("time"))(now);
+  }
+  os->Enter("time");
+  if (now) {
+    *now = os->wallClock;
+  }
+  return os->wallClock;
+}
+
+// --- Signals: a FakeOs installs no handler, it calls SignalHandler ---
+
+int sigaction(int signal, const struct sigaction* action, struct sigaction* old) noexcept {
+  if (!os || !action) {
+    return Libc<int(int, const struct sigaction*, struct sigaction*)>("sigaction")(signal, action, old);
+  }
+  if (!os->Enter("sigaction")) {
+    return -1;
+  }
+  os->AddHandler(
+      {signal, action->sa_handler, action->sa_flags, sigisemptyset(&action->sa_mask) == 1, old != nullptr});
+  return 0;
+}
+
+// --- Files ---
+
+FILE* fopen(const char* path, const char* mode) {
+  if (!os) {
+    return Libc<FILE*(const char*, const char*)>(OFFSET_NAME("fopen"))(path, mode);
+  }
+  const int write = strchr(mode, '+') ? O_RDWR : O_WRONLY;
+  const int file = os->Open(path, *mode == 'r'   ? (strchr(mode, '+') ? O_RDWR : O_RDONLY)
+                                  : *mode == 'w' ? write | O_CREAT | O_TRUNC
+                                                 : write | O_CREAT | O_APPEND);
+  return file < 0 ? nullptr : OpenStream(file, mode);
+}
+
+FILE* fdopen(int file, const char* mode) noexcept {
+  return os && os->IsOpen(file) ? OpenStream(file, mode)
+                                : Libc<FILE*(int, const char*)>("fdopen")(file, mode);
+}
+
+int fileno(FILE* stream) noexcept {
+  if (os) {
+    if (const auto found = os->streams.find(stream); found != os->streams.end()) {
+      return found->second;
+    }
+  }
+  return Libc<int(FILE*)>("fileno")(stream);
+}
+
+int open(const char* path, int flags, ...) {
+  if (os) {
+    return os->Open(path, flags);
+  }
+  va_list arguments;
+  va_start(arguments, flags);
+  const auto mode = va_arg(arguments, mode_t);
+  va_end(arguments);
+  return Libc<int(const char*, int, ...)>(OFFSET_NAME("open"))(path, flags, mode);
+}
+
+ssize_t read(int file, void* out, size_t size) {
+  return os && os->IsOpen(file) ? os->Read(file, static_cast<char*>(out), size)
+                                : Libc<ssize_t(int, void*, size_t)>("read")(file, out, size);
+}
+
+ssize_t write(int file, const void* data, size_t size) {
+  return os && os->IsOpen(file) ? os->Write(file, static_cast<const char*>(data), size)
+                                : Libc<ssize_t(int, const void*, size_t)>("write")(file, data, size);
+}
+
+int fsync(int file) {
+  return os && os->IsOpen(file) ? os->Fsync(file) : Libc<int(int)>("fsync")(file);
+}
+
+int close(int file) {
+  return os && os->IsOpen(file) ? os->Close(file) : Libc<int(int)>("close")(file);
+}
+
+int rename(const char* from, const char* to) noexcept {
+  return os ? os->Rename(from, to) : Libc<int(const char*, const char*)>("rename")(from, to);
+}
+
+int unlink(const char* path) noexcept {
+  return os ? os->Unlink(path) : Libc<int(const char*)>("unlink")(path);
+}
+
+int remove(const char* path) noexcept {
+  return os ? os->Unlink(path) : Libc<int(const char*)>("remove")(path);
+}
+
+}  // extern "C"

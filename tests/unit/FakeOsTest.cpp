@@ -1,0 +1,189 @@
+// The fake operating system itself: the other tests lean on it.
+#include <fcntl.h>
+#include <gtest/gtest-spi.h>
+#include <sys/msg.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+
+#include "support/SignalGuard.h"
+#include "tests/support/Fixtures.h"
+
+namespace {
+
+class FakeOsTest : public Linked {
+ protected:
+  int Send() { return ZR4410_MsgQ_Send(&message); }
+  int Receive() { return ZR4410_MsgQ_Receive(&received); }
+  RelayMessage message{4711, {0xAA, 0xAA, 7, 6, 0xAA, 0x10, 1, 1, 0x44, 0x55}}, received{};
+};
+
+TEST_F(FakeOsTest, AnswersARequestWithAGoodFrame) {
+  os.Reply({0x23, 0x42});
+  EXPECT_EQ(Send(), 0);
+  EXPECT_EQ(Receive(), 0);
+  EXPECT_EQ(Hex(Bytes(received.body, received.body + 11)), "AA AA 07 07 AA 90 02 23 42 5F 55");
+  EXPECT_EQ(os.Slept(), std::vector<unsigned>{50000});
+  EXPECT_THAT(os.Frames(), ElementsAre(Bytes{0xAA, 0x10, 0x01, 0x01, 0x44, 0x55}));
+  EXPECT_THAT(os.Packets(), ElementsAre(Bytes{0x01}));
+}
+
+TEST_F(FakeOsTest, SpoilsWhatItIsToldTo) {
+  os.Reply({0x23}).Header(1, 2).Id(3).FrameLength(4).Start(5).Code(6).Length(7).Checksum(8).Stop(9).Type(10);
+  EXPECT_EQ(Send(), 0);
+  EXPECT_EQ(Receive(), 0);
+  EXPECT_EQ(received.type, 10);
+  EXPECT_EQ(Hex(Bytes(received.body, received.body + 10)), "01 02 03 04 05 06 07 23 08 09");
+}
+
+TEST_F(FakeOsTest, ShowsEverythingInOrder) {
+  os.NoReply();
+  os.Arrive(Bytes(36), 0);
+  os.Arrive(Bytes(37), 60);
+  os.StopAt("usleep", 3);
+  EXPECT_EQ(Send(), 0);
+  EXPECT_EQ(Receive(), -55);
+  EXPECT_EQ(Receive(), -15);
+  EXPECT_THAT(
+      os.Timeline(),
+      ElementsAre(
+          "receive 36", "receive nothing",
+          "send 4711 AA AA 07 06 AA 10 01 01 44 55 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
+          "00 00 00 00 00 00 00 00 00",
+          "sleep 50000", "receive nothing", "sleep 50000", "receive error 7",
+          "log 3 msgrcv len failed(-1)!7:Argument list too long", "sleep 50000"));
+  EXPECT_EQ(os.ElapsedMs(), 150);
+  os.RemovePoison();
+  EXPECT_EQ(os.Waiting(), 0U);
+}
+
+TEST_F(FakeOsTest, ASignalCutsASleepShort) {
+  os.SignalAt(1200, SIGUSR1);
+  EXPECT_EQ(sleep(3), 2U);
+  EXPECT_EQ(os.ElapsedMs(), 1200);
+  os.SignalAt(10, SIGUSR1);
+  EXPECT_EQ(usleep(20000), -1);
+  EXPECT_EQ(usleep(20000), 0);
+  EXPECT_EQ(os.ElapsedMs(), 1230);
+  EXPECT_EQ(giUsr1SigID, 1);
+}
+
+TEST_F(FakeOsTest, FailsTheCallsItIsToldTo) {
+  os.Fail("msgsnd", EAGAIN, 2, 2);
+  EXPECT_EQ(Send(), 0);
+  EXPECT_EQ(Send(), -1);
+  os.Forget();
+  EXPECT_EQ(Send(), -1);
+  EXPECT_EQ(Send(), 0);
+  EXPECT_EQ(os.Calls("msgsnd"), 2);
+}
+
+TEST_F(FakeOsTest, KeepsFilesInMemory) {
+  FILE* const out = fopen("/new", "w");
+  ASSERT_NE(out, nullptr);
+  EXPECT_EQ(fputs("one\ntwo\n", out), 1);
+  EXPECT_EQ(os.files["/new"], "");
+  EXPECT_EQ(fflush(out), 0);
+  EXPECT_EQ(os.files["/new"], "one\ntwo\n");
+  EXPECT_EQ(os.AfterPowerCut()["/new"], "");
+  EXPECT_EQ(fsync(fileno(out)), 0);
+  EXPECT_EQ(os.AfterPowerCut()["/new"], "one\ntwo\n");
+  EXPECT_EQ(fclose(out), 0);
+  EXPECT_EQ(rename("/new", "/newer"), 0);
+  EXPECT_EQ(os.files.count("/new"), 0U);
+  FILE* const in = fopen("/newer", "r");
+  ASSERT_NE(in, nullptr);
+  char line[16];
+  EXPECT_STREQ(fgets(line, sizeof line, in), "one\n");
+  rewind(in);
+  EXPECT_STREQ(fgets(line, sizeof line, in), "one\n");
+  EXPECT_EQ(fclose(in), 0);
+  EXPECT_EQ(fopen("/none", "r"), nullptr);
+  EXPECT_EQ(errno, ENOENT);
+  EXPECT_EQ(os.OpenFiles(), 0U);
+}
+
+TEST_F(FakeOsTest, AFileStepFails) {
+  os.FailFileStep(2, ENOSPC);
+  FILE* const out = fopen("/new", "w");
+  ASSERT_NE(out, nullptr);
+  EXPECT_EQ(fputs("text", out), 1);
+  EXPECT_EQ(fflush(out), EOF);
+  EXPECT_EQ(errno, ENOSPC);
+  fclose(out);
+}
+
+TEST_F(FakeOsTest, AfterBeingKilledNothingHasAnEffect) {
+  os.KillAtFileStep(2);
+  FILE* const out = fopen("/new", "w");
+  ASSERT_NE(out, nullptr);
+  EXPECT_EQ(fputs("text", out), 1);
+  EXPECT_EQ(fclose(out), 0);
+  EXPECT_EQ(rename("/new", "/sysconf/conf.img"), 0);
+  EXPECT_TRUE(os.Killed());
+  EXPECT_EQ(os.files["/new"], "");
+  EXPECT_EQ(os.files["/sysconf/conf.img"], "EXT_DEBUG=0\n");
+  EXPECT_THAT(os.FileSteps(), ElementsAre("open w /new", "write /new"));
+}
+
+TEST_F(FakeOsTest, CapturesStandardOutput) {
+  printf("a %d\n", 1);
+  EXPECT_EQ(os.Output(), "a 1\n");
+  puts("b");
+  EXPECT_EQ(os.Output(), "a 1\nb\n");
+  os.Forget();
+  EXPECT_EQ(os.Output(), "");
+}
+
+void LogUnguarded() {
+  FakeOs os;
+  openlog("testZR4410", LOG_CONS | LOG_PID, LOG_USER);
+  syslog(LOG_ERR, "text");
+  closelog();
+}
+
+void LogAsAnother() {
+  FakeOs os;
+  const SignalGuard guard;
+  openlog("other", LOG_CONS | LOG_PID, LOG_USER);
+  syslog(LOG_ERR, "text");
+  closelog();
+}
+
+void Block() {
+  FakeOs os;
+  struct {
+    long type;
+    char body[36];
+  } message;
+  msgrcv(FakeOs::kReplyQueue, &message, 36, 0, 0);
+}
+
+void SleepWithSignalsHeld() {
+  FakeOs os;
+  sigset_t held;
+  sigemptyset(&held);
+  sigaddset(&held, SIGTERM);
+  sigprocmask(SIG_BLOCK, &held, nullptr);
+  usleep(1);
+  sigprocmask(SIG_UNBLOCK, &held, nullptr);
+}
+
+TEST(FakeOsWatch, ReportsWhatNoProgramMayDo) {
+  EXPECT_NONFATAL_FAILURE(LogUnguarded(), "logging while a handler that logs can interrupt it: text");
+  EXPECT_NONFATAL_FAILURE(LogAsAnother(), "openlog other 3 8");
+  EXPECT_NONFATAL_FAILURE(Block(), "msgrcv of 36 bytes, type 0, flags 0");
+  EXPECT_NONFATAL_FAILURE(SleepWithSignalsHeld(), "sleeping while the handled signals are held back");
+}
+
+TEST(FakeOsWatch, ThereIsNoneOutsideATest) {
+  EXPECT_EQ(FakeOs::current, nullptr);
+  timespec now;
+  EXPECT_EQ(clock_gettime(CLOCK_MONOTONIC, &now), 0);
+  EXPECT_NE(getpid(), FakeOs::kPid);
+}
+
+}  // namespace
