@@ -78,47 +78,47 @@ int QM2150_WbOnePushTrigger(void);
 /* --- Settings: each is read by one inquiry and written by one command that is confirmed by up to two read-backs,
    50 ms apart. The codes and bytes of each stand in the table in QM2150Parameters.cpp. --- */
 
-int QM2150_GetNR(uint8_t* value);              /* 0..15, noise reduction level */
+int QM2150_GetNR(uint8_t* value); /* 0..15, noise reduction level */
 int QM2150_SetNR(uint8_t value);
 int QM2150_GetWdrParams(tWdrParam* params);
 int QM2150_SetWdrParams(const tWdrParam* params);
 int QM2150_GetWdrMode(uint8_t* value);
 int QM2150_SetWdrMode(uint8_t value);
-int QM2150_GetBgain(uint8_t* value);           /* 0..255 */
+int QM2150_GetBgain(uint8_t* value); /* 0..255 */
 int QM2150_SetBgain(uint8_t value);
-int QM2150_GetRgain(uint8_t* value);           /* 0..255 */
+int QM2150_GetRgain(uint8_t* value); /* 0..255 */
 int QM2150_SetRgain(uint8_t value);
-int QM2150_GetIrisPos(uint8_t* value);         /* position, see SnrQM2150_IrisPos2Fno */
+int QM2150_GetIrisPos(uint8_t* value); /* position, see SnrQM2150_IrisPos2Fno */
 int QM2150_SetIrisPos(uint8_t value);
-int QM2150_GetGainPos(uint8_t* value);         /* position, see SnrQM2150_GainPos2dB */
+int QM2150_GetGainPos(uint8_t* value); /* position, see SnrQM2150_GainPos2dB */
 int QM2150_SetGainPos(uint8_t value);
-int QM2150_GetGainLimit(uint8_t* value);       /* 0..15 */
+int QM2150_GetGainLimit(uint8_t* value); /* 0..15 */
 int QM2150_SetGainLimit(uint8_t value);
 int QM2150_GetHighSensitivity(uint8_t* value); /* 2 on, 3 off */
 int QM2150_SetHighSensitivity(uint8_t value);
-int QM2150_GetExpCompStep(uint8_t* value);     /* 0..14, see SnrQM2150_ExpCompPos2Db; above 15 never confirmed */
+int QM2150_GetExpCompStep(uint8_t* value); /* 0..14, see SnrQM2150_ExpCompPos2Db; above 15 never confirmed */
 int QM2150_SetExpCompStep(uint8_t value);
-int QM2150_GetExpComp(uint8_t* value);         /* 2 on, 3 off */
+int QM2150_GetExpComp(uint8_t* value); /* 2 on, 3 off */
 int QM2150_SetExpComp(uint8_t value);
-int QM2150_GetPictureFlip(uint8_t* value);     /* 2 on, 3 off */
+int QM2150_GetPictureFlip(uint8_t* value); /* 2 on, 3 off */
 int QM2150_SetPictureFlip(uint8_t value);
-int QM2150_GetLrReverse(uint8_t* value);       /* 2 on, 3 off */
+int QM2150_GetLrReverse(uint8_t* value); /* 2 on, 3 off */
 int QM2150_SetLrReverse(uint8_t value);
-int QM2150_GetIcr(uint8_t* value);             /* infra-red cut filter removed: 2 on (night), 3 off (day) */
+int QM2150_GetIcr(uint8_t* value); /* infra-red cut filter removed: 2 on (night), 3 off (day) */
 int QM2150_SetIcr(uint8_t value);
-int QM2150_GetAutoIcr(uint8_t* value);         /* 2 on, 3 off */
+int QM2150_GetAutoIcr(uint8_t* value); /* 2 on, 3 off */
 int QM2150_SetAutoIcr(uint8_t value);
-int QM2150_GetColorGain(uint8_t* value);       /* 0..14 */
+int QM2150_GetColorGain(uint8_t* value); /* 0..14 */
 int QM2150_SetColorGain(uint8_t value);
-int QM2150_GetShutter(uint16_t* value);        /* position, see SnrQM2150_Pos2Shutter */
+int QM2150_GetShutter(uint16_t* value); /* position, see SnrQM2150_Pos2Shutter */
 int QM2150_SetShutter(uint16_t value);
 int QM2150_GetAfMode(uint8_t* value);
 int QM2150_SetAfMode(uint8_t value);
-int QM2150_GetFocusMode(uint8_t* value);       /* 2 auto, 3 manual */
+int QM2150_GetFocusMode(uint8_t* value); /* 2 auto, 3 manual */
 int QM2150_SetFocusMode(uint8_t value);
-int QM2150_GetAeMode(uint8_t* value);          /* a code of SnrQM2150_AeMode2Str */
+int QM2150_GetAeMode(uint8_t* value); /* a code of SnrQM2150_AeMode2Str */
 int QM2150_SetAeMode(uint8_t value);
-int QM2150_GetWbMode(uint8_t* value);          /* a code of SnrQM2150_WbMode2Str; -60 for a reply of a wrong length */
+int QM2150_GetWbMode(uint8_t* value); /* a code of SnrQM2150_WbMode2Str; -60 for a reply of a wrong length */
 int QM2150_SetWbMode(uint8_t value);
 
 /* 0 when all five fields are equal, otherwise -60. */
@@ -137,7 +137,7 @@ typedef struct {
   uint8_t afMode;          /* 0 normal, 1 interval, 2 zoom trigger */
   uint8_t afSensitivity;
   uint8_t digitalZoom;
-  uint8_t focusMode;       /* 0 manual, 1 auto */
+  uint8_t focusMode; /* 0 manual, 1 auto */
   uint8_t lowContrastDetect;
   uint8_t camMemoryRecall;
   uint8_t focusCmd;

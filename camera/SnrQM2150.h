@@ -12,7 +12,7 @@ ZR4410_BEGIN_DECLS
 
 /* A calibration point, in ascending order of position in each table. */
 typedef struct {
-  int32_t value;       /* centimetres, or magnification */
+  int32_t value; /* centimetres, or magnification */
   uint16_t position;
   uint8_t reserved[2]; /* zero */
 } CalibrationEntry;
@@ -62,14 +62,14 @@ typedef struct {
 
 extern StartupParams gtParams;
 
-int SnrQM2150_SetFocusMode(int32_t mode);                /* 1 auto, 0 manual */
-int SnrQM2150_SetBlcIndex(int32_t index);                /* backlight compensation 0..8; any other acts as 4 */
-int SnrQM2150_SetMirror(int32_t on);                     /* 1 or 0 */
+int SnrQM2150_SetFocusMode(int32_t mode);                  /* 1 auto, 0 manual */
+int SnrQM2150_SetBlcIndex(int32_t index);                  /* backlight compensation 0..8; any other acts as 4 */
+int SnrQM2150_SetMirror(int32_t on);                       /* 1 or 0 */
 int SnrQM2150_SetMirrorFlip(int32_t mirror, int32_t flip); /* 0 or 1 each */
-int SnrQM2150_SetDnIsMode(void);                         /* automatic day/night */
+int SnrQM2150_SetDnIsMode(void);                           /* automatic day/night */
 int SnrQM2150_SetDnNightMode(void);
 int SnrQM2150_SetDnDayMode(void);
-int SnrQM2150_SetSaturation(int32_t index);              /* 124..138 span colour gain 0..14, limited outside */
+int SnrQM2150_SetSaturation(int32_t index); /* 124..138 span colour gain 0..14, limited outside */
 
 /* Changes the sensor mode for 50 Hz (1080p 25fps) or 60 Hz (1080p 30fps) mains, with a power cycle of the camera: 9 to
    about 13 seconds, at once if the mode is set already. -59 for another frequency or a mode that never took. */

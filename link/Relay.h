@@ -30,7 +30,7 @@ typedef struct {
   uint8_t data[16];   /* the first count used */
   uint8_t terminator; /* 0xFF */
   uint8_t checksum;
-  uint8_t stop;       /* 0x55 */
+  uint8_t stop; /* 0x55 */
 } ViscaRequestFrame;
 
 /* Camera reply frame, 25 bytes. */

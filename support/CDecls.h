@@ -3,8 +3,12 @@
 #define ZR4410_SUPPORT_CDECLS_H
 
 #ifdef __cplusplus
-#define ZR4410_BEGIN_DECLS extern "C" { _Pragma("GCC visibility push(default)")
-#define ZR4410_END_DECLS _Pragma("GCC visibility pop") }
+#define ZR4410_BEGIN_DECLS \
+  extern "C" {             \
+  _Pragma("GCC visibility push(default)")
+#define ZR4410_END_DECLS        \
+  _Pragma("GCC visibility pop") \
+  }
 #else
 #define ZR4410_BEGIN_DECLS
 #define ZR4410_END_DECLS

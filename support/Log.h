@@ -9,4 +9,14 @@
 // Holds the handled signals back meanwhile, so that SignalHandler may log at any time.
 [[gnu::format(printf, 2, 3)]] void Log(int level, const char* format, ...);
 
+// The line between sections of the log, 51 '=' at LOG_INFO.
+void LogSeparator();
+
+// Logs a failure's one line at LOG_ERR and hands its result on: return Failed("ftok keyTx failed!",
+// RESULT_FAILED).
+int Failed(const char* line, int result);
+
+// The same, but a stop request (RESULT_STOPPED) passes without a line.
+int FailedUnlessStopped(const char* line, int result);
+
 #endif

@@ -4,9 +4,12 @@
 
 #include <signal.h>
 
-// The handler logs, and syslog is not async-signal-safe: a handler that ran while the interrupted code held one of
-// libc's locks (syslog, localtime, malloc under fopen) would wait for it forever. So every such call, the handler's
-// own included, stands under this guard; a signal that arrives meanwhile is handled when the guard ends.
+#include <initializer_list>
+
+// The handler logs, and syslog is not async-signal-safe: a handler that ran while the interrupted code held
+// one of libc's locks (syslog, localtime, malloc under fopen) would wait for it forever. So every such call,
+// the handler's own included, stands under this guard; a signal that arrives meanwhile is handled when the
+// guard ends.
 class SignalGuard {
  public:
   SignalGuard() {

@@ -1,0 +1,65 @@
+#include "camera/Math.h"
+
+#include <cmath>
+#include <limits>
+
+#include "support/Results.h"
+
+namespace {
+
+constexpr double kLog2E = 1.4426950408889634;
+constexpr double kLevelsPerDoubling = 8.0;
+constexpr uint32_t kMaxLevel = 56;
+
+}  // namespace
+
+// The order of operations is fixed: results are compared to the bit.
+int InterpolationX(const InterpolationPoint* p0, const InterpolationPoint* p1, InterpolationPoint* p) {
+  p->x = p0->x + (p->y - p0->y) / (p1->y - p0->y) * (p1->x - p0->x);
+  return RESULT_OK;
+}
+
+int InterpolationY(const InterpolationPoint* p0, const InterpolationPoint* p1, InterpolationPoint* p) {
+  p->y = p0->y + (p->x - p0->x) / (p1->x - p0->x) * (p1->y - p0->y);
+  return RESULT_OK;
+}
+
+double Gain2dB(double gain) {
+  return 20.0 * std::log(gain);
+}  // the natural logarithm, on purpose
+
+int Gain2GainLevel(double gain, int32_t* level) {
+  if (!(gain >= 1.0 && gain <= 128.5)) {  // refuses what is not a number too
+    return RESULT_BAD_LEVEL;
+  }
+  // Gains of 8, 64 and 128 come out just under their level: so it stays.
+  *level = static_cast<int32_t>(std::log(gain) * kLog2E * kLevelsPerDoubling);
+  return RESULT_OK;
+}
+
+double dB2Gain(double dB) {
+  return std::pow(10.0, dB / 20.0);
+}
+
+int GainLevel2Gain(uint32_t level, double* gain) {
+  if (level > kMaxLevel) {
+    return RESULT_BAD_LEVEL;
+  }
+  *gain = std::pow(2.0, level * 0.125);
+  return RESULT_OK;
+}
+
+int32_t Ev2Value(int32_t value, double ev) {
+  using Limits = std::numeric_limits<int32_t>;
+  const double product = value * std::pow(2.0, ev);
+  if (std::isnan(product)) {
+    return 0;
+  }
+  if (product >= Limits::max()) {
+    return Limits::max();
+  }
+  if (product <= Limits::min()) {
+    return Limits::min();
+  }
+  return static_cast<int32_t>(product);
+}

@@ -1,0 +1,77 @@
+#include <unistd.h>
+
+#include "camera/QM2150.h"
+#include "camera/QM2150Transaction.h"
+#include "support/Log.h"
+#include "support/Results.h"
+
+namespace {
+
+constexpr uint8_t kCodeRegister = 0x24;
+constexpr uint8_t kRegisterSnrMode = 0x72;
+constexpr uint8_t kCodeVersion = 0x02;
+constexpr uint8_t kCodeWbTrigger = 0x10;
+constexpr uint8_t kOnePush = 0x05;
+
+}  // namespace
+
+int QM2150_SetRegisterValue(uint8_t number, uint8_t value) {
+  const uint8_t data[] = {kCodeRegister, number, static_cast<uint8_t>(value >> 4), static_cast<uint8_t>(value & 0x0F)};
+  PrepareRequest(kSelectorCommand, kCategoryCamera, sizeof data, data);
+  if (const int result = ProcessVisca(); result < 0) {
+    return result;
+  }
+  return CheckAcknowledged();
+}
+
+int QM2150_GetRegisterValue(uint8_t number, uint8_t* value) {
+  const uint8_t data[] = {kCodeRegister, number};
+  PrepareRequest(kSelectorInquiry, kCategoryCamera, sizeof data, data);
+  if (const int result = ProcessVisca(); result < 0) {
+    return result;
+  }
+  // The reply is used as it stands: neither judged nor masked.
+  *value = static_cast<uint8_t>((gtUart1ViscaResp.middle[0] << 4) + gtUart1ViscaResp.middle[1]);
+  return RESULT_OK;
+}
+
+int QM2150_GetSnrMode(uint8_t* mode) {
+  return QM2150_GetRegisterValue(kRegisterSnrMode, mode);
+}
+
+int QM2150_SetSnrMode(uint8_t mode) {
+  if (const int result = QM2150_SetRegisterValue(kRegisterSnrMode, mode); result < 0) {
+    return Failed("QM2150_SetRegisterValue failed!", result);
+  }
+  for (int attempt = 1; attempt <= 2; ++attempt) {
+    usleep(50000);
+    uint8_t readBack = 0;
+    if (const int result = QM2150_GetSnrMode(&readBack); result < 0) {
+      return Failed("QM2150_GetSnrMode failed!", result);
+    }
+    if (readBack == mode) {
+      return RESULT_OK;
+    }
+  }
+  // A mode that does not take is told to the log only: the result is the last read's, on purpose.
+  return Failed("QM2150_SetSnrMode bRegValue != bReadRegValue failed!", RESULT_OK);
+}
+
+int QM2150_GetVersion(uint16_t* model, uint16_t* romVersion) {
+  PrepareRequest(kSelectorInquiry, kCategoryInterface, 1, &kCodeVersion);
+  if (const int result = ProcessVisca(); result < 0) {
+    return result;
+  }
+  const uint8_t* const m = gtUart1ViscaResp.middle;  // vendor word, model, ROM version, sockets; not judged
+  *model = static_cast<uint16_t>(m[2] << 8 | m[3]);
+  *romVersion = static_cast<uint16_t>(m[4] << 8 | m[5]);
+  return RESULT_OK;
+}
+
+int QM2150_WbOnePushTrigger(void) {
+  const uint8_t data[] = {kCodeWbTrigger, kOnePush};
+  if (const int result = QM2150_Command(sizeof data, data); result < 0) {
+    return Failed("QM2150_Command fail!\n", result);
+  }
+  return RESULT_OK;
+}

@@ -1,0 +1,193 @@
+#include "camera/QM2150Transaction.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+
+#include "link/Frame.h"
+#include "link/MsgqClient.h"
+#include "link/Relay.h"
+#include "mcu/McuComm.h"
+#include "support/Debug.h"
+#include "support/Log.h"
+#include "support/Results.h"
+
+ViscaRequestFrame gtUart1ViscaCmdInq;
+ViscaReplyFrame gtUart1ViscaResp;
+
+static_assert(sizeof(tVisca) == 20);
+
+namespace {
+
+constexpr uint8_t kAddress = 0x81;  // camera at address 1
+constexpr uint8_t kReplyHeader = 0x90;
+constexpr uint8_t kTerminator = 0xFF;
+constexpr uint8_t kCompletion = 0x50;
+constexpr uint8_t kError = 0x60;
+
+// From the prepared request to a reply body with the right header.
+int Exchange() {
+  ViscaRequestFrame& request = gtUart1ViscaCmdInq;
+  request.length = static_cast<uint8_t>(request.count + 4);
+  request.address = kAddress;
+  request.terminator = kTerminator;
+  request.start = kFrameStart;
+  request.command = kCommandVisca;
+  request.checksum = QM2150_ChecksumViscaCmd(&request);
+  gbUart1Command = kCommandVisca;
+  request.stop = kFrameStop;
+  if (const int result = QM2150_FillZR4410(&request, gtZR4410MsgqCmdBuf.body); result < 0) {
+    return Failed("QM2150_FillZR4410 failed!", result);
+  }
+  if (const int result = ZR4410_MsgQ_Send(&gtZR4410MsgqCmdBuf); result < 0) {
+    return Failed("ZR4410_MsgQ_Send failed!", result);
+  }
+  if (const int result = ZR4410_MsgQ_Receive(&gtZR4410MsgqRespBuf); result < 0) {
+    switch (result) {
+      case RESULT_STOPPED:
+        return result;
+      case RESULT_TIMEOUT:
+        return Failed("ZR4410_MsgQ_Receive timeout!", result);
+      default:
+        return Failed("ZR4410_MsgQ_Receive failed!", result);
+    }
+  }
+  if (QM2150_CheckZR4410Packet(gtZR4410MsgqRespBuf.body) < 0) {
+    return Failed("QM2150_CheckZR4410Packet failed!", RESULT_FAILED);
+  }
+  return RESULT_OK;
+}
+
+int UnwrapVisca() {
+  if (const int result = QM2150_FillUart1Resp(gtZR4410MsgqRespBuf.body, &gtUart1ViscaResp); result < 0) {
+    return Failed("QM2150_FillUart1Resp failed!", result);
+  }
+  if (const int result = QM2150_CheckUart1Resp(&gtUart1ViscaResp); result < 0) {
+    return Failed("QM2150_CheckUart1Resp failed!", result);
+  }
+  return RESULT_OK;
+}
+
+int UnwrapAcknowledgement() {
+  if (const int result = MCU_FillUart1Resp(gtZR4410MsgqRespBuf.body, &gtUart1Resp); result < 0) {
+    return Failed("QM2150_FillUart1Resp failed!", result);  // the camera's name in both branches, on purpose
+  }
+  if (const int result = MCU_CheckUart1Resp(&gtUart1Resp); result < 0) {
+    return Failed("MCU_CheckUart1Resp failed!", result);
+  }
+  return RESULT_OK;
+}
+
+// The second line of a failed exchange.
+int Concluded(int result) {
+  return result < 0 ? FailedUnlessStopped("QM2150_ProcessVisca failed!", result) : result;
+}
+
+struct ViscaError {
+  uint8_t code;
+  const char* line;
+};
+
+constexpr ViscaError kViscaErrors[] = {
+    {0x01, "VISCA RESP: Message length error.\n"},
+    {0x02, "VISCA RESP: Syntax error.\n"},
+    {0x03, "VISCA RESP: Command buffer full.\n"},
+    {0x04, "VISCA RESP: Command cancelled.\n"},
+    {0x05, "VISCA RESP: No Socket.\n"},
+    {0x41, "VISCA RESP: Command not executable.\n"},
+};
+
+const char* ViscaErrorLine(uint8_t code) {
+  for (const ViscaError& error : kViscaErrors) {
+    if (error.code == code) {
+      return error.line;
+    }
+  }
+  return "VISCA RESP: Others code.\n";
+}
+
+}  // namespace
+
+void PrepareRequest(uint8_t selector, uint8_t category, uint32_t count, const uint8_t* data) {
+  gtUart1ViscaCmdInq = {};
+  gtUart1ViscaResp = {};
+  gtUart1ViscaCmdInq.selector = selector;
+  gtUart1ViscaCmdInq.category = category;
+  gtUart1ViscaCmdInq.count = static_cast<uint8_t>(count);
+  std::copy_n(data, count, gtUart1ViscaCmdInq.data);
+}
+
+int ProcessVisca() {
+  return Concluded(QM2150_ProcessVisca());
+}
+
+int CheckAcknowledged() {
+  return gtUart1Resp.data[0] == kAcknowledged ? RESULT_OK : RESULT_FAILED;
+}
+
+int QM2150_ProcessVisca(void) {
+  if (const int result = Exchange(); result < 0) {
+    return result;
+  }
+  return gtUart1ViscaCmdInq.selector == kSelectorInquiry ? UnwrapVisca() : UnwrapAcknowledgement();
+}
+
+int QM2150_Command(uint32_t length, const uint8_t* data) {
+  if (length > sizeof gtUart1ViscaCmdInq.data) {  // the frame takes 12 at most: that stricter limit is the link's
+    return RESULT_FAILED;
+  }
+  PrepareRequest(kSelectorCommand, kCategoryCamera, length, data);
+  if (const int result = ProcessVisca(); result < 0) {
+    return result;
+  }
+  return CheckAcknowledged();
+}
+
+int QM2150_Inquiry(uint8_t category, uint32_t length, const uint8_t* data, tVisca* out) {
+  if (length > sizeof gtUart1ViscaCmdInq.data) {
+    return RESULT_FAILED;
+  }
+  PrepareRequest(kSelectorInquiry, category, length, data);
+  if (const int result = Concluded(Exchange()); result < 0) {
+    return result;
+  }
+  if (gtUart1ViscaCmdInq.selector != kSelectorInquiry) {
+    return Concluded(RESULT_BAD_FRAME);
+  }
+  if (const int result = Concluded(UnwrapVisca()); result < 0) {
+    return result;
+  }
+  // From the first reply byte through the terminator the record has the shape of a tVisca.
+  static_assert(offsetof(ViscaReplyFrame, terminator) - offsetof(ViscaReplyFrame, first) ==
+                offsetof(tVisca, terminator));
+  memcpy(out, FrameBytes(&gtUart1ViscaResp) + offsetof(ViscaReplyFrame, first), sizeof *out);
+  return RESULT_OK;
+}
+
+int QM2150_ChecRespVisca(const tVisca* reply) {
+  if (reply->header != kReplyHeader) {
+    return Failed("VISCA RESP Header fail!\n", RESULT_BAD_REPLY);
+  }
+  if (reply->terminator != kTerminator) {
+    return Failed("VISCA RESP Terminator fail!\n", RESULT_BAD_REPLY);
+  }
+  // Only these two values are told apart: an acknowledgement, or an error with a socket number, passes.
+  if (reply->replyType == kCompletion && DebugEnable(15, static_cast<uint32_t>(giDebug)) == 1) {
+    Log(LOG_DEBUG, "VISCA RESP ACK!\n");  // a completion, called ACK on purpose
+  }
+  if (reply->replyType == kError) {
+    return Failed(ViscaErrorLine(reply->bData[0]), RESULT_BAD_REPLY);
+  }
+  return RESULT_OK;
+}
+
+int InquireAndJudge(uint8_t category, uint32_t length, const uint8_t* data, tVisca* reply) {
+  *reply = {};
+  if (const int result = QM2150_Inquiry(category, length, data, reply); result < 0) {
+    return FailedUnlessStopped("QM2150_Inquiry fail!\n", result);
+  }
+  if (const int result = QM2150_ChecRespVisca(reply); result < 0) {
+    return Failed("QM2150_ChecRespVisca fail!\n", result);
+  }
+  return RESULT_OK;
+}

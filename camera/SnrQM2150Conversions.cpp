@@ -1,0 +1,98 @@
+#include <cstddef>
+#include <iterator>
+#include <span>
+
+#include "camera/Math.h"
+#include "camera/SnrQM2150.h"
+#include "support/Results.h"
+
+namespace {
+
+constexpr double kNoValue = -99.0;
+
+// The value at a position on the straight lines between the table's points.
+int Interpolate(std::span<const CalibrationEntry> table, uint32_t position, double* out) {
+  if (position < table.front().position || position > table.back().position) {
+    return RESULT_BAD_REPLY;
+  }
+  if (position == table.back().position) {
+    *out = table.back().value;
+    return RESULT_OK;
+  }
+  size_t k = 1;
+  while (position >= table[k].position) {  // a point's own position starts the interval above it
+    ++k;
+  }
+  const InterpolationPoint lower{static_cast<double>(table[k - 1].value), static_cast<double>(table[k - 1].position)};
+  const InterpolationPoint upper{static_cast<double>(table[k].value), static_cast<double>(table[k].position)};
+  InterpolationPoint point{0.0, static_cast<double>(position)};
+  InterpolationX(&lower, &upper, &point);
+  *out = point.x;
+  return RESULT_OK;
+}
+
+}  // namespace
+
+int32_t SnrQM2150_Pos2Shutter(int32_t frequency, uint32_t position) {
+  static constexpr int32_t k50Hz[] = {1,   2,   3,   6,   12,   25,   50,   75,   100,  120,  150,
+                                      215, 300, 425, 600, 1000, 1250, 1750, 2500, 3500, 6000, 10000};
+  static constexpr int32_t k60Hz[] = {1,   2,   4,   8,   15,   30,   60,   90,   100,  125,  180,
+                                      250, 350, 500, 725, 1000, 1500, 2000, 3000, 4000, 6000, 10000};
+  static_assert(std::size(k50Hz) == 22 && std::size(k60Hz) == 22);
+  if (position >= std::size(k50Hz)) {
+    return RESULT_BAD_REPLY;
+  }
+  switch (frequency) {
+    case 50:
+      return k50Hz[position];
+    case 60:
+      return k60Hz[position];
+    default:
+      return RESULT_BAD_REPLY;
+  }
+}
+
+double SnrQM2150_IrisPos2Fno(uint32_t position) {
+  // 360.0 for the closed iris and nothing for 1 to 4, on purpose.
+  static constexpr double kFno[] = {360.0, kNoValue, kNoValue, kNoValue, kNoValue, 14.0, 11.0, 9.6, 8.0,
+                                    6.8,   5.6,      4.8,      4.0,      3.4,      2.8,  2.4,  2.0, 1.6};
+  static_assert(std::size(kFno) == 18);
+  return position < std::size(kFno) ? kFno[position] : kNoValue;
+}
+
+double SnrQM2150_GainPos2dB(uint32_t highSensitivity, int32_t position) {
+  if (position < 0 || position > 15) {
+    return kNoValue;
+  }
+  const double dB = position == 0 ? -3.0 : 2.0 * (position - 1);
+  static constexpr double kHighSensitivity[] = {6.0, 6.0, 9.0, 9.0, 12.0};  // added from position 11 on
+  return highSensitivity == 2 && position >= 11 ? dB + kHighSensitivity[position - 11] : dB;
+}
+
+int SnrQM2150_ExpCompPos2Db(uint32_t position, double* out) {
+  if (position > 14) {
+    return RESULT_BAD_REPLY;
+  }
+  *out = (position - 7.0) * 1.5;
+  return RESULT_OK;
+}
+
+int SnrQM2150_FocusPos(uint16_t position, double* out) {
+  if (position == gtFocusPosTb[0].position) {
+    *out = 1.0;  // the far end too gives 1.0, not the table's value, on purpose
+    return RESULT_OK;
+  }
+  return Interpolate(gtFocusPosTb, position, out);
+}
+
+int SnrQM2150_DigitalZoom(uint32_t position, double* out) {
+  return Interpolate(gtDigitalZoomTb, position, out);
+}
+
+int SnrQM2150_OpticalZoom(uint32_t position, double* out) {
+  return Interpolate(gtOpticalZoomTb, position, out);
+}
+
+int SnrQM2150_CombineZoom(uint32_t position, double* out) {
+  return Interpolate(gtCombineZoomTb, position, out);
+}

@@ -1,0 +1,254 @@
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+
+#include "camera/QM2150.h"
+#include "camera/QM2150Transaction.h"
+#include "camera/SnrQM2150.h"
+#include "mcu/McuComm.h"
+#include "support/Log.h"
+#include "support/Results.h"
+#include "support/Utils.h"
+
+StartupParams gtParams;
+
+namespace {
+
+// VISCA's switch values.
+constexpr uint8_t kOn = 2;   // or automatic
+constexpr uint8_t kOff = 3;  // or manual
+
+// A failed call's line, but none for a stop request; success passes.
+int Checked(int result, const char* line) {
+  return result < 0 ? FailedUnlessStopped(line, result) : result;
+}
+
+bool IsSwitch(int32_t value) {
+  return value == 0 || value == 1;
+}
+
+uint8_t OnOff(bool on) {
+  return on ? kOn : kOff;
+}
+
+int32_t TargetMode(int32_t hz) {
+  switch (hz) {
+    case 50:
+      return 0x08;  // 1080p 25fps
+    case 60:
+      return 0x06;  // 1080p 30fps
+    default:
+      return RESULT_BAD_REPLY;
+  }
+}
+
+// Reads the sensor mode, 0 if that fails, and keeps it in gtParams if it succeeds.
+int ReadSnrMode(uint8_t& mode) {
+  mode = 0;
+  const int result = QM2150_GetSnrMode(&mode);
+  if (result >= 0) {
+    gtParams.snrMode = mode;
+  }
+  return result;
+}
+
+// Only a stop request fails: any other failure is logged and passed over.
+int SwitchLensPower(int32_t on, const char* done) {
+  sleep(1);
+  if (Checked(MCU_LensPowerControl(on), "[init] MCU_LensPowerControl failed!\n") == RESULT_STOPPED) {
+    return RESULT_STOPPED;
+  }
+  Log(LOG_INFO, "%s", done);
+  return RESULT_OK;
+}
+
+void LogElapsed(uint64_t start) {
+  uint64_t end = 0;
+  GetMsFromStart(&end);
+  Log(LOG_INFO, "[init] Set SnrMode Time = %lld (ms)\n", static_cast<long long>(end - start));
+}
+
+}  // namespace
+
+int SnrQM2150_SetFocusMode(int32_t mode) {
+  if (!IsSwitch(mode)) {
+    return RESULT_NOT_CONFIRMED;
+  }
+  return Checked(QM2150_SetFocusMode(OnOff(mode == 1)), "QM2150_SetFocusMode failed!\n");
+}
+
+int SnrQM2150_SetBlcIndex(int32_t index) {
+  // In twos but for both ends; the centre is also for an index out of range.
+  static constexpr uint8_t kSteps[] = {0, 1, 3, 5, 7, 9, 11, 13, 14};
+  static constexpr uint8_t kCentre = 7;
+  uint8_t expComp = 0;
+  if (const int result = QM2150_GetExpComp(&expComp); result < 0) {
+    return FailedUnlessStopped("QM2150_GetExpComp failed!\n", result);
+  }
+  if (expComp != kOn) {
+    if (const int result = QM2150_SetExpComp(kOn); result < 0) {
+      return FailedUnlessStopped("QM2150_SetExpComp failed!\n", result);
+    }
+  }
+  const bool listed = index >= 0 && index < static_cast<int32_t>(std::size(kSteps));
+  return QM2150_SetExpCompStep(listed ? kSteps[index] : kCentre);
+}
+
+int SnrQM2150_SetMirror(int32_t on) {
+  if (!IsSwitch(on)) {
+    return RESULT_NOT_CONFIRMED;
+  }
+  return Checked(QM2150_SetLrReverse(OnOff(on == 1)), "QM2150_SetLrReverse failed!\n");
+}
+
+int SnrQM2150_SetMirrorFlip(int32_t mirror, int32_t flip) {
+  if (!IsSwitch(mirror) || !IsSwitch(flip)) {
+    return RESULT_NOT_CONFIRMED;
+  }
+  // A flipped picture is reversed left to right as well, and mirror undoes that.
+  if (const int result = QM2150_SetLrReverse(OnOff(mirror != flip)); result < 0) {
+    return FailedUnlessStopped("QM2150_SetLrReverse failed!\n", result);
+  }
+  return Checked(QM2150_SetPictureFlip(OnOff(flip == 1)), "QM2150_SetPictureFlip failed!\n");
+}
+
+int SnrQM2150_SetDnIsMode(void) {
+  return Checked(QM2150_SetAutoIcr(kOn), "QM2150_SetAutoIcr failed!\n");
+}
+
+int SnrQM2150_SetDnNightMode(void) {
+  if (const int result = QM2150_SetAutoIcr(kOff); result < 0) {
+    return FailedUnlessStopped("QM2150_SetAutoIcr failed!\n", result);
+  }
+  return Checked(QM2150_SetIcr(kOn), "QM2150_SetIcr failed!\n");
+}
+
+int SnrQM2150_SetDnDayMode(void) {
+  if (const int result = QM2150_SetAutoIcr(kOff); result < 0) {
+    return Failed("QM2150_SetAutoIcr failed!\n",
+                  result);  // a stop request too, unlike everywhere else, on purpose
+  }
+  return Checked(QM2150_SetIcr(kOff), "QM2150_SetIcr failed!\n");
+}
+
+int SnrQM2150_SetSaturation(int32_t index) {
+  index = std::clamp(index, 0, 255);
+  const int32_t saturation = std::clamp(index - 124, 0, 14);
+  const uint8_t colorGain = static_cast<uint8_t>(saturation);
+  printf("iSaturationIndex = %d, iSaturation = %d, bColorGain = %d\n", index, saturation, colorGain);
+  return Checked(QM2150_SetColorGain(colorGain), "QM2150_SetColorGain failed!\n");
+}
+
+int SnrQM2150_SetSnrMode(int32_t hz) {
+  const int32_t target = TargetMode(hz);
+  if (target < 0) {
+    return target;
+  }
+  uint8_t mode;
+  int result = ReadSnrMode(mode);
+  if (result < 0 && result != RESULT_STOPPED) {
+    result = ReadSnrMode(mode);
+  }
+  if (result < 0) {
+    return FailedUnlessStopped("[init] QM2150_GetSnrMode failed!\n", result);
+  }
+  if (mode == target) {
+    Log(LOG_INFO, "[init] %d Hz SnrMode = 0x%02x\n", hz, mode);
+    return RESULT_OK;
+  }
+
+  uint64_t start = 0;
+  GetMsFromStart(&start);
+  if (QM2150_SetSnrMode(static_cast<uint8_t>(target)) < 0) {  // a stop request too is logged and passed over
+    Log(LOG_ERR, "[init] QM2150_SetSnrMode failed!\n");
+  }
+  if (SwitchLensPower(0, "[init] QM2150 Power Off.\n") < 0 || SwitchLensPower(1, "[init] QM2150 Power On.\n") < 0) {
+    return RESULT_STOPPED;
+  }
+
+  static constexpr int kAttempts = 10;
+  for (int attempt = 1; attempt <= kAttempts; ++attempt) {
+    sleep(1);
+    result = ReadSnrMode(mode);
+    if (result == RESULT_STOPPED) {
+      return result;
+    }
+    if (result < 0) {
+      Log(LOG_ERR, "[init] Waiting for QM2150 wake up: QM2150_GetSnrMode fail!\n");
+    } else if (mode == target) {
+      sleep(6);  // for the camera to settle
+      Log(LOG_INFO, "[init] %d Hz SnrQM2150_SetSnrMode = 0x%02x\n", hz, mode);
+      LogElapsed(start);
+      return RESULT_OK;
+    }
+  }
+  if (result < 0) {
+    Log(LOG_ERR, "[init] %d Hz SnrQM2150_SetSnrMode = 0x%02x failed!\n", hz, mode);
+    LogElapsed(start);
+    return result;
+  }
+  return RESULT_BAD_REPLY;
+}
+
+int SnrQM2150_Command(uint32_t count, const uint8_t* bytes) {
+  return QM2150_Command(count, bytes);
+}
+
+int SnrQM2150_Inquiry(uint8_t category, uint32_t count, const uint8_t* bytes, uint32_t size, char* text) {
+  tVisca reply;
+  if (const int result = InquireAndJudge(category, count, bytes, &reply); result < 0) {
+    return result;
+  }
+  memset(text, 0, size);
+  text += sprintf(text, "%02x %02x ", reply.header, reply.replyType);
+  for (int k = 0; k < reply.length; ++k) {
+    text += sprintf(text, "%02x ", reply.bData[k]);
+  }
+  sprintf(text, "%02x", reply.terminator);
+  return RESULT_OK;
+}
+
+int SnrQM2150_init(int32_t hz) {
+  gtParams = {};
+  int result = Checked(SnrQM2150_SetSnrMode(hz), "[init] SnrQM2150_SetSnrMode failed!\n");
+  if (result == RESULT_STOPPED) {
+    return result;
+  }
+
+  result = Checked(MCU_GetVersion(&gtParams.mcuVersion), "[init] MCU_GetVersion failed!\n");
+  if (result == RESULT_STOPPED) {
+    return result;
+  }
+
+  static constexpr int kAttempts = 5;
+  for (int attempt = 1; attempt <= kAttempts; ++attempt) {
+    result = Checked(QM2150_GetVersion(&gtParams.model, &gtParams.romVersion), "[init] QM2150_GetVersion fail!\n");
+    if (result >= 0) {
+      Log(LOG_ERR, "[init] QM2150_GetVersion OK.\n");  // at error level, on purpose
+      break;
+    }
+    if (result == RESULT_STOPPED || attempt == kAttempts) {
+      return result;
+    }
+  }
+
+  if (Checked(QM2150_GetAeMode(&gtParams.aeMode), "[init] QM2150_GetAeMode fail!\n") == RESULT_STOPPED ||
+      Checked(QM2150_GetShutter(&gtParams.shutter), "[init] QM2150_GetShutter fail!\n") == RESULT_STOPPED ||
+      Checked(QM2150_GetWbMode(&gtParams.wbMode), "[init] QM2150_GetWbMode fail!\n") == RESULT_STOPPED ||
+      Checked(QM2150_GetAfMode(&gtParams.afMode), "[init] QM2150_GetAfMode fail!\n") == RESULT_STOPPED) {
+    return RESULT_STOPPED;
+  }
+
+  Log(LOG_INFO, "MCU Ver           \t=\t0x%02x\n", gtParams.mcuVersion);
+  Log(LOG_INFO, "[QM2150] Model    \t=\t0x%04x\n", gtParams.model);
+  Log(LOG_INFO, "[QM2150] ROM Ver  \t=\t0x%04x\n", gtParams.romVersion);
+  Log(LOG_INFO, "[QM2150] Snr Mode \t=\t0x%02x\n", gtParams.snrMode);
+  Log(LOG_INFO, "[QM2150] AE Mode  \t=\t0x%02x\n", gtParams.aeMode);
+  Log(LOG_INFO, "[QM2150] Shutter  \t=\t0x%04x\n", gtParams.shutter);
+  Log(LOG_INFO, "[QM2150] WB Mode  \t=\t0x%02x\n", gtParams.wbMode);
+  Log(LOG_INFO, "[QM2150] AF Mode  \t=\t0x%02x\n", gtParams.afMode);
+  return RESULT_OK;
+}

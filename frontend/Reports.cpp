@@ -1,0 +1,261 @@
+// Several report lines stand at error level although they tell no error: on purpose, the log is filtered by level.
+#include "frontend/Reports.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+
+#include "camera/Math.h"
+#include "camera/QM2150.h"
+#include "camera/SnrQM2150.h"
+#include "frontend/Options.h"
+#include "support/Log.h"
+#include "support/Results.h"
+
+namespace {
+
+constexpr double kNoValue = -99.0;
+
+// High-sensitivity states as SnrQM2150_GainPos2dB takes them.
+constexpr uint8_t kSensitivityOn = 2;
+constexpr uint8_t kSensitivityOff = 3;
+
+// The word of a value, empty for a value that has none.
+template <size_t N>
+const char* Word(const char* const (&words)[N], unsigned value) {
+  return value < N ? words[value] : "";
+}
+
+constexpr const char* kOffOn[] = {"OFF", "ON"};
+
+// --- Report 0: lens ---
+
+void LogZoom(const LensControlRecord& lens) {
+  switch (lens.dzoomMode) {
+    case 0: {
+      double total = 0.0;
+      SnrQM2150_CombineZoom(lens.zoomPos, &total);  // a position without a value shows as 0.00
+      const double optical = std::min(total, 20.0);
+      const double digital = total > 20.0 ? total / 20.0 : 1.0;
+      Log(LOG_ERR, "[Combine Zoom] Optical: x%.2lf, Digital: x%.2lf, Combine: x%.2lf\n", optical, digital, total);
+      break;
+    }
+    case 1: {
+      double optical = 0.0;
+      SnrQM2150_OpticalZoom(lens.zoomPos, &optical);
+      Log(LOG_ERR, "[Separate Zoom] Optical: x%.2lf\n", optical);
+      break;
+    }
+  }
+}
+
+void LogFocusMode(const LensControlRecord& lens) {
+  static constexpr const char* kFocusModes[] = {"Manual,", "Auto,"};
+  static constexpr const char* kAfModes[] = {" Normal,", " Interval,", " Zoom Trigger,"};
+  static constexpr const char* kSensitivities[] = {" Slow Sensitivity.", " Normal Sensitivity."};
+  // The AF mode chooses the sensitivity word too, not afSensitivity: on purpose.
+  Log(LOG_ERR, "[AF] %s%s%s\n", Word(kFocusModes, lens.focusMode), Word(kAfModes, lens.afMode),
+      Word(kSensitivities, lens.afMode));
+}
+
+int LogDistance(const char* subject, uint16_t focusPos) {
+  double centimetres = 0.0;
+  if (const int result = SnrQM2150_FocusPos(focusPos, &centimetres); result < 0) {
+    return Failed("SnrQM2150_FocusPos failed!\n", result);
+  }
+  if (centimetres < 100.0) {
+    Log(LOG_ERR, "[%s] %.0lf cm\n", subject, centimetres);
+  } else {
+    Log(LOG_ERR, "[%s] %.2lf meter\n", subject, centimetres / 100.0);
+  }
+  return RESULT_OK;
+}
+
+int ReportLens() {
+  const LensControlRecord& lens = gtLensControl;
+  if (const int result = QM2150_GetLensControl(&gtLensControl); result < 0) {
+    return Failed("QM2150_GetLensControl failed!\n", result);
+  }
+  LogSeparator();
+  Log(LOG_ERR, "[Digital Zoom] %s\n", Word(kOffOn, lens.digitalZoom));
+  LogZoom(lens);
+  LogFocusMode(lens);
+  const uint16_t nearLimit = std::clamp<uint16_t>(lens.focusNearLimit, 0x1000, 0xF000);
+  if (const int result = LogDistance("Focus Near Limit", nearLimit); result < 0) {
+    return result;
+  }
+  return LogDistance("Object Distance", lens.focusPos);
+}
+
+// --- Report 1: exposure and white balance ---
+
+int32_t MainsFrequency(uint8_t snrMode) {
+  switch (snrMode) {
+    case 6:
+      return 60;
+    case 8:
+      return 50;
+    default:
+      return 0;  // has no shutter times
+  }
+}
+
+int ReportExposure() {
+  const CameraControlRecord& camera = gtCamControl;
+  uint8_t snrMode = 0;
+  uint8_t highSensitivity = 0;
+  // One text for all four, the shutter's too, on purpose.
+  static constexpr char kBlockFailed[] = "QM2150_GetCameraControl failed!\n";
+  if (const int result = QM2150_GetCameraControl(&gtCamControl); result < 0) {
+    return Failed(kBlockFailed, result);
+  }
+  if (const int result = QM2150_GetSnrMode(&snrMode); result < 0) {
+    return Failed(kBlockFailed, result);
+  }
+  const int32_t shutter = SnrQM2150_Pos2Shutter(MainsFrequency(snrMode), camera.shutterPos);
+  if (shutter < 0) {
+    return Failed(kBlockFailed, shutter);
+  }
+  if (const int result = QM2150_GetHighSensitivity(&highSensitivity); result < 0) {
+    return Failed(kBlockFailed, result);
+  }
+
+  LogSeparator();
+  if (highSensitivity == kSensitivityOn) {
+    Log(LOG_INFO, "[High Sensitivity] ON\n");
+  } else if (highSensitivity == kSensitivityOff) {
+    Log(LOG_INFO, "[High Sensitivity] OFF\n");
+  }
+
+  const double dB = SnrQM2150_GainPos2dB(highSensitivity, camera.gainPos);
+  if (dB == kNoValue) {
+    return Failed("SnrQM2150_GainPos2dB failed!\n", RESULT_NO_VALUE);
+  }
+  const double fNumber = SnrQM2150_IrisPos2Fno(camera.irisPos);
+  if (fNumber == kNoValue) {
+    return Failed("SnrQM2150_IrisPos2Fno failed!\n", RESULT_NO_VALUE);
+  }
+  char aeMode[64] = {};
+  if (const int result = SnrQM2150_AeMode2Str(camera.exposureMode, aeMode); result < 0) {
+    return Failed("SnrQM2150_AeMode2Str failed!\n", result);
+  }
+  Log(LOG_INFO, "[AE] %s, 1/%ds, x%.2lf(%.1lfdB), F%.2lf\n", aeMode, shutter, dB2Gain(dB), dB, fNumber);
+
+  double expCompDb = 0.0;
+  if (const int result = SnrQM2150_ExpCompPos2Db(camera.expCompPos, &expCompDb); result < 0) {
+    return Failed("SnrQM2150_ExpCompPos2Db failed!\n", result);
+  }
+  Log(LOG_INFO, "[ExpComp] %s, x%.2lf(%.1lfdB)\n", Word(kOffOn, camera.expComp), dB2Gain(expCompDb), expCompDb);
+
+  char wbMode[64] = {};
+  if (const int result = SnrQM2150_WbMode2Str(camera.wbMode, wbMode); result < 0) {
+    return Failed("SnrQM2150_WbMode2Str failed!\n", result);
+  }
+  Log(LOG_INFO, "[AWB] %s, (Rgain, Bgain) = (0x%02x, 0x%02x)\n", wbMode, camera.rGain, camera.bGain);
+  return RESULT_OK;
+}
+
+// --- Report 2: day/night ---
+
+int ReportDayNight() {
+  static constexpr const char* kAutoIcr[] = {" OFF,", " ON,"};
+  static constexpr const char* kIcr[] = {" OFF (IR_CUT)", " ON (IR_PASS)"};
+  if (const int result = QM2150_GetOtherControl(&gtOtherControl); result < 0) {
+    return Failed("QM2150_GetOtherControl failed!\n", result);
+  }
+  LogSeparator();
+  Log(LOG_ERR, "[DN] [Auto_ICR]%s [ICR]%s\n", Word(kAutoIcr, gtOtherControl.autoIcr), Word(kIcr, gtOtherControl.icr));
+  return RESULT_OK;
+}
+
+// A failed report's own line.
+int Summed(int result, const char* line) {
+  return result < 0 ? Failed(line, result) : result;
+}
+
+}  // namespace
+
+// --- Report 3: digital zoom, high sensitivity, gain limit, noise reduction ---
+
+int GetEnlargeFun1Inquiry(void) {
+  const EnlargeFunction1Record& enlarged = gtEnlargeFun1;
+  if (const int result = QM2150_GetEnlargeFunction1(&gtEnlargeFun1); result < 0) {
+    return Failed("QM2150_GetEnlargeFunction1 failed!\n", result);
+  }
+  LogSeparator();
+
+  double zoom = 0.0;
+  if (const int result = SnrQM2150_DigitalZoom(enlarged.digitalZoomPos, &zoom); result < 0) {
+    return Failed("SnrQM2150_DigitalZoom failed!\n", result);
+  }
+  Log(LOG_ERR, "[Digital Zoom] x%.2lf\n", zoom);
+
+  Log(LOG_INFO, "[High Sensitivity] %s\n", Word(kOffOn, enlarged.highSensitivityMode));
+  const uint8_t state = enlarged.highSensitivityMode == 1 ? kSensitivityOn : kSensitivityOff;
+  const double dB = SnrQM2150_GainPos2dB(state, enlarged.gainLimit);
+  if (dB == kNoValue) {
+    return Failed("SnrQM2150_GainPos2dB failed!\n", RESULT_NO_VALUE);
+  }
+  Log(LOG_INFO, "[Gain Limit] x%.2lf(%.1lfdB)\n", dB2Gain(dB), dB);
+
+  if (enlarged.nrLevel != 0) {
+    Log(LOG_INFO, "[NR] ON, Level: %d\n", enlarged.nrLevel);
+  } else {
+    Log(LOG_INFO, "[NR] OFF\n");
+  }
+  return RESULT_OK;
+}
+
+// --- Report 4: wide dynamic range ---
+
+int GetEnlargeFun2Inquiry(void) {
+  static constexpr const char* kModes[] = {" OFF", " ON", " Auto ON/OFF", " ON (Exposure Ratio)", " ON (Histogram)"};
+  static constexpr const char* kSensitivities[] = {" L", " M", " H"};
+  static constexpr const char* kShadowLevels[] = {" L", " M", " H", " S"};
+  static constexpr const char* kHighlightLevels[] = {" L", " M", " H"};
+  const EnlargeFunction2Record& wideD = gtEnlargeFun2;
+  if (const int result = QM2150_GetEnlargeFunction2(&gtEnlargeFun2); result < 0) {
+    return Failed("QM2150_GetEnlargeFunction2 failed!\n", result);
+  }
+  LogSeparator();
+  Log(LOG_INFO, "[WideD mode]%s\n", Word(kModes, wideD.wideDMode));
+  // No line for wideDScreenDisplay, on purpose.
+  Log(LOG_INFO, "[WideD detection sensitivity]%s\n", Word(kSensitivities, wideD.wideDDetectionSensitivity));
+  Log(LOG_INFO, "[WideD blocked-up shadow correction level]%s\n",
+      Word(kShadowLevels, wideD.wideDShadowCorrectionLevel));
+  Log(LOG_INFO, "[WideD blown-out hoghlight correction level]%s\n",  // spelt so on purpose
+      Word(kHighlightLevels, wideD.wideDHighlightCorrectionLevel));
+  Log(LOG_INFO, "[WideD short exposure Exposure ratio] x%02d\n", wideD.wideDShortExposureRatio);
+  return RESULT_OK;
+}
+
+int SystemInquiry(void) {
+  switch (giArgv1) {
+    case 0:
+      return Summed(ReportLens(), "GetLensControlInquiry failed!\n");
+    case 1:
+      return Summed(ReportExposure(), "GetCameraControlInquiry failed!\n");
+    case 2:
+      return Summed(ReportDayNight(), "GetOthersControlInquiry failed!\n");
+    case 3:
+      return Summed(GetEnlargeFun1Inquiry(), "GetEnlargeFun1Inquiry failed!\n");
+    case 4:
+      return Summed(GetEnlargeFun2Inquiry(), "GetEnlargeFun1Inquiry failed!\n");  // the same text, on purpose
+    default:
+      return RESULT_FAILED;
+  }
+}
+
+int Inquiry(void) {
+  if (giCategoryCode > 255) {
+    return Failed("Inquiry Category Code is not supported.\n", RESULT_FAILED);
+  }
+  char text[64] = {};
+  if (SnrQM2150_Inquiry(static_cast<uint8_t>(giCategoryCode), static_cast<uint8_t>(giArgv1), gbArgv, sizeof text,
+                        text) < 0) {
+    return Failed("SnrQM2150_Inquiry failed!\n", RESULT_FAILED);
+  }
+  printf("Inquiry Packet: %s\n", text);
+  return RESULT_OK;
+}

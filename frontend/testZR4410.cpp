@@ -1,0 +1,146 @@
+// testZR4410: asks or sets one thing of the camera module or the motor microcontroller.
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <initializer_list>
+
+#include "camera/SnrQM2150.h"
+#include "frontend/DeviceActions.h"
+#include "frontend/Options.h"
+#include "frontend/Reports.h"
+#include "link/MsgqClient.h"
+#include "support/Debug.h"
+#include "support/Log.h"
+#include "support/Signal.h"
+#include "support/Utils.h"
+
+extern "C" {
+RelayMessage gtMsgqRxBuf;  // of the read loop
+}
+
+namespace {
+
+constexpr char kProgram[] = "testZR4410";
+constexpr char kVersion[] = "0.0.1";
+constexpr char kSettingsPath[] = "/sysconf/conf.img";
+constexpr int kExitBadHex = -1;  // exit status 255
+
+void LogBanner(const char* word) {
+  LogSeparator();
+  Log(LOG_INFO, "%s %s (v%s).", word, kProgram, kVersion);
+  LogSeparator();
+}
+
+void InstallSignalHandler() {
+  for (const int signal : {SIGINT, SIGTERM, SIGUSR1, SIGUSR2}) {
+    struct sigaction action = {};  // no flags, empty mask: SignalGuard keeps the handler from itself
+    action.sa_handler = SignalHandler;
+    sigaction(signal, &action, nullptr);
+  }
+}
+
+void ReadDebugLevel() {
+  char value[256] = {};  // as long as a settings line
+  if (sysconf_fget(kSettingsPath, "EXT_DEBUG", value) < 0) {
+    Log(LOG_ERR, "sysconf_fget failed!\n");
+  }
+  giDebug = ParseDecimal(value);
+}
+
+// Milliseconds of the monotonic clock, 0 if it fails.
+int64_t ReadClock() {
+  uint64_t milliseconds = 0;
+  if (GetMsFromStart(&milliseconds) < 0) {
+    Log(LOG_INFO, "GetMsFromStart failed!\n");  // info, not error, on purpose
+  }
+  return static_cast<int64_t>(milliseconds);
+}
+
+// Takes whatever arrives on the reply queue until the stop flag is set; with -g the queue client dumps it.
+void ReadLoop() {
+  Log(LOG_INFO, "Start main loop.");
+  while (GetSigID() != 1) {
+    gtMsgqRxBuf = {};
+    const int result = ZR4410_MsgQ_Receive(&gtMsgqRxBuf);
+    if (GetSigID() == 1) {
+      break;
+    }
+    if (result < 0) {
+      Log(LOG_ERR, "ZR4410_MsgQ_Receive fail!\n");
+    }
+    usleep(1000);
+  }
+  Log(LOG_INFO, "Finish main loop.");
+}
+
+void RawCommand() {
+  if (SnrQM2150_Command(static_cast<uint8_t>(giArgv1), gbArgv) < 0) {
+    Log(LOG_ERR, "SnrQM2150_Command failed!\n");
+  } else {
+    Log(LOG_INFO, "Send Command OK!\n");
+  }
+}
+
+// An action's result goes to the log only: it does not change the exit status.
+void RunAction() {
+  switch (giOption) {
+    case MODE_CAMERA:
+      QM2150Process();
+      break;
+    case MODE_MCU:
+      McuComm();
+      break;
+    case MODE_READ:
+      ReadLoop();
+      break;
+    case MODE_COMMAND:
+      RawCommand();
+      break;
+    case MODE_INQUIRY:
+      Inquiry();
+      break;
+    case MODE_SYSTEM_INQUIRY:
+      SystemInquiry();
+      break;
+  }
+}
+
+void RunTimed() {
+  const int64_t start = ReadClock();
+  RunAction();
+  const int64_t end = ReadClock();
+  Log(LOG_INFO, "Delta Time (ms) : %lld\n", static_cast<long long>(end - start));
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // Line by line also into a pipe or a file: what was dumped is there when the tool is killed. The buffer is
+  // ours because the program uses no heap.
+  static char outputBuffer[1024];
+  setvbuf(stdout, outputBuffer, _IOLBF, sizeof outputBuffer);
+
+  LogBanner("Start");
+  InstallSignalHandler();
+  switch (ParseCommandLine(argc, argv)) {
+    case CommandLine::Usage:
+      return 0;
+    case CommandLine::BadHex:
+      return kExitBadHex;
+    case CommandLine::Run:
+      break;
+  }
+  ReadDebugLevel();
+  if (ZR4410_MsgQ_Open() < 0) {
+    Log(LOG_ERR, "ZR4410_MsgQ_Open fail!\n");
+  } else {
+    RunTimed();
+    if (ZR4410_MsgQ_Close() < 0) {
+      Log(LOG_ERR, "ZR4410_MsgQ_Close fail!\n");
+    }
+  }
+  LogBanner("Finish");
+  return 0;
+}

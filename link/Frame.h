@@ -1,0 +1,37 @@
+// What the camera's and the MCU's side of the relay share.
+#ifndef ZR4410_LINK_FRAME_H
+#define ZR4410_LINK_FRAME_H
+
+#include <cstddef>
+#include <cstdint>
+
+inline constexpr uint8_t kFrameStart = 0xAA;  // also each of the two relay header bytes
+inline constexpr uint8_t kFrameStop = 0x55;
+inline constexpr uint8_t kReplyBit = 0x80;      // a reply's command code is the request's plus this
+inline constexpr uint8_t kMaxPayload = 16;      // bytes of one frame's payload
+inline constexpr uint8_t kCommandVisca = 0x02;  // command code of every camera frame
+inline constexpr uint8_t kAcknowledged = 0x10;  // first data byte of an accepted command's plain reply
+
+// Where the frame's bytes stand in the relay body.
+enum RelayOffset : size_t {
+  RELAY_SEQUENCE_ID = 2,
+  RELAY_FRAME_LENGTH = 3,
+  RELAY_START = 4,
+  RELAY_COMMAND = 5,
+  RELAY_LENGTH = 6,
+  RELAY_PAYLOAD = 7,
+};
+
+// Writes header and next sequence id into the outgoing body and remembers the id in gbSeqId.
+void FillRelayHeader(uint8_t* body);
+
+// A frame record as bytes.
+template <typename Frame>
+const uint8_t* FrameBytes(const Frame* frame) {
+  return reinterpret_cast<const uint8_t*>(frame);
+}
+
+// Sum of count bytes modulo 256.
+uint8_t SumBytes(const uint8_t* bytes, size_t count);
+
+#endif

@@ -1,0 +1,150 @@
+#include "link/MsgqClient.h"
+
+#include <sys/ipc.h>
+#include <sys/msg.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "support/Debug.h"
+#include "support/Log.h"
+#include "support/Results.h"
+#include "support/Signal.h"
+#include "support/Utils.h"
+
+int32_t giMsgIdTx = -1, giMsgIdRx = -1;
+RelayMessage gtZR4410MsgqCmdBuf, gtZR4410MsgqRespBuf;
+
+static_assert(sizeof(RelayMessage) == 40);
+
+namespace {
+
+constexpr char kKeyPath[] = "/defconf/conf.ptz";
+constexpr size_t kBodySize = sizeof(RelayMessage::body);
+constexpr int64_t kTimeoutMs = 2000;
+
+// The kernel's shape of a message: its type word is as wide as the machine.
+struct KernelMessage {
+  long type;
+  uint8_t body[kBodySize];
+};
+
+ssize_t ReceiveNow(KernelMessage& message) {
+  return msgrcv(giMsgIdRx, &message, kBodySize, 0, IPC_NOWAIT);
+}
+
+void Dump(const char* direction, const RelayMessage* message, int32_t count) {
+  if (gfDebugFlag) {
+    printf("[%s] client %s:\n", "testZR4410", direction);
+    DumpData(reinterpret_cast<const uint8_t*>(message), count);
+  }
+}
+
+// A clock failure is logged and leaves the time as it was.
+void ReadClock(uint64_t& milliseconds) {
+  if (GetMsFromStart(&milliseconds) < 0) {
+    Log(LOG_INFO, "GetMsFromStart failed!\n");
+  }
+}
+
+}  // namespace
+
+int ZR4410_MsgQ_Open(void) {
+  const key_t keyTx = ftok(kKeyPath, 'b');
+  if (keyTx == -1) {
+    return Failed("ftok keyTx failed!", RESULT_FAILED);
+  }
+  if (gfDebugFlag) {
+    Log(LOG_DEBUG, "MsgqClient keyTx = 0x%08x\n", static_cast<unsigned>(keyTx));
+  }
+  const key_t keyRx = ftok(kKeyPath, 'a');
+  if (keyRx == -1) {
+    return Failed("ftok keyRx failed!", RESULT_FAILED);
+  }
+  if (gfDebugFlag) {
+    Log(LOG_DEBUG, "MsgqClient keyRx = 0x%08x\n", static_cast<unsigned>(keyRx));
+  }
+  // Each direction is created with the permission that its user here needs and no other, on purpose.
+  giMsgIdTx = msgget(keyTx, IPC_CREAT | 0222);
+  if (giMsgIdTx == -1) {
+    return Failed("msgget giMsgIdTx failed!", RESULT_FAILED);
+  }
+  giMsgIdRx = msgget(keyRx, IPC_CREAT | 0444);
+  if (giMsgIdRx == -1) {
+    return Failed("msgget giMsgIdRx failed!", RESULT_FAILED);
+  }
+  gtZR4410MsgqCmdBuf = {getpid(), {}};
+  gtZR4410MsgqRespBuf = {};
+  return RESULT_OK;
+}
+
+int ZR4410_MsgQ_Send(const RelayMessage* message) {
+  if (giMsgIdTx == -1) {
+    return Failed("SendMsgQ failed!", RESULT_FAILED);
+  }
+  // Nothing that waits on the reply queue can be the answer to a request that was not sent yet.
+  KernelMessage stale;
+  do {
+    if (GetSigID() == 1) {
+      return RESULT_STOPPED;
+    }
+  } while (ReceiveNow(stale) != -1);
+  if (errno != ENOMSG) {
+    Log(LOG_DEBUG, "Reflush Receive Msqg (%d): %s", errno, strerror(errno));
+  }
+
+  KernelMessage request;
+  request.type = message->type;
+  memcpy(request.body, message->body, kBodySize);
+  if (msgsnd(giMsgIdTx, &request, kBodySize, IPC_NOWAIT) == -1) {
+    return Failed("msgsnd failed!", RESULT_FAILED);
+  }
+  Dump("msgsnd", message, 36);  // 36 bytes from the type word on: the last four of the body are not shown
+  return RESULT_OK;
+}
+
+int ZR4410_MsgQ_Receive(RelayMessage* message) {
+  if (giMsgIdRx == -1) {
+    return Failed("ReceiveMsgQ failed!", RESULT_FAILED);
+  }
+  uint64_t start = 0;
+  ReadClock(start);
+  uint64_t now = start;
+  for (;;) {
+    usleep(50000);
+    if (GetSigID() == 1) {
+      return RESULT_STOPPED;
+    }
+    KernelMessage reply;
+    const ssize_t count = ReceiveNow(reply);
+    const int error = errno;
+    if (count >= 0) {
+      message->type = static_cast<int32_t>(reply.type);
+      memcpy(message->body, reply.body, static_cast<size_t>(count));
+    }
+    if (count == static_cast<ssize_t>(kBodySize)) {
+      Dump("msgrcv", message, 40);
+      return RESULT_OK;
+    }
+    if (count != -1 || error != ENOMSG) {
+      Log(LOG_ERR, "msgrcv len failed(%d)!%d:%s", static_cast<int>(count), error, strerror(error));
+      return RESULT_RECEIVE;
+    }
+    if (gfDebugFlag) {
+      Log(LOG_INFO, "msgrcv len = 0\n");
+    }
+    ReadClock(now);
+    if (static_cast<int64_t>(now - start) > kTimeoutMs) {
+      if (gfDebugFlag) {
+        Log(LOG_ERR, "msgrcv timeout!");
+      }
+      return RESULT_TIMEOUT;
+    }
+  }
+}
+
+int ZR4410_MsgQ_Close(void) {
+  return RESULT_OK;
+}

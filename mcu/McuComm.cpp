@@ -1,0 +1,216 @@
+#include "mcu/McuComm.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+
+#include "link/Frame.h"
+#include "link/MsgqClient.h"
+#include "support/Debug.h"
+#include "support/Log.h"
+#include "support/Results.h"
+
+PlainFrame gtUart1Cmd, gtUart1Resp;
+
+// The result texts: writable, and spelt as they stand.
+extern "C" {
+char cAck[] = "ACK OK";
+char cChecksumErr[] = "Checksum error";
+char cCmdNotDefine[] = "Command not define";
+char cValueOutRange[] = "Value out of range";
+char cBausy[] = "Busy";
+char cNull[] = "Null";
+}
+
+namespace {
+
+enum McuCommand : uint8_t {
+  MCU_LENS_POWER_CONTROL = 0x0C,
+  MCU_GET_VERSION = 0x10,
+  MCU_GET_PTZ = 0x11,
+};
+
+struct ResultText {
+  uint8_t code;
+  const char* text;
+};
+
+constexpr ResultText kResults[] = {
+    {0x10, cAck}, {0x20, cChecksumErr}, {0x30, cCmdNotDefine}, {0x40, cValueOutRange}, {0x50, cBausy},
+};
+
+// By command id, spelt as they stand.
+constexpr const char* kDescriptions[] = {
+    /* 0x00 */ "[unknown]",
+    /* 0x01 */ "[PelcoD] Data 4 Bytes",
+    /* 0x02 */ "[Sony Lens] Visca Command",
+    /* 0x03 */ "[Max Speed] 30~430 degree/s MSB first",
+    /* 0x04 */ "[Scan Speed] 1~90 degree/s",
+    /* 0x05 */ "[Tilt Angle] 0:Indoor 85 degree, 1:Outdoor 92 degree",
+    /* 0x06 */ "[Auto Flip] 0:Off, 1:On",
+    /* 0x07 */ "[Proportional P/T] 0:Off, 1:On",
+    /* 0x08 */ "[Scan Angle] 1~90 degree",
+    /* 0x09 */ "[Scan Limit Enable] 0:Off, 1:On",
+    /* 0x0A */ "[Scan Right Limit] P,P,P,P (0~64000 steps)",
+    /* 0x0B */ "[Scan Left Limit] P,P,P,P (0~64000 steps)",
+    /* 0x0C */ "[Lens Power Control] 0:Off, 1:On",
+    /* 0x0D */ "[Load Default] Clean Preset",
+    /* 0x0E */ "[Get Alarm In State",
+    /* 0x0F */ "[Get H/W Default I/O State]",
+    /* 0x10 */ "[Get Version]",
+    /* 0x11 */ "[Get PTZ] 0:Get, 1:Auto Response",
+    /* 0x12 */ "[Set PTZ]  P,P,P,P,T,T,Z,Z",
+    /* 0x13 */ "[Set Alarm Out] 0:Clean, 1:Set",
+    /* 0x14 */ "[Get Motor State] 0:Get, 1:Auto Response",
+    /* 0x15 */ "[Set Pan Tilt Angle] 0:Stop, 1:Start (default)",
+};
+
+// Wraps gtUart1Cmd into the outgoing body.
+int FillRequest(uint8_t* body) {
+  FillRelayHeader(body);  // before the length check: a refused request uses up an id too
+  gbUart1Command = gtUart1Cmd.command;
+  if (gtUart1Cmd.length > kMaxPayload) {
+    return Failed("Len > DATA_MAX_LEN", RESULT_FAILED);
+  }
+  body[RELAY_FRAME_LENGTH] = static_cast<uint8_t>(gtUart1Cmd.length + 5);
+  uint8_t* next = std::copy_n(FrameBytes(&gtUart1Cmd), 3 + gtUart1Cmd.length, body + RELAY_START);
+  *next++ = gtUart1Cmd.checksum;
+  *next = gtUart1Cmd.stop;
+  return RESULT_OK;
+}
+
+int CheckReplyHeader(const uint8_t* body) {
+  if (body[0] != kFrameStart || body[1] != kFrameStart) {
+    return Failed("ZR4410_PACKET_HEADER failed!", RESULT_FAILED);
+  }
+  return QM2150_CheckZR4410Packet(body);
+}
+
+// One command with one data byte.
+int SendCommand(McuCommand command, uint8_t data) {
+  gtUart1Cmd = {};
+  gtUart1Resp = {};
+  gtUart1Cmd.command = command;
+  gtUart1Cmd.length = 1;
+  gtUart1Cmd.data[0] = data;
+  const int result = MCU_ProcessUart1();
+  return result < 0 ? FailedUnlessStopped("MCU_ProcessUart1 failed!", result) : result;
+}
+
+}  // namespace
+
+uint8_t MCU_ChecksumCmdResp(const PlainFrame* frame) {
+  return static_cast<uint8_t>(-SumBytes(FrameBytes(frame), 3U + std::min(frame->length, kMaxPayload)));
+}
+
+int MCU_FillUart1Resp(const uint8_t* body, PlainFrame* frame) {
+  const uint8_t* next = body + RELAY_START;
+  frame->start = *next++;
+  frame->command = *next++;
+  frame->length = *next++;
+  if (frame->length > kMaxPayload) {
+    return Failed("Len > DATA_MAX_LEN", RESULT_FAILED);
+  }
+  memcpy(frame->data, next, frame->length);
+  next += frame->length;
+  frame->checksum = *next++;
+  frame->stop = *next;
+  return RESULT_OK;
+}
+
+int MCU_CheckUart1Resp(const PlainFrame* frame) {
+  if (frame->start != kFrameStart) {
+    return Failed("UART1_CMD_START failed!", RESULT_FAILED);
+  }
+  // Compared as whole integers on purpose: a request code of 0x80 or above can never be answered.
+  if (frame->command != gbUart1Command + kReplyBit) {
+    return Failed("UART1 RESP CMD Code failed!", RESULT_FAILED);
+  }
+  if (frame->checksum != MCU_ChecksumCmdResp(frame)) {
+    return Failed("Checksum failed!", RESULT_FAILED);
+  }
+  if (frame->stop != kFrameStop) {
+    return Failed("_UART1_CMD_STOP failed!", RESULT_FAILED);
+  }
+  return RESULT_OK;
+}
+
+const char* MCU_StrError(uint8_t code) {
+  for (const ResultText& result : kResults) {
+    if (result.code == code) {
+      return result.text;
+    }
+  }
+  return cNull;
+}
+
+int MCU_ProcessUart1(void) {
+  gtUart1Cmd.start = kFrameStart;
+  gtUart1Cmd.checksum = MCU_ChecksumCmdResp(&gtUart1Cmd);
+  gtUart1Cmd.stop = kFrameStop;
+  if (FillRequest(gtZR4410MsgqCmdBuf.body) < 0) {
+    return Failed("MCU_FillZR4410 failed!", RESULT_FAILED);
+  }
+  if (const int result = ZR4410_MsgQ_Send(&gtZR4410MsgqCmdBuf); result < 0) {
+    return Failed("ZR4410_MsgQ_Send failed!", result);
+  }
+  if (const int result = ZR4410_MsgQ_Receive(&gtZR4410MsgqRespBuf); result < 0) {
+    return FailedUnlessStopped("ZR4410_MsgQ_Receive failed!", result);
+  }
+  if (CheckReplyHeader(gtZR4410MsgqRespBuf.body) < 0) {
+    return Failed("MCU_CheckZR4410Packet failed!", RESULT_FAILED);
+  }
+  if (MCU_FillUart1Resp(gtZR4410MsgqRespBuf.body, &gtUart1Resp) < 0) {
+    return Failed("MCU_FillUart1Resp failed!", RESULT_FAILED);
+  }
+  if (MCU_CheckUart1Resp(&gtUart1Resp) < 0) {
+    return Failed("MCU_CheckUart1Resp failed!", RESULT_FAILED);
+  }
+  return RESULT_OK;
+}
+
+int MCU_GetVersion(uint8_t* version) {
+  const int result = SendCommand(MCU_GET_VERSION, 1);
+  if (result < 0) {
+    return result;
+  }
+  *version = gtUart1Resp.data[0];
+  return RESULT_OK;
+}
+
+int MCU_LensPowerControl(int32_t on) {
+  const int result = SendCommand(MCU_LENS_POWER_CONTROL, static_cast<uint8_t>(on));
+  if (result < 0) {
+    return result;
+  }
+  return gtUart1Resp.data[0] == kAcknowledged ? RESULT_OK : RESULT_FAILED;
+}
+
+int MCU_GetPTZ(int32_t mode, uint32_t* pan, uint16_t* tilt, uint16_t* zoom) {
+  const int result = SendCommand(MCU_GET_PTZ, static_cast<uint8_t>(mode));
+  if (result < 0) {
+    return result;
+  }
+  if (gtUart1Resp.length != 8) {
+    return RESULT_FAILED;
+  }
+  const uint8_t* const d = gtUart1Resp.data;
+  *pan =
+      static_cast<uint32_t>(d[0]) << 24 | static_cast<uint32_t>(d[1]) << 16 | static_cast<uint32_t>(d[2]) << 8 | d[3];
+  *tilt = static_cast<uint16_t>(d[4] << 8 | d[5]);
+  *zoom = static_cast<uint16_t>(d[6] << 8 | d[7]);
+  if (gfDebugFlag) {
+    printf("[%s] MCU_GetPTZ:\n", "testZR4410");
+    DumpData(d, gtUart1Resp.length);
+  }
+  return RESULT_OK;
+}
+
+int MCU_Cmd2Str(uint32_t id, char* text) {
+  if (id >= std::size(kDescriptions)) {
+    return RESULT_FAILED;
+  }
+  strcpy(text, kDescriptions[id]);
+  return RESULT_OK;
+}

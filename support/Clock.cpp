@@ -1,0 +1,53 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+#include "support/Log.h"
+#include "support/SignalGuard.h"
+#include "support/Utils.h"
+
+int GetMsFromStart(uint64_t* milliseconds) {
+  timespec now;
+  const int result = clock_gettime(CLOCK_MONOTONIC, &now);
+  if (result < 0) {
+    puts("clock_gettime failed.");
+    return result;
+  }
+  *milliseconds = static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1000000;
+  return 0;
+}
+
+int GetCurrentDayTime(char* text) {
+  const SignalGuard guard;  // localtime holds libc's time-zone lock, as does syslog
+  const time_t now = time(nullptr);
+  tm local{};
+  if (const tm* converted = localtime(&now)) {
+    local = *converted;
+  }
+  char digits[72];  // six numbers of any size: a year of more than four digits cuts the end off
+  snprintf(digits, sizeof digits, "%04d%02d%02d%02d%02d%02d", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
+           local.tm_hour, local.tm_min, local.tm_sec);
+  memset(text, 0, 16);
+  memcpy(text, digits, strnlen(digits, 14));
+  return 0;
+}
+
+int IsRtcTime(void) {
+  static constexpr char kPath[] = "/proc/driver/rtc";
+  const int file = open(kPath, O_RDONLY);
+  if (file < 0) {
+    Log(LOG_ERR, "Open %s failed", kPath);
+    return -1;
+  }
+  char text[256] = {};
+  const ssize_t count = read(file, text, sizeof text);
+  if (count < 1) {
+    Log(LOG_ERR, "Read %s failed", kPath);
+  }
+  close(file);
+  text[sizeof text - 1] = 0;
+  return strncmp(text, "rtc_time", 8) == 0 ? 0 : -1;
+}
