@@ -1,0 +1,248 @@
+"""The device around the tool, as the tests drive it: syslog, the two queues, the settings, the daemon's part.
+
+Runs inside script/sandbox, so /dev/log, /defconf, /sysconf and the queues belong to the test alone.
+Nothing here is shared with the tool or with simZR4410: it reads and writes the wire on its own.
+"""
+
+import os
+import re
+import select
+import shlex
+import socket
+import subprocess
+import threading
+import time
+from pathlib import Path
+from typing import NamedTuple
+
+import sysv_ipc
+
+TOOL = shlex.split(os.environ.get("ZR4410_TOOL", "testZR4410"))
+SIMULATOR = shlex.split(os.environ.get("ZR4410_SIM", "simZR4410"))
+BYTE_ORDER = os.environ.get("ZR4410_BYTE_ORDER", "little")  # of the machine the tool is built for
+TOO_LONG = 60  # seconds; only ever reached by a tool that hangs
+
+CONF_PTZ = Path("/defconf/conf.ptz")
+CONF_IMG = Path("/sysconf/conf.img")
+
+ERROR, INFO, DEBUG = 3, 6, 7
+BANNER = (INFO, "===================================================")
+START = [BANNER, (INFO, "Start testZR4410 (v0.0.1)."), BANNER]
+FINISH = [BANNER, (INFO, "Finish testZR4410 (v0.0.1)."), BANNER]
+
+
+class Syslog:
+    """What arrives at /dev/log, byte for byte."""
+
+    LINE = re.compile(rb"<(\d+)>\w{3} [ \d]\d \d\d:\d\d:\d\d testZR4410\[(\d+)\]: (.*)", re.DOTALL)
+    USER = 1 << 3  # the facility's part of the priority
+
+    def __init__(self):
+        Path("/dev/log").unlink(missing_ok=True)
+        self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self.socket.bind("/dev/log")
+        self.datagrams = []
+        self.arrival = threading.Condition()
+        threading.Thread(target=self._listen, daemon=True).start()
+
+    def _listen(self):
+        while datagram := self.socket.recv(65536):
+            with self.arrival:
+                self.datagrams.append(datagram)
+                self.arrival.notify_all()
+
+    def lines(self, pid):
+        """(level, text) of each message of that process so far."""
+        found = []
+        for datagram in self.datagrams:
+            match = self.LINE.fullmatch(datagram)
+            if match and int(match[2]) == pid:
+                priority = int(match[1])
+                assert priority & ~7 in (0, self.USER), datagram
+                found.append((priority & 7, match[3].decode("latin-1")))
+        return found
+
+    def wait_for(self, pid, line, count=1):
+        with self.arrival:
+            arrived = self.arrival.wait_for(lambda: self.lines(pid).count(line) >= count, TOO_LONG)
+        assert arrived, f"no {line} among {self.lines(pid)}"
+
+    def settle(self):
+        """Everything sent before this call is in `datagrams` after it."""
+        marker = f"marker {time.monotonic_ns()}".encode()
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
+            sender.sendto(marker, "/dev/log")
+        with self.arrival:
+            assert self.arrival.wait_for(lambda: marker in self.datagrams, TOO_LONG)
+            self.datagrams.remove(marker)
+
+
+class Run:
+    """One run of the tool."""
+
+    def __init__(self, syslog, arguments, prefix=()):
+        self.syslog = syslog
+        self.process = subprocess.Popen([*prefix, *TOOL, *arguments], stdin=subprocess.DEVNULL,
+                                        stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        self.pid = self.process.pid
+
+    def wait_for(self, *line, count=1):
+        self.syslog.wait_for(self.pid, line, count)
+
+    def signal(self, number):
+        os.kill(self.pid, number)
+
+    def seconds_to_end(self):
+        """How long until the process is gone."""
+        start = time.monotonic()
+        watch = select.poll()
+        descriptor = os.pidfd_open(self.pid)
+        watch.register(descriptor, select.POLLIN)
+        gone = watch.poll(TOO_LONG * 1000)
+        seconds = time.monotonic() - start
+        os.close(descriptor)
+        assert gone, "the tool hangs"
+        return seconds
+
+    def finish(self):
+        try:
+            output, errors = self.process.communicate(timeout=TOO_LONG)
+        except subprocess.TimeoutExpired:
+            self.process.kill()
+            raise
+        self.syslog.settle()
+        self.output, self.errors = output.decode("latin-1"), errors.decode("latin-1")
+        self.status = self.process.returncode
+        self.log = self.syslog.lines(self.pid)
+        return self
+
+    def body(self):
+        """The log lines between the start banner and the finish banner of a run that ended as a run should."""
+        assert self.status == 0
+        assert self.errors == ""
+        assert self.log[:3] == START
+        assert self.log[-3:] == FINISH
+        return self.log[3:-3]
+
+    def action(self):
+        """The log lines of the action alone; what it took is in `milliseconds` afterwards."""
+        *lines, (level, text) = self.body()
+        delta = re.fullmatch(r"Delta Time \(ms\) : (\d+)\n", text)
+        assert level == INFO and delta, (level, text)
+        self.milliseconds = int(delta[1])
+        return lines
+
+
+def ftok(project):
+    """The queue's key: project id, device number and inode number of the file, side by side."""
+    status = CONF_PTZ.stat()
+    key = ord(project) << 24 | (status.st_dev & 0xFF) << 16 | status.st_ino & 0xFFFF
+    return key - (1 << 32) if key >= 1 << 31 else key
+
+
+class Queue(NamedTuple):
+    """A row of the kernel's own list."""
+    key: int
+    id: int
+    permissions: str
+    bytes: int
+    messages: int
+
+
+def all_queues():
+    rows = Path("/proc/sysvipc/msg").read_text().splitlines()[1:]
+    return [Queue(int(row[0]), int(row[1]), row[2], int(row[3]), int(row[4])) for row in map(str.split, rows)]
+
+
+def remove_all_queues():
+    for queue in all_queues():
+        sysv_ipc.MessageQueue(queue.key, mode=0).remove()
+
+
+def open_queue(project):
+    return sysv_ipc.MessageQueue(ftok(project), sysv_ipc.IPC_CREAT, mode=0o666, max_message_size=8192)
+
+
+def frame(code, data):
+    start = bytes([0xAA, code, len(data), *data])
+    return start + bytes([-sum(start) & 0xFF, 0x55])
+
+
+def camera(text):
+    """The frame of a camera reply, from the VISCA packet in hex."""
+    return frame(0x82, bytes.fromhex(text))
+
+
+def mcu(command, text):
+    """The frame of an MCU reply to that command, from its data in hex."""
+    return frame(command + 0x80, bytes.fromhex(text))
+
+
+ACK = frame(0x82, b"\x10")
+
+
+def relay(sequence, content, filler=b"\x00"):
+    return (bytes([0xAA, 0xAA, sequence, len(content)]) + content).ljust(36, filler)
+
+
+def body(text):
+    """A relay message body in hex, zeros to the end left out."""
+    return bytes.fromhex(text).ljust(36, b"\x00")
+
+
+class Raw(NamedTuple):
+    """A reply sent exactly as it is, of whatever length."""
+    content: bytes
+    type: int = 1
+
+
+class Daemon:
+    """Answers the requests one after the other as scripted, then falls silent.
+
+    An answer is a frame (relayed with the sequence id of its request), a Raw message, None for silence, or a list
+    of these.
+    """
+
+    def __init__(self, *answers):
+        self.requests_queue, self.replies_queue = open_queue("b"), open_queue("a")
+        self.answers = list(answers)
+        self.types, self.requests = [], []
+        self.thread = threading.Thread(target=self._serve, daemon=True)
+        self.thread.start()
+
+    def _serve(self):
+        while True:
+            try:
+                request, sender = self.requests_queue.receive()
+            except sysv_ipc.ExistentialError:
+                return
+            self.types.append(sender)
+            self.requests.append(request)
+            answer = self.answers.pop(0) if self.answers else None
+            for reply in answer if isinstance(answer, list) else [answer]:
+                if isinstance(reply, Raw):
+                    self.send(reply.content, reply.type)
+                elif reply is not None:
+                    self.send(relay(request[2], reply), sender)
+
+    def send(self, content, kind=1):
+        self.replies_queue.send(content, type=kind)
+
+
+class Simulator:
+    """simZR4410 itself, from ready to its clean end."""
+
+    def __init__(self, *arguments):
+        self.process = subprocess.Popen([*SIMULATOR, *arguments], stdin=subprocess.DEVNULL,
+                                        stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        deadline = time.monotonic() + TOO_LONG
+        while len(all_queues()) < 2:
+            assert self.process.poll() is None, self.process.stdout.read()
+            assert time.monotonic() < deadline, "simZR4410 makes no queues"
+            time.sleep(0.005)
+
+    def stop(self):
+        self.process.terminate()
+        output, _ = self.process.communicate(timeout=TOO_LONG)
+        assert self.process.returncode == 0, output
+        return output.decode()

@@ -1,0 +1,220 @@
+"""The course of a run: banners, settings, opening the queues; which action the arguments amount to."""
+
+import os
+
+import pytest
+import sysv_ipc
+
+from device import (ACK, BYTE_ORDER, CONF_IMG, CONF_PTZ, DEBUG, ERROR, FINISH, START, Daemon, all_queues, body, camera,
+                    ftok, mcu, open_queue)
+
+UNSUPPORTED = [(ERROR, "Command ID is not supported.\n")]
+NO_SETTINGS = [(ERROR, "can not open sysconf file /sysconf/conf.img.\n"), (ERROR, "sysconf_fget failed!\n")]
+
+SENSOR_MODES = """\
+0x00 = unknown
+0x01 = 1080i 60fps (Default)
+0x02 = 1080i 59.94fps
+0x03 = NTSC, Stop Digital Output
+0x04 = 1080i 50fps
+0x05 = PAL, Stop Digital Output
+0x06 = 1080p 30fps
+0x07 = 1080p 29.97fps
+0x08 = 1080p 25fps
+0x09 = 720p 60fps
+0x0a = 720p 59.94fps
+0x0b = NTSC, Stop Digital Output
+0x0c = 720p 50fps
+0x0d = PAL, Stop Digital Output
+0x0e = 720p 30fps
+0x0f = 720p 29.97fps
+0x10 = NTSC, Stop Digital Output
+0x11 = 720p 25fps
+0x12 = PAL, Stop Digital Output
+"""
+
+GET_VERSION = body("AA AA 01 0A AA 02 05 81 09 00 02 FF C4 55")
+VERSION = camera("90 50 00 01 05 06 01 23 02 FF")
+VERSION_TEXT = "[Model] 0x0506, [ROM Version] 0x0123\n"
+
+GET_MODE = body("AA AA 01 0B AA 02 06 81 09 04 24 72 FF 2B 55")
+MODE = camera("90 50 00 08 FF")
+
+SET_MODE_0 = body("AA AA 01 0D AA 02 08 81 01 04 24 72 00 00 FF 31 55")
+SET_MODE_3 = body("AA AA 01 0D AA 02 08 81 01 04 24 72 00 03 FF 2E 55")
+SET_MODE_8 = body("AA AA 01 0D AA 02 08 81 01 04 24 72 00 08 FF 29 55")
+
+MCU_VERSION = body("AA AA 01 06 AA 10 01 01 44 55")
+
+
+def keys():
+    return [(DEBUG, "MsgqClient keyTx = 0x%08x\n" % (ftok("b") & 0xFFFFFFFF)),
+            (DEBUG, "MsgqClient keyRx = 0x%08x\n" % (ftok("a") & 0xFFFFFFFF))]
+
+
+def test_without_a_mode_the_queues_are_opened_and_nothing_is_done(tool):
+    run = tool("-g")
+    assert run.action() == keys()
+    assert run.output == ""
+    assert run.milliseconds < 500
+    assert sorted(queue.key for queue in all_queues()) == sorted([ftok("a"), ftok("b")])
+
+
+def test_a_lone_plain_argument_is_no_mode(tool):
+    run = tool("1")
+    assert run.action() == []
+    assert run.output == ""
+
+
+def test_queues_that_the_tool_makes_are_write_only_and_read_only(tool):
+    tool("1")
+    assert {queue.key: queue.permissions for queue in all_queues()} == {ftok("b"): "222", ftok("a"): "444"}
+
+
+def test_queues_outlive_the_tool_and_are_used_again(tool):
+    tool("1")
+    first = all_queues()
+    tool("1")
+    assert all_queues() == first
+
+
+def test_queues_of_the_daemon_are_used_as_they_are(tool):
+    open_queue("b"), open_queue("a")
+    first = all_queues()
+    assert tool("1").action() == []
+    assert all_queues() == first
+    assert [queue.permissions for queue in first] == ["666", "666"]
+
+
+def test_without_defconf_there_is_no_action_and_no_timing(tool):
+    CONF_PTZ.unlink()
+    CONF_PTZ.parent.rmdir()
+    run = tool("-s", "1", "1")
+    assert run.body() == [(ERROR, "ftok keyTx failed!"), (ERROR, "ZR4410_MsgQ_Open fail!\n")]
+    assert run.output == ""
+    assert all_queues() == []
+
+
+@pytest.mark.parametrize("project, lines", [
+    ("b", ["msgget giMsgIdTx failed!"]),
+    ("a", ["msgget giMsgIdRx failed!"]),
+])
+def test_a_queue_that_is_closed_to_the_tool(tool, project, lines):
+    sysv_ipc.MessageQueue(ftok(project), sysv_ipc.IPC_CREAT, mode=0)
+    # Root gets past permissions by its capabilities: without them.
+    plain = ["setpriv", "--inh-caps=-all", "--bounding-set=-all"] if os.geteuid() == 0 else []
+    run = tool("-s", "1", "1", prefix=plain)
+    assert run.body() == [(ERROR, line) for line in lines] + [(ERROR, "ZR4410_MsgQ_Open fail!\n")]
+    assert run.output == ""
+
+
+def test_without_settings_the_run_goes_on(tool):
+    CONF_IMG.unlink()
+    CONF_IMG.parent.rmdir()
+    run = tool("-s", "1", "1")
+    assert run.action() == NO_SETTINGS
+    assert run.output == SENSOR_MODES
+
+
+@pytest.mark.parametrize("settings", [
+    "", "OTHER=1\n", "EXT_DEBUG\n", "EXT_DEBUG=" + "9" * 240 + "\n", "EXT_DEBUG=\"" + "7" * 63 + "\"",
+    "EXT_DEBUG=" + "x" * 100000, "\0" * 5000, "EXT_DEBUG=-99999999999\n", "\xff" * 300,
+])
+def test_whatever_the_settings_hold_the_run_goes_on(tool, settings):
+    CONF_IMG.write_text(settings, encoding="latin-1")
+    run = tool("-s", "1", "1")
+    assert run.action() == []
+    assert run.output == SENSOR_MODES
+
+
+def test_settings_that_are_no_file(tool):
+    CONF_IMG.unlink()
+    CONF_IMG.mkdir()
+    try:
+        # A directory opens for reading; it just has no lines.
+        assert tool("-s", "1", "1").action() == []
+    finally:
+        CONF_IMG.rmdir()
+
+
+@pytest.mark.parametrize("arguments", [
+    ["-s", "1", "1"], ["-s", "1", "1", "x"], ["--sony", "1", "1"], ["--so", "1", "1"], ["-s", " +1", "1 1"],
+    ["-s", "1x", "01"], ["--", "1", "1"], ["-m", "1", "1", "-s"],
+])
+def test_listing_the_sensor_modes_asks_nobody(tool, arguments):
+    daemon = Daemon()
+    run = tool(*arguments)
+    assert run.action() == []
+    assert run.output == ("" if arguments[0] == "--" else SENSOR_MODES)
+    assert daemon.requests == []
+
+
+@pytest.mark.parametrize("arguments", [
+    ["-s", "3", "0"], ["--sony", "-1", "0"], ["-s", "4294967296", "0"], ["-s", "4294967297", "1"],
+    ["-s", "99999999999999999999999999", "0"], ["--sony", "-4294967294", "0"], ["-s", "9223372036854775809", "1"],
+    ["-m", "0x10", "0"], ["-m", "0", "0"], ["-m", "4294967312", "1"], ["-m", "272", "0"], ["-m", "", "0"],
+    ["-m", "11", "0"], ["--mcu", "-240", "0"], ["-s", "1", "1", "-m"],
+])
+def test_numbers_that_name_no_action(tool, arguments):
+    daemon = Daemon()
+    run = tool(*arguments)
+    assert run.action() == UNSUPPORTED
+    assert run.output == ""
+    assert daemon.requests == []
+
+
+@pytest.mark.parametrize("arguments, answers, requests, output", [
+    # The values stand in argv[2] and argv[3], whatever stands there when the option is met.
+    ("-g -s 1 2", [VERSION], [GET_VERSION], VERSION_TEXT),
+    ("-sg 1 2", [MODE], [GET_MODE], "[GetSnrMode] 1080p 25fps\n"),
+    ("-s 1 2 -g", [MODE], [GET_MODE], "[GetSnrMode] 1080p 25fps\n"),
+    ("--sony=1 2 8", [ACK, MODE], [SET_MODE_8], "[SetSnrMode] 1080p 25fps\n"),
+    ("--sony=1 2 3", [ACK, camera("90 50 00 03 FF")], [SET_MODE_3], "[SetSnrMode] NTSC, Stop Digital Output\n"),
+    ("1 2 -s", [ACK, camera("90 50 00 00 FF")], [SET_MODE_0], "[SetSnrMode] unknown\n"),
+    ("-s 2 264", [ACK, MODE], [SET_MODE_8], "[SetSnrMode] 1080p 25fps\n"),
+    ("-g 16 0 -m", [mcu(0x10, "07")], [MCU_VERSION], "Version = 0x07\n"),
+    ("--mcu 16 0", [mcu(0x10, "07")], [MCU_VERSION], "Version = 0x07\n"),
+])
+def test_which_action_the_arguments_amount_to(tool, arguments, answers, requests, output):
+    daemon = Daemon(*answers)
+    run = tool(*arguments.split())
+    assert run.status == 0
+    assert daemon.requests[:1] == requests
+    assert "".join(line for line in run.output.splitlines(True) if line[0] in "[V" and "client" not in line) == output
+
+
+def test_the_message_type_is_the_process_id(tool):
+    daemon = Daemon(VERSION)
+    run = tool("-s", "0", "0")
+    assert run.action() == []
+    assert (daemon.types, daemon.requests) == ([run.pid], [GET_VERSION])
+
+
+def test_dumps_of_36_bytes_sent_and_40_bytes_received(tool):
+    daemon = Daemon(VERSION)
+    run = tool("-s", "0", "0", "-g")
+    sender = " ".join(f"{byte:02X}" for byte in run.pid.to_bytes(4, BYTE_ORDER))
+    assert run.output == f"""\
+[testZR4410] client msgsnd:
+(36): 
+{sender} AA AA 01 0A AA 02 05 81 09 00 02 FF 
+C4 55 00 00 00 00 00 00 00 00 00 00 00 00 00 00 
+00 00 00 00 
+[testZR4410] client msgrcv:
+(40): 
+{sender} AA AA 01 0F AA 82 0A 90 50 00 01 05 
+06 01 23 02 FF B9 55 00 00 00 00 00 00 00 00 00 
+00 00 00 00 00 00 00 00 
+[Model] 0x0506, [ROM Version] 0x0123
+"""
+    assert run.log[3:5] == keys()
+    assert daemon.types == [run.pid]
+
+
+def test_two_runs_are_logged_alike(tool):
+    lines = START + [(ERROR, "Command ID is not supported.\n")]
+    for _ in range(2):
+        run = tool("-s", "9", "9")
+        assert run.log[:4] == lines
+        assert run.log[-3:] == FINISH
+        assert len(run.log) == len(START) + 2 + len(FINISH)

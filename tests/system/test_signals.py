@@ -1,0 +1,103 @@
+"""Signals to the real program."""
+
+import signal
+import statistics
+import time
+
+import pytest
+
+from device import DEBUG, ERROR, INFO, open_queue
+
+INTERRUPTED = {signal.SIGINT: (DEBUG, "Catch SIGINT!"), signal.SIGTERM: (DEBUG, "Catch SIGTERM!")}
+
+
+def waiting_for_a_reply(start, *arguments):
+    """A run whose request has gone out, to nobody."""
+    open_queue("a")
+    requests = open_queue("b")
+    waiting = requests.current_messages
+    run = start(*arguments)
+    while requests.current_messages == waiting:
+        assert run.process.poll() is None
+        time.sleep(0.002)
+    return run
+
+
+def in_the_read_loop(start, *arguments):
+    run = start("-r", *arguments)
+    run.wait_for(INFO, "Start main loop.")
+    return run
+
+
+@pytest.mark.parametrize("number", INTERRUPTED)
+@pytest.mark.parametrize("arguments, lines", [
+    ("-s 0 0", [(ERROR, "QM2150_VersionInq fail!\n")]),
+    ("-s 1 0", [(ERROR, "QM2150_GetSnrMode fail!\n")]),
+    ("-s 2 8", [(ERROR, "QM2150_SetRegisterValue failed!"), (ERROR, "QM2150_SetSnrMode fail!\n")]),
+    ("-m 16 0", [(ERROR, "MCU_GetVersion fail!\n"), (ERROR, "MCU_GetVersion fail!\n")]),
+    ("-m 17 0", [(ERROR, "MCU_GetPTZ fail!\n")]),
+    ("-m 12 1", [(ERROR, "MCU_LensPowerControl fail!\n")]),
+])
+def test_a_stop_signal_ends_the_wait_for_a_reply(start, number, arguments, lines):
+    run = waiting_for_a_reply(start, *arguments.split())
+    run.signal(number)
+    assert run.finish().action() == [INTERRUPTED[number]] + lines
+    assert run.output == ""
+
+
+@pytest.mark.parametrize("number", INTERRUPTED)
+def test_a_stop_signal_ends_the_read_loop(start, number):
+    run = in_the_read_loop(start)
+    run.signal(number)
+    assert run.finish().action() == [(INFO, "Start main loop."), INTERRUPTED[number], (INFO, "Finish main loop.")]
+
+
+@pytest.mark.parametrize("wait, arguments", [(waiting_for_a_reply, ["-s", "0", "0"]), (in_the_read_loop, [])])
+def test_a_stop_signal_ends_it_within_100_ms(start, wait, arguments):
+    # The median: one run may be held up by whatever else this machine does.
+    seconds = []
+    for number in [signal.SIGINT, signal.SIGTERM] * 4 + [signal.SIGINT]:
+        run = wait(start, *arguments)
+        run.signal(number)
+        seconds.append(run.seconds_to_end())
+        assert run.finish().body()
+    assert statistics.median(seconds) < 0.100, seconds
+
+
+def test_other_signals_are_logged_and_stop_nothing(start):
+    run = in_the_read_loop(start)
+    for number, line in [(signal.SIGUSR1, "Catch SIGUSR1!"), (signal.SIGUSR2, "Catch SIGUSR2!")] * 2:
+        run.signal(number)
+        run.wait_for(DEBUG, line)
+        run.syslog.settle()
+    # It is still listening: it complains about the silence of two seconds.
+    run.wait_for(ERROR, "ZR4410_MsgQ_Receive fail!\n")
+    run.signal(signal.SIGTERM)
+    assert run.finish().action() == [
+        (INFO, "Start main loop."), (DEBUG, "Catch SIGUSR1!"), (DEBUG, "Catch SIGUSR2!"), (DEBUG, "Catch SIGUSR1!"),
+        (DEBUG, "Catch SIGUSR2!"), (ERROR, "ZR4410_MsgQ_Receive fail!\n"), (DEBUG, "Catch SIGTERM!"),
+        (INFO, "Finish main loop.")]
+
+
+def test_a_signal_that_is_not_caught_ends_it(start):
+    run = in_the_read_loop(start)
+    run.signal(signal.SIGHUP)
+    assert run.finish().status == -signal.SIGHUP
+
+
+@pytest.mark.parametrize("arguments", [["-g"], []])
+def test_ten_thousand_signals_do_not_hang_it(start, arguments):
+    # With -g the interrupted loop is nearly always inside syslog, where a careless handler would deadlock.
+    run = in_the_read_loop(start, *arguments)
+    for _ in range(5000):
+        run.signal(signal.SIGUSR1)
+        run.signal(signal.SIGUSR2)
+    run.wait_for(DEBUG, "Catch SIGUSR2!")
+    run.signal(signal.SIGTERM)
+    run.seconds_to_end()
+    lines = run.finish().action()
+    # Signals that arrive while the same one is pending merge.
+    assert 0 < lines.count((DEBUG, "Catch SIGUSR1!")) <= 5000
+    assert 0 < lines.count((DEBUG, "Catch SIGUSR2!")) <= 5000
+    assert lines.count((DEBUG, "Catch SIGTERM!")) == 1
+    assert lines[-1] == (INFO, "Finish main loop.")
