@@ -46,7 +46,7 @@ constexpr ModeName kWbModes[] = {
 int CopyName(std::span<const ModeName> modes, uint32_t code, char* text) {
   for (const ModeName& mode : modes) {
     if (mode.code == code) {
-      strcpy(text, mode.name);
+      memcpy(text, mode.name, strlen(mode.name) + 1);
       return RESULT_OK;
     }
   }

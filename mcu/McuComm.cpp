@@ -211,6 +211,6 @@ int MCU_Cmd2Str(uint32_t id, char* text) {
   if (id >= std::size(kDescriptions)) {
     return RESULT_FAILED;
   }
-  strcpy(text, kDescriptions[id]);
+  memcpy(text, kDescriptions[id], strlen(kDescriptions[id]) + 1);
   return RESULT_OK;
 }
