@@ -47,14 +47,12 @@ TEST_F(FakeOsTest, ShowsEverythingInOrder) {
   EXPECT_EQ(Send(), 0);
   EXPECT_EQ(Receive(), -55);
   EXPECT_EQ(Receive(), -15);
-  EXPECT_THAT(
-      os.Timeline(),
-      ElementsAre(
-          "receive 36", "receive nothing",
-          "send 4711 AA AA 07 06 AA 10 01 01 44 55 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
-          "00 00 00 00 00 00 00 00 00",
-          "sleep 50000", "receive nothing", "sleep 50000", "receive error 7",
-          "log 3 msgrcv len failed(-1)!7:Argument list too long", "sleep 50000"));
+  EXPECT_THAT(os.Timeline(),
+              ElementsAre("receive 36", "receive nothing",
+                          "send 4711 AA AA 07 06 AA 10 01 01 44 55 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
+                          "00 00 00 00 00 00 00 00 00",
+                          "sleep 50000", "receive nothing", "sleep 50000", "receive error 7",
+                          "log 3 msgrcv len failed(-1)!7:Argument list too long", "sleep 50000"));
   EXPECT_EQ(os.ElapsedMs(), 150);
   os.RemovePoison();
   EXPECT_EQ(os.Waiting(), 0U);

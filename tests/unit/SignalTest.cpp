@@ -1,0 +1,249 @@
+#include <sys/ptrace.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+
+#include "support/Log.h"
+#include "tests/support/Fixtures.h"
+
+namespace {
+
+class Signals : public Linked {};
+
+TEST_F(Signals, TheStopFlagHoldsWhatIsStored) {
+  EXPECT_EQ(GetSigID(), 0);
+  SetSigID(1);
+  EXPECT_EQ(GetSigID(), 1);
+  SetSigID(-7);
+  EXPECT_EQ(GetSigID(), -7);
+  EXPECT_EQ(giSigID, -7);
+}
+
+struct CaughtSignal {
+  int signal;
+  const char* line;
+  int stop, usr1, usr2;
+};
+
+TEST_F(Signals, EachIsLoggedAndHasItsEffect) {
+  for (const CaughtSignal& caught :
+       {CaughtSignal{SIGINT, "Catch SIGINT!", 1, 0, 0}, CaughtSignal{SIGTERM, "Catch SIGTERM!", 1, 0, 0},
+        CaughtSignal{SIGUSR1, "Catch SIGUSR1!", 0, 1, 0}, CaughtSignal{SIGUSR2, "Catch SIGUSR2!", 0, 0, 1},
+        CaughtSignal{SIGHUP, "Catch signal = 1!\n", 0, 0, 0}, CaughtSignal{0, "Catch signal = 0!\n", 0, 0, 0},
+        CaughtSignal{-5, "Catch signal = -5!\n", 0, 0, 0}}) {
+    ResetProduct();
+    os.Forget();
+    SignalHandler(caught.signal);
+    EXPECT_THAT(os.Log(), ElementsAre(Debug(caught.line)));
+    EXPECT_EQ(GetSigID(), caught.stop) << caught.line;
+    EXPECT_EQ(giUsr1SigID, caught.usr1) << caught.line;
+    EXPECT_EQ(giUsr2SigID, caught.usr2) << caught.line;
+  }
+}
+
+TEST_F(Signals, TheStopFlagIsNeverReset) {
+  SignalHandler(SIGTERM);
+  SignalHandler(SIGUSR1);
+  SignalHandler(SIGUSR2);
+  SignalHandler(SIGHUP);
+  EXPECT_EQ(GetSigID(), 1);
+}
+
+TEST_F(Signals, TheHandlerKeepsErrno) {
+  for (const int signal : {SIGINT, SIGTERM, SIGUSR1, SIGUSR2, SIGHUP}) {
+    errno = ENOMSG;
+    SignalHandler(signal);
+    EXPECT_EQ(errno, ENOMSG) << signal;
+  }
+}
+
+TEST_F(Signals, ALogLineHoldsTheHandledSignalsBackAndLetsThemGoAfterwards) {
+  // The fake system fails every test that logs unguarded; this one looks at what is left afterwards.
+  sigset_t before, after;
+  sigemptyset(&before);
+  sigaddset(&before, SIGHUP);
+  sigprocmask(SIG_SETMASK, &before, nullptr);
+  Log(LOG_INFO, "%s %d", "text", 5);
+  sigprocmask(SIG_BLOCK, nullptr, &after);
+  for (int signal = 1; signal < 32; ++signal) {
+    EXPECT_EQ(sigismember(&after, signal), signal == SIGHUP) << signal;
+  }
+  sigprocmask(SIG_UNBLOCK, &before, nullptr);
+  EXPECT_THAT(os.Log(), ElementsAre(Info("text 5")));
+}
+
+// --- The notice ---
+
+constexpr char kNotice1[] =
+    "send 4711 AA AA 00 09 AA 02 04 01 22 33 44 B6 55 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
+    "00 00";
+constexpr char kNotice2[] =
+    "send 4711 AA AA 00 09 AA 02 04 02 22 33 44 B5 55 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
+    "00 00";
+
+TEST_F(Signals, TheNoticeIsThirteenBytesAndZeros) {
+  SendZR4410Msgq(1);
+  SendZR4410Msgq(2);
+  EXPECT_THAT(os.Timeline(), ElementsAre("receive nothing", kNotice1, "receive nothing", kNotice2));
+  EXPECT_THAT(os.Log(), IsEmpty());
+}
+
+TEST_F(Signals, TheNoticeTakesAnyCode) {
+  SendZR4410Msgq(0x00);
+  SendZR4410Msgq(0xB7);
+  SendZR4410Msgq(0xFF);
+  EXPECT_THAT(os.Frames(), ElementsAre(Bytes{0xAA, 0x02, 0x04, 0x00, 0x22, 0x33, 0x44, 0xB7, 0x55},
+                                       Bytes{0xAA, 0x02, 0x04, 0xB7, 0x22, 0x33, 0x44, 0x00, 0x55},
+                                       Bytes{0xAA, 0x02, 0x04, 0xFF, 0x22, 0x33, 0x44, 0xB8, 0x55}));
+}
+
+TEST_F(Signals, TheNoticeLeavesTheSharedRecordsAlone) {
+  uint8_t version;
+  os.Reply({0x23});
+  ASSERT_EQ(MCU_GetVersion(&version), 0);
+  const Bytes request = BytesOf(gtZR4410MsgqCmdBuf);
+  SendZR4410Msgq(1);
+  EXPECT_EQ(BytesOf(gtZR4410MsgqCmdBuf), request);
+  EXPECT_EQ(gbSeqId, 1);
+  EXPECT_EQ(gbUart1Command, 0x10);
+  os.Reply({0x23});
+  ASSERT_EQ(MCU_GetVersion(&version), 0);
+  EXPECT_EQ(os.Requests().back().Id(), 2);
+}
+
+TEST_F(Signals, TheNoticeAwaitsNoReplyButDropsWaitingOnes) {
+  os.Arrive(Bytes(36));
+  os.Arrive(Bytes(36));
+  SendZR4410Msgq(1);
+  EXPECT_THAT(os.Timeline(), ElementsAre("receive 36", "receive 36", "receive nothing", kNotice1));
+}
+
+TEST_F(Signals, AFailedNoticeIsLoggedAndForgotten) {
+  os.Fail("msgsnd", EAGAIN);
+  SendZR4410Msgq(1);
+  EXPECT_THAT(os.Log(), ElementsAre(Err("msgsnd failed!"), Err("ZR4410_MsgQ_Send fail!\n")));
+}
+
+TEST_F(Signals, AStoppedNoticeIsLoggedToo) {
+  SetSigID(1);
+  SendZR4410Msgq(1);
+  EXPECT_THAT(os.Requests(), IsEmpty());
+  EXPECT_THAT(os.Log(), ElementsAre(Err("ZR4410_MsgQ_Send fail!\n")));
+}
+
+// --- The worker ---
+
+TEST_F(Signals, TheWorkerEndsAtOnceWhenStopped) {
+  SetSigID(1);
+  giUsr1SigID = 1;
+  EXPECT_EQ(Thread(), 0);
+  EXPECT_THAT(os.Timeline(), ElementsAre("log 6 Start thread.", "log 6 Finish thread."));
+  EXPECT_EQ(giUsr1SigID, 1);
+}
+
+TEST_F(Signals, TheWorkerLooksEvery100Ms) {
+  os.StopAt("usleep", 3);
+  EXPECT_EQ(Thread(), 0);
+  EXPECT_THAT(os.Timeline(), ElementsAre("log 6 Start thread.", "sleep 100000", "sleep 100000", "sleep 100000",
+                                         "log 6 Finish thread."));
+}
+
+TEST_F(Signals, TheWorkerTurnsSigusr1IntoOneNotice) {
+  os.On("usleep", 2, [] { SignalHandler(SIGUSR1); });
+  os.StopAt("usleep", 4);
+  EXPECT_EQ(Thread(), 0);
+  EXPECT_THAT(os.Timeline(),
+              ElementsAre("log 6 Start thread.", "sleep 100000", "sleep 100000", "log 7 Catch SIGUSR1!",
+                          "receive nothing", kNotice1, "sleep 100000", "sleep 100000", "log 6 Finish thread."));
+  EXPECT_EQ(giUsr1SigID, 0);
+}
+
+TEST_F(Signals, Sigusr2NeverMakesANotice) {
+  os.On("usleep", 1, [] { SignalHandler(SIGUSR2); });
+  os.StopAt("usleep", 3);
+  EXPECT_EQ(Thread(), 0);
+  EXPECT_THAT(os.Requests(), IsEmpty());
+  EXPECT_EQ(giUsr2SigID, 1);
+}
+
+TEST_F(Signals, ASigusr1WhileTheNoticeIsSentIsLost) {
+  giUsr1SigID = 1;
+  os.On("msgsnd", 1, [] { SignalHandler(SIGUSR1); });
+  os.StopAt("usleep", 3);
+  EXPECT_EQ(Thread(), 0);
+  EXPECT_EQ(os.Requests().size(), 1U);
+  EXPECT_EQ(giUsr1SigID, 0);
+}
+
+TEST_F(Signals, TheWorkerGoesOnAfterAFailedNotice) {
+  giUsr1SigID = 1;
+  os.Fail("msgsnd", EAGAIN);
+  os.On("usleep", 1, [] { SignalHandler(SIGUSR1); });
+  os.StopAt("usleep", 2);
+  EXPECT_EQ(Thread(), 0);
+  EXPECT_THAT(os.Log(), ElementsAre(Info("Start thread."), Err("msgsnd failed!"), Err("ZR4410_MsgQ_Send fail!\n"),
+                                    Debug("Catch SIGUSR1!"), Info("Finish thread.")));
+  EXPECT_EQ(os.Requests().size(), 1U);
+}
+
+TEST_F(Signals, TheStopFlagEndsTheWorkerWithinItsSleep) {
+  os.SignalAt(250, SIGINT);
+  EXPECT_EQ(Thread(), 0);
+  EXPECT_EQ(os.ElapsedMs(), 250);
+}
+
+// The second look at the SIGUSR1 latch sees a signal that came after the latch was cleared. No system call lies
+// between, so the worker runs as a child in single steps, and the signal is put in right after the clear.
+TEST_F(Signals, ASecondSigusr1BetweenTheTwoLooksMakesASecondNotice) {
+  enum { GoodNotices = 0, OtherNotices = 1, NoTracing = 2 };
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    giUsr1SigID = 1;
+    os.On("msgsnd", 1, [] {
+      if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) {
+        _exit(NoTracing);
+      }
+      raise(SIGSTOP);
+    });
+    os.StopAt("usleep", 1);
+    Thread();
+    const auto timeline = os.Timeline();
+    const std::vector<std::string> expected = {"log 6 Start thread.", "receive nothing", kNotice1,
+                                               "receive nothing",     kNotice2,          "sleep 100000",
+                                               "log 6 Finish thread."};
+    _exit(timeline == expected && giUsr1SigID == 0 ? GoodNotices : OtherNotices);
+  }
+  // The latch is half a word of the tracer's on a 64-bit machine; the child's memory equals ours but for its values.
+  const auto address = reinterpret_cast<uintptr_t>(&giUsr1SigID);
+  const uintptr_t word = address & ~(sizeof(long) - 1);
+  const auto readLatch = [&](long data) {
+    int32_t latch;
+    memcpy(&latch, reinterpret_cast<char*>(&data) + (address - word), sizeof latch);
+    return latch;
+  };
+  int status = 0;
+  bool stepping = true;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  for (int steps = 0; WIFSTOPPED(status); ++steps) {
+    long data = ptrace(PTRACE_PEEKDATA, child, reinterpret_cast<void*>(word), nullptr);
+    if (stepping && readLatch(data) == 0) {
+      const int32_t again = 1;
+      memcpy(reinterpret_cast<char*>(&data) + (address - word), &again, sizeof again);
+      ASSERT_EQ(ptrace(PTRACE_POKEDATA, child, reinterpret_cast<void*>(word), reinterpret_cast<void*>(data)), 0);
+      stepping = false;
+    }
+    ASSERT_EQ(ptrace(stepping ? PTRACE_SINGLESTEP : PTRACE_CONT, child, nullptr, nullptr), 0);
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_LT(steps, 1000000);
+  }
+  ASSERT_TRUE(WIFEXITED(status)) << WTERMSIG(status);
+  if (WEXITSTATUS(status) == NoTracing) {
+    GTEST_SKIP() << "this machine does not let a process be traced";
+  }
+  EXPECT_EQ(WEXITSTATUS(status), GoodNotices);
+}
+
+}  // namespace
