@@ -20,7 +20,7 @@ import sysv_ipc
 TOOL = shlex.split(os.environ.get("ZR4410_TOOL", "testZR4410"))
 SIMULATOR = shlex.split(os.environ.get("ZR4410_SIM", "simZR4410"))
 BYTE_ORDER = os.environ.get("ZR4410_BYTE_ORDER", "little")  # of the machine the tool is built for
-TOO_LONG = 60  # seconds; only ever reached by a tool that hangs
+TOO_LONG = 20  # seconds; only ever reached by a tool that hangs
 
 CONF_PTZ = Path("/defconf/conf.ptz")
 CONF_IMG = Path("/sysconf/conf.img")

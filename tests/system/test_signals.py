@@ -1,5 +1,6 @@
 """Signals to the real program."""
 
+import random
 import signal
 import statistics
 import time
@@ -87,17 +88,16 @@ def test_a_signal_that_is_not_caught_ends_it(start):
 
 @pytest.mark.parametrize("arguments", [["-g"], []])
 def test_ten_thousand_signals_do_not_hang_it(start, arguments):
-    # With -g the interrupted loop is nearly always inside syslog, where a careless handler would deadlock.
+    # A handler that logs while the interrupted flow is inside syslog waits for itself, unless care is taken.
     run = in_the_read_loop(start, *arguments)
     for _ in range(5000):
         run.signal(signal.SIGUSR1)
         run.signal(signal.SIGUSR2)
-    run.wait_for(DEBUG, "Catch SIGUSR2!")
+        time.sleep(random.uniform(0, 0.0001))  # signals that arrive while the same one is pending merge
     run.signal(signal.SIGTERM)
     run.seconds_to_end()
     lines = run.finish().action()
-    # Signals that arrive while the same one is pending merge.
-    assert 0 < lines.count((DEBUG, "Catch SIGUSR1!")) <= 5000
-    assert 0 < lines.count((DEBUG, "Catch SIGUSR2!")) <= 5000
+    assert 500 < lines.count((DEBUG, "Catch SIGUSR1!")) <= 5000
+    assert 500 < lines.count((DEBUG, "Catch SIGUSR2!")) <= 5000
     assert lines.count((DEBUG, "Catch SIGTERM!")) == 1
     assert lines[-1] == (INFO, "Finish main loop.")
