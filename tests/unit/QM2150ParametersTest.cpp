@@ -1,0 +1,826 @@
+// The 21 camera settings: each is read by one inquiry, and written by one command that is then read back.
+//
+// kMembers is written from the description of the wire, independently of the product's own table.
+#include <algorithm>
+#include <cerrno>
+#include <functional>
+#include <string>
+
+#include "tests/support/Fixtures.h"
+#include "tests/unit/CameraStory.h"
+
+namespace {
+
+constexpr uint8_t kJunk = 0xE5;  // what an output holds before a call
+
+using ByteGetter = int (*)(uint8_t*);
+using ByteSetter = int (*)(uint8_t);
+
+// A member's pair of routines; both take the value as an unsigned.
+struct Pair {
+  std::function<int(unsigned&)> get;
+  std::function<int(unsigned)> set;
+};
+
+Pair Byte(ByteGetter get, ByteSetter set) {
+  return {[get](unsigned& value) {
+            uint8_t byte = kJunk;
+            const int result = get(&byte);
+            value = byte;
+            return result;
+          },
+          [set](unsigned value) { return set(static_cast<uint8_t>(value)); }};
+}
+
+Pair Shutter() {
+  return {[](unsigned& value) {
+            uint16_t word = kJunk;
+            const int result = QM2150_GetShutter(&word);
+            value = word;
+            return result;
+          },
+          [](unsigned value) { return QM2150_SetShutter(static_cast<uint16_t>(value)); }};
+}
+
+// Parameter 5 is the value; parameters 1 to 4 are 1 to 4. Tests of the others stand at the end.
+Pair WdrParams() {
+  return {[](unsigned& value) {
+            auto params = Filled<tWdrParam>(kJunk);
+            const int result = QM2150_GetWdrParams(&params);
+            const Bytes expected = result == 0 ? Bytes{1, 2, 3, 4, params.parameter5} : Bytes(5, kJunk);
+            EXPECT_EQ(Hex(BytesOf(params)), Hex(expected));
+            value = params.parameter5;
+            return result;
+          },
+          [](unsigned value) {
+            const tWdrParam params{1, 2, 3, 4, static_cast<uint8_t>(value)};
+            return QM2150_SetWdrParams(&params);
+          }};
+}
+
+// The value that the data bytes of a reply carry.
+unsigned LowNibbleOf0(const Bytes& data) {
+  return data[0] & 0x0F;
+}
+unsigned Byte0(const Bytes& data) {
+  return data[0];
+}
+unsigned Byte3(const Bytes& data) {
+  return data[3];
+}
+unsigned Nibbles2And3(const Bytes& data) {
+  return (data[2] * 16U + data[3]) % 256;
+}
+unsigned Bytes2And3(const Bytes& data) {
+  return data[2] * 256U + data[3];
+}
+unsigned Nibbles4And5(const Bytes& data) {
+  return (data[4] * 16U + data[5]) % 256;
+}
+
+struct Member {
+  const char* name;
+  Pair pair;
+  // p and q: the high and the low nibble of the value; vv: its low byte; hh: its high byte
+  const char* command;
+  const char* inquiry;
+  const char* reply;
+  unsigned (*value)(const Bytes& data);
+  unsigned confirmed;  // the greatest value that a camera can confirm
+  std::vector<size_t> zero;
+  const char* lengthLine;
+  const char* zeroLine;
+  const char* firstReadLine;
+  const char* secondReadLine;
+  const char* mismatchLine;  // VV: the value passed, RR: the last one read
+  int lengthResult = -59;
+  unsigned top = 0xFF;  // the greatest value that can be passed
+};
+
+constexpr char kZ1[] = "tVisca.bData[6] != 0x00 || tVisca.bData[7] != 0x00\n";
+constexpr char kZ2[] = "tVisca.bData[0] != 0x00 || tVisca.bData[1] != 0x00\n";
+constexpr char kZ3[] = "tVisca.bData[0] != 0x00 || tVisca.bData[1] != 0x00!\n";
+constexpr char kZ4[] = "tVisca.bData[0] != 0x00 || tVisca.bData[0] != 0x00!\n";
+
+// clang-format off
+const std::vector<Member> kMembers = {
+    {"NR", Byte(QM2150_GetNR, QM2150_SetNR),
+     "81 01 04 53 0q FF", "81 09 04 53 FF", "90 50 0q FF", LowNibbleOf0, 15, {},
+     "QM2150_GetNR len fail!\n", "",
+     "QM2150_GetNR bReadValue fail\n", "QM2150_GetNR bReadValue fail\n",
+     "QM2150_SetNR bValue(0xVV) != bReadValue(0xRR)\n"},
+    {"WdrParams", WdrParams(),
+     "81 01 04 2D 01 02 03 04 0p 0q 00 00 FF", "81 09 04 2D FF", "90 50 01 02 03 04 0p 0q 00 00 FF",
+     Nibbles4And5, 255, {6, 7},
+     "QM2150_GetWdrParams len fail!\n", kZ1,
+     "QM2150_GetWdrParams tReadWdrParams fail\n", "QM2150_GetWdrParams tReadWdrParams fail\n",
+     "QM2150_SetWdrParams tWdrParam != tReadWdrParams\n"},
+    {"WdrMode", Byte(QM2150_GetWdrMode, QM2150_SetWdrMode),
+     "81 01 04 3D vv FF", "81 09 04 3D FF", "90 50 vv FF", Byte0, 255, {},
+     "QM2150_GetWdrMode len fail!\n", "",
+     "QM2150_GetWdrMode bReadWdrMode fail!\n", "QM2150_GetWdrMode bReadWdrMode fail!\n",
+     "QM2150_SetWdrMode bWdrMode(0xVV) != bReadWdrMode(0xRR)\n"},
+    {"Bgain", Byte(QM2150_GetBgain, QM2150_SetBgain),
+     "81 01 04 44 00 00 0p 0q FF", "81 09 04 44 FF", "90 50 00 00 0p 0q FF", Nibbles2And3, 255, {0, 1},
+     "QM2150_GetBgain len fail!\n", kZ2,
+     "QM2150_GetBgain bReadValue fail\n", "QM2150_GetBgain bReadValue fail\n",
+     "QM2150_SetBgain bValue(0xVV) != bReadValue(0xRR)\n"},
+    {"Rgain", Byte(QM2150_GetRgain, QM2150_SetRgain),
+     "81 01 04 43 00 00 0p 0q FF", "81 09 04 43 FF", "90 50 00 00 0p 0q FF", Nibbles2And3, 255, {0, 1},
+     "QM2150_GetRgain len fail!\n", kZ2,
+     "QM2150_GetRgain bReadValue fail\n", "QM2150_GetRgain bReadValue fail\n",
+     "QM2150_SetRgain bValue(0xVV) != bReadValue(0xRR)\n"},
+    {"IrisPos", Byte(QM2150_GetIrisPos, QM2150_SetIrisPos),
+     "81 01 04 4B 00 00 0p 0q FF", "81 09 04 4B FF", "90 50 00 00 0p 0q FF", Nibbles2And3, 255, {0, 1},
+     "QM2150_GetIrisPos len fail!\n", kZ3,
+     "QM2150_GetIrisPos bReadValue fail\n", "QM2150_GetIrisPos bReadValue fail\n",
+     "QM2150_SetIrisPos bValue(0xVV) != bReadValue(0xRR)\n"},
+    {"GainPos", Byte(QM2150_GetGainPos, QM2150_SetGainPos),
+     "81 01 04 4C 00 00 0p 0q FF", "81 09 04 4C FF", "90 50 00 00 0p 0q FF", Nibbles2And3, 255, {0, 1},
+     "QM2150_GetGainPos len fail!\n", kZ2,
+     "QM2150_GetGainPos bReadGainPos fail!\n", "QM2150_GetGainPos bReadGainPos fail!\n",
+     "QM2150_SetGainPos bGainPos(0xVV) != bReadGainPos(0xRR)\n"},
+    {"GainLimit", Byte(QM2150_GetGainLimit, QM2150_SetGainLimit),
+     "81 01 04 2C 0q FF", "81 09 04 2C FF", "90 50 0q FF", LowNibbleOf0, 15, {},
+     "QM2150_GetGainLimit len fail!\n", "",
+     "QM2150_GetGainLimit bReadGainLimit fail!\n", "QM2150_GetGainLimit bReadGainLimit fail!\n",
+     "QM2150_SetGainLimit bGainLimit(0xVV) != bReadGainLimit(0xRR)\n"},
+    {"HighSensitivity", Byte(QM2150_GetHighSensitivity, QM2150_SetHighSensitivity),
+     "81 01 04 5E vv FF", "81 09 04 5E FF", "90 50 vv FF", Byte0, 255, {},
+     "QM2150_GetHighSensitivity len fail!\n", "",
+     "QM2150_GetHighSensitivity bReadOnOrOff fail!\n", "QM2150_GetHighSensitivity bReadOnOrOff fail!\n",
+     "QM2150_SetHighSensitivity bOnOrOff != bReadOnOrOff.\n"},
+    {"ExpCompStep", Byte(QM2150_GetExpCompStep, QM2150_SetExpCompStep),
+     "81 01 04 4E 00 00 0p 0q FF", "81 09 04 4E FF", "90 50 00 00 00 vv FF", Byte3, 15, {0, 1, 2},
+     "QM2150_GetExpCompStep len fail!\n", kZ4,
+     "QM2150_GetExpCompStep bReadExpCompStep fail!\n", "QM2150_GetExpCompStep bReadExpCompStep fail!\n",
+     "QM2150_SetExpCompStep bExpCompStep != bReadExpCompStep!\n"},
+    {"ExpComp", Byte(QM2150_GetExpComp, QM2150_SetExpComp),
+     "81 01 04 3E vv FF", "81 09 04 3E FF", "90 50 vv FF", Byte0, 255, {},
+     "QM2150_GetExpComp len fail!\n", "",
+     "QM2150_GetExpComp bReadExpComp fail!\n", "QM2150_GetExpComp bReadExpComp fail!\n",
+     "QM2150_SetExpComp bExpComp != bReadExpComp.\n"},
+    {"PictureFlip", Byte(QM2150_GetPictureFlip, QM2150_SetPictureFlip),
+     "81 01 04 66 vv FF", "81 09 04 66 FF", "90 50 vv FF", Byte0, 255, {},
+     "QM2150_GetPictureFlip len fail!\n", "",
+     "QM2150_GetPictureFlip bReadPictureFlip fail!\n", "QM2150_GetPictureFlip bReadPictureFlip fail!\n",
+     "QM2150_SetPictureFlip bPictureFlip != bReadPictureFlip.\n"},
+    {"LrReverse", Byte(QM2150_GetLrReverse, QM2150_SetLrReverse),
+     "81 01 04 61 vv FF", "81 09 04 61 FF", "90 50 vv FF", Byte0, 255, {},
+     "QM2150_GetMirror len fail!\n", "",
+     "QM2150_GetLrReverse bReadLrReverse fail!\n", "QM2150_SetLrReverse bReadLrReverse fail!\n",
+     "QM2150_GetMirror bLrReverse != bReadLrReverse.\n"},
+    {"Icr", Byte(QM2150_GetIcr, QM2150_SetIcr),
+     "81 01 04 01 vv FF", "81 09 04 01 FF", "90 50 vv FF", Byte0, 255, {},
+     "QM2150_GetIcr len fail!\n", "",
+     "QM2150_GetIcr bReadIcr fail!\n", "QM2150_GetIcr bReadIcr fail!\n",
+     "QM2150_SetIcr bIcr != bReadIcr.\n"},
+    {"AutoIcr", Byte(QM2150_GetAutoIcr, QM2150_SetAutoIcr),
+     "81 01 04 51 vv FF", "81 09 04 51 FF", "90 50 vv FF", Byte0, 255, {},
+     "QM2150_GetAutoIcr len fail!\n", "",
+     "QM2150_GetAutoIcr bReadAutoIcr fail!\n", "QM2150_GetAutoIcr bReadAutoIcr fail!\n",
+     "QM2150_SetAutoIcr bAutoIcr != bReadAutoIcr.\n"},
+    {"ColorGain", Byte(QM2150_GetColorGain, QM2150_SetColorGain),
+     "81 01 04 49 00 00 00 vv FF", "81 09 04 49 FF", "90 50 00 00 00 vv FF", Byte3, 255, {0, 1, 2},
+     "QM2150_GetColorGain len fail!\n", kZ4,
+     "QM2150_GetColorGain sReadShutter fail!\n", "QM2150_GetColorGain bReadColorGain fail!\n",
+     "QM2150_SetShutter bColorGain != bReadColorGain.\n"},
+    {"Shutter", Shutter(),
+     "81 01 04 4A 00 00 hh vv FF", "81 09 04 4A FF", "90 50 00 00 hh vv FF", Bytes2And3, 65535, {0, 1},
+     "QM2150_GetShtter len fail!\n", kZ4,
+     "QM2150_GetShutter sReadShutter fail!\n", "QM2150_GetShutter sReadShutter fail!\n",
+     "QM2150_SetShutter sShutter != sReadShutter!\n", -59, 0xFFFF},
+    {"AfMode", Byte(QM2150_GetAfMode, QM2150_SetAfMode),
+     "81 01 04 57 vv FF", "81 09 04 57 FF", "90 50 vv FF", Byte0, 255, {},
+     "GetWbMode len fail!\n", "",
+     "QM2150_GetAfMode bReadAfMode fail!\n", "QM2150_GetAfMode bReadAfMode fail!\n",
+     "QM2150_SetAfMode bAfMode != bReadAfMode!\n"},
+    {"FocusMode", Byte(QM2150_GetFocusMode, QM2150_SetFocusMode),
+     "81 01 04 38 vv FF", "81 09 04 38 FF", "90 50 vv FF", Byte0, 255, {},
+     "QM2150_GetFocusMode len fail!\n", "",
+     "QM2150_GetFocusMode bReadFocusMode fail!\n", "QM2150_GetFocusMode bReadFocusMode fail!\n",
+     "QM2150_SetFocusMode bFocusMode != bReadFocusMode!\n"},
+    {"AeMode", Byte(QM2150_GetAeMode, QM2150_SetAeMode),
+     "81 01 04 39 vv FF", "81 09 04 39 FF", "90 50 vv FF", Byte0, 255, {},
+     "GetWbMode len fail!\n", "",
+     "QM2150_GetAeMode bReadAeMode fail!\n", "QM2150_GetAeMode bReadAeMode fail!\n",
+     "QM2150_SetAeMode bAeMode != bReadAeMode!\n"},
+    {"WbMode", Byte(QM2150_GetWbMode, QM2150_SetWbMode),
+     "81 01 04 35 vv FF", "81 09 04 35 FF", "90 50 vv FF", Byte0, 255, {},
+     "GetWbMode len fail!\n", "",
+     "QM2150_GetWbMode bReadWbMode fail!\n", "QM2150_GetWbMode bReadWbMode fail!\n",
+     "QM2150_SetWbMode bWbMode != bReadWbMode!\n", -60},
+};
+
+// One value of each, written out in full: a check of the table above and of the letters in it.
+struct Sample {
+  const char* name;
+  unsigned value;
+  const char* command;
+  const char* reply;
+};
+const std::vector<Sample> kSamples = {
+    {"NR",              0x05,   "81 01 04 53 05 FF",                      "90 50 05 FF"},
+    {"WdrParams",       0xB7,   "81 01 04 2D 01 02 03 04 0B 07 00 00 FF", "90 50 01 02 03 04 0B 07 00 00 FF"},
+    {"WdrMode",         0x02,   "81 01 04 3D 02 FF",                      "90 50 02 FF"},
+    {"Bgain",           0xC3,   "81 01 04 44 00 00 0C 03 FF",             "90 50 00 00 0C 03 FF"},
+    {"Rgain",           0x9D,   "81 01 04 43 00 00 09 0D FF",             "90 50 00 00 09 0D FF"},
+    {"IrisPos",         0x11,   "81 01 04 4B 00 00 01 01 FF",             "90 50 00 00 01 01 FF"},
+    {"GainPos",         0xF0,   "81 01 04 4C 00 00 0F 00 FF",             "90 50 00 00 0F 00 FF"},
+    {"GainLimit",       0x0E,   "81 01 04 2C 0E FF",                      "90 50 0E FF"},
+    {"HighSensitivity", 0x03,   "81 01 04 5E 03 FF",                      "90 50 03 FF"},
+    {"ExpCompStep",     0x0D,   "81 01 04 4E 00 00 00 0D FF",             "90 50 00 00 00 0D FF"},
+    {"ExpComp",         0x02,   "81 01 04 3E 02 FF",                      "90 50 02 FF"},
+    {"PictureFlip",     0x03,   "81 01 04 66 03 FF",                      "90 50 03 FF"},
+    {"LrReverse",       0x02,   "81 01 04 61 02 FF",                      "90 50 02 FF"},
+    {"Icr",             0x03,   "81 01 04 01 03 FF",                      "90 50 03 FF"},
+    {"AutoIcr",         0x02,   "81 01 04 51 02 FF",                      "90 50 02 FF"},
+    {"ColorGain",       0x2A,   "81 01 04 49 00 00 00 2A FF",             "90 50 00 00 00 2A FF"},
+    {"Shutter",         0xA1B2, "81 01 04 4A 00 00 A1 B2 FF",             "90 50 00 00 A1 B2 FF"},
+    {"AfMode",          0x01,   "81 01 04 57 01 FF",                      "90 50 01 FF"},
+    {"FocusMode",       0x03,   "81 01 04 38 03 FF",                      "90 50 03 FF"},
+    {"AeMode",          0x0A,   "81 01 04 39 0A FF",                      "90 50 0A FF"},
+    {"WbMode",          0x80,   "81 01 04 35 80 FF",                      "90 50 80 FF"},
+};
+// clang-format on
+
+void Replace(std::string& text, const std::string& what, unsigned value, size_t digits, bool capitals) {
+  if (const size_t at = text.find(what); at != std::string::npos) {
+    const char* const kDigits = capitals ? "0123456789ABCDEF" : "0123456789abcdef";
+    text[at + digits - 1] = kDigits[value % 16];
+    if (digits == 2) {
+      text[at] = kDigits[value / 16 % 16];
+    }
+  }
+}
+
+// A packet of the table with its letters replaced.
+std::string Packet(std::string text, unsigned value) {
+  Replace(text, "p", value / 16, 1, true);
+  Replace(text, "q", value, 1, true);
+  Replace(text, "hh", value / 256, 2, true);
+  Replace(text, "vv", value, 2, true);
+  return text;
+}
+
+std::string Mismatch(const Member& member, unsigned passed, unsigned read) {
+  std::string text = member.mismatchLine;
+  Replace(text, "VV", passed, 2, false);
+  Replace(text, "RR", read, 2, false);
+  return "error: " + text;
+}
+
+std::string Error(const char* line) {
+  return std::string("error: ") + line;
+}
+
+class QM2150Settings : public Linked, public testing::WithParamInterface<Member> {
+ protected:
+  const Member& member = GetParam();
+  const Story command{Packet(member.command, 5)};  // most tests write the value 5
+  const Story wait{"50 ms"};
+  const Story inquiry{member.inquiry};
+
+  void Acknowledge() { os.Reply({0x10}); }
+  void Holds(unsigned value) { os.Reply(FromHex(Packet(member.reply, value))); }
+  void Data(Bytes data) {
+    data.insert(data.begin(), {0x90, 0x50});
+    data.push_back(0xFF);
+    os.Reply(data);
+  }
+  Bytes GoodData() const {
+    const Bytes packet = FromHex(Packet(member.reply, 5));
+    return {packet.begin() + 2, packet.end() - 1};
+  }
+
+  // A read that must fail and leave its output alone.
+  void ExpectReadFails(int result, const Story& lines) {
+    unsigned value = 0;
+    EXPECT_EQ(member.pair.get(value), result);
+    EXPECT_EQ(value, kJunk);
+    EXPECT_EQ(StoryOf(os), lines);
+    EXPECT_EQ(os.Unused(), 0U);
+    os.Forget();
+  }
+};
+
+TEST_P(QM2150Settings, IsReadByOneInquiry) {
+  Holds(5);
+  unsigned value = 0;
+  EXPECT_EQ(member.pair.get(value), 0);
+  EXPECT_EQ(value, 5U);
+  EXPECT_EQ(StoryOf(os), inquiry);
+}
+
+TEST_P(QM2150Settings, EveryReplyValueIsRead) {
+  const Bytes good = GoodData();
+  const Bytes others = {0x00, 0x01, 0x05, 0x0F, 0x10, 0xF0, 0xFF};
+  // Two neighbouring bytes at a time, so that a sum that overflows is met too.
+  for (size_t i = 0; i < good.size(); ++i) {
+    const auto required = [this](size_t place) {
+      return std::find(member.zero.begin(), member.zero.end(), place) != member.zero.end();
+    };
+    if (required(i) || (member.name == std::string("WdrParams") && i < 4)) {
+      continue;
+    }
+    for (const uint8_t other : others) {
+      for (unsigned byte = 0; byte < 256; ++byte) {
+        Bytes data = good;
+        data[i] = static_cast<uint8_t>(byte);
+        if (i + 1 < good.size() && !required(i + 1)) {
+          data[i + 1] = other;
+        }
+        Data(data);
+        unsigned value = 0;
+        ASSERT_EQ(member.pair.get(value), 0) << Hex(data);
+        ASSERT_EQ(value, member.value(data)) << Hex(data);
+      }
+    }
+    os.Forget();
+  }
+}
+
+TEST_P(QM2150Settings, EveryOtherLengthIsRefused) {
+  const size_t expected = GoodData().size();
+  for (size_t length = 0; length <= 16; ++length) {
+    if (length != expected) {
+      Data(Bytes(length, 0x01));  // the length is judged before any zero byte
+      ExpectReadFails(member.lengthResult, inquiry + Story{Error(member.lengthLine)});
+      Data(Bytes(length, 0x00));
+      ExpectReadFails(member.lengthResult, inquiry + Story{Error(member.lengthLine)});
+    }
+  }
+}
+
+TEST_P(QM2150Settings, BytesThatMustBeZeroAre) {
+  const Bytes good = GoodData();
+  for (const size_t place : member.zero) {
+    for (unsigned byte = 1; byte < 256; ++byte) {
+      Bytes data = good;
+      data[place] = static_cast<uint8_t>(byte);
+      Data(data);
+      ExpectReadFails(-59, inquiry + Story{Error(member.zeroLine)});
+    }
+  }
+}
+
+TEST_P(QM2150Settings, AnErrorReplyIsNoValue) {
+  const std::pair<uint8_t, const char*> errors[] = {{0x01, "error: VISCA RESP: Message length error.\n"},
+                                                    {0x02, "error: VISCA RESP: Syntax error.\n"},
+                                                    {0x03, "error: VISCA RESP: Command buffer full.\n"},
+                                                    {0x04, "error: VISCA RESP: Command cancelled.\n"},
+                                                    {0x05, "error: VISCA RESP: No Socket.\n"},
+                                                    {0x41, "error: VISCA RESP: Command not executable.\n"},
+                                                    {0x00, "error: VISCA RESP: Others code.\n"},
+                                                    {0x06, "error: VISCA RESP: Others code.\n"},
+                                                    {0x40, "error: VISCA RESP: Others code.\n"},
+                                                    {0xFF, "error: VISCA RESP: Others code.\n"}};
+  for (const auto& [code, line] : errors) {
+    os.Reply({0x90, 0x60, code, 0xFF});
+    ExpectReadFails(-59, inquiry + Story{line, "error: QM2150_ChecRespVisca fail!\n"});
+  }
+}
+
+TEST_P(QM2150Settings, AReplyOutOfShapeIsNoValue) {
+  Bytes packet = FromHex(Packet(member.reply, 5));
+  packet.front() = 0xA0;
+  os.Reply(packet);
+  ExpectReadFails(-59, inquiry + Story{"error: VISCA RESP Header fail!\n", "error: QM2150_ChecRespVisca fail!\n"});
+
+  packet = FromHex(Packet(member.reply, 5));
+  packet.back() = 0xFE;
+  os.Reply(packet);
+  ExpectReadFails(-59, inquiry + Story{"error: VISCA RESP Terminator fail!\n", "error: QM2150_ChecRespVisca fail!\n"});
+
+  os.Reply({0x90, 0x41, 0xFF});  // an acknowledgement passes the judgement but carries nothing
+  ExpectReadFails(member.lengthResult, inquiry + Story{Error(member.lengthLine)});
+}
+
+TEST_P(QM2150Settings, AFailedInquiryIsPassedOn) {
+  const Story ending{"error: QM2150_ProcessVisca failed!", "error: QM2150_Inquiry fail!\n"};
+  os.NoReply();
+  ExpectReadFails(-56, Story{inquiry[0] + " (silence)", "error: ZR4410_MsgQ_Receive timeout!"} + ending);
+  os.Reply({}).Header(0xAA, 0xAB);
+  ExpectReadFails(-1, inquiry + Story{"error: QM2150_CheckZR4410Packet failed!"} + ending);
+  os.Reply(FromHex(Packet(member.reply, 5))).Code(0x02);
+  ExpectReadFails(
+      -1, inquiry + Story{"error: UART1 RESP CMD Code failed!", "error: QM2150_CheckUart1Resp failed!"} + ending);
+  os.Reply(FromHex(Packet(member.reply, 5))).Stop(0x54);
+  ExpectReadFails(
+      -58, inquiry + Story{"error: VISCA_UART1_CMD_STOP failed!", "error: QM2150_CheckUart1Resp failed!"} + ending);
+  os.Reply(Bytes(20, 0x00));
+  ExpectReadFails(-57,
+                  inquiry + Story{"error: Len > VISCA_PACKET_MAX_LEN", "error: QM2150_FillUart1Resp failed!"} + ending);
+  os.Fail("msgsnd", EAGAIN);
+  ExpectReadFails(-1, Story{"error: msgsnd failed!", "error: ZR4410_MsgQ_Send failed!"} + ending);
+}
+
+TEST_P(QM2150Settings, AStopWhileReadingIsSilent) {
+  os.NoReply();
+  os.StopAt("msgsnd");
+  ExpectReadFails(-15, {inquiry[0] + " (stop)"});
+}
+
+TEST_P(QM2150Settings, AStopBeforeReadingIsToldByTheSenderAlone) {
+  SetSigID(1);
+  ExpectReadFails(-15, {"error: ZR4410_MsgQ_Send failed!"});
+}
+
+TEST_P(QM2150Settings, EveryValueIsSentAndConfirmedOrRefused) {
+  unsigned passed = 0;
+  std::string wrong;
+  os.device = [&](const Request& request) {
+    const std::string packet = Hex(request.Payload());
+    if (packet == member.inquiry) {
+      // a camera that keeps a nibble keeps the low one
+      os.Answer(request, FromHex(Packet(member.reply, passed <= member.confirmed ? passed : passed % 16)));
+    } else {
+      wrong = packet == Packet(member.command, passed) ? wrong : packet;
+      os.Answer(request, {0x10});
+    }
+  };
+  for (passed = 0; passed <= member.top; ++passed) {
+    const int result = member.pair.set(passed);
+    ASSERT_EQ(wrong, "") << passed;
+    if (passed <= member.confirmed) {
+      ASSERT_EQ(result, 0) << passed;
+      ASSERT_EQ(os.Requests().size(), 2U) << passed;
+      ASSERT_THAT(os.Log(), IsEmpty()) << passed;
+    } else {
+      ASSERT_EQ(result, -60) << passed;
+      ASSERT_EQ(StoryOf(os), (Story{Packet(member.command, passed), "50 ms", member.inquiry, "50 ms", member.inquiry,
+                                    Mismatch(member, passed, passed % 16)}));
+    }
+    os.Forget();
+  }
+}
+
+TEST_P(QM2150Settings, IsConfirmedByTheFirstReading) {
+  Acknowledge();
+  Holds(5);
+  EXPECT_EQ(member.pair.set(5), 0);
+  EXPECT_EQ(StoryOf(os), command + wait + inquiry);
+  EXPECT_EQ(os.ElapsedMs(), 150);
+}
+
+TEST_P(QM2150Settings, IsConfirmedByTheSecondReading) {
+  Acknowledge();
+  Holds(9);
+  Holds(5);
+  EXPECT_EQ(member.pair.set(5), 0);
+  EXPECT_EQ(StoryOf(os), command + wait + inquiry + wait + inquiry);
+  EXPECT_EQ(os.ElapsedMs(), 250);
+}
+
+TEST_P(QM2150Settings, IsGivenUpAfterTwoReadings) {
+  Acknowledge();
+  Holds(9);
+  Holds(2);
+  EXPECT_EQ(member.pair.set(5), -60);
+  EXPECT_EQ(StoryOf(os), (command + wait + inquiry + wait + inquiry + Story{Mismatch(member, 5, 2)}));
+  EXPECT_EQ(os.Calls("msgsnd"), 3);
+}
+
+TEST_P(QM2150Settings, ARefusedCommandIsNotReadBack) {
+  os.Reply({0x40});
+  EXPECT_EQ(member.pair.set(5), -1);
+  EXPECT_EQ(StoryOf(os), (command + Story{"error: QM2150_Command fail!\n"}));
+}
+
+TEST_P(QM2150Settings, AnUnansweredCommandIsNotReadBack) {
+  os.NoReply();
+  EXPECT_EQ(member.pair.set(5), -56);
+  EXPECT_EQ(StoryOf(os), (Story{command[0] + " (silence)", "error: ZR4410_MsgQ_Receive timeout!",
+                                "error: QM2150_ProcessVisca failed!", "error: QM2150_Command fail!\n"}));
+}
+
+TEST_P(QM2150Settings, AFailureOfTheFirstReadingEndsIt) {
+  Acknowledge();
+  os.Reply({0x90, 0x60, 0x41, 0xFF});
+  EXPECT_EQ(member.pair.set(5), -59);
+  EXPECT_EQ(StoryOf(os), (command + wait + inquiry +
+                          Story{"error: VISCA RESP: Command not executable.\n", "error: QM2150_ChecRespVisca fail!\n",
+                                Error(member.firstReadLine)}));
+}
+
+TEST_P(QM2150Settings, AFailureOfTheSecondReadingEndsIt) {
+  Acknowledge();
+  Holds(9);
+  Data(Bytes(3, 0x00));  // no member has three data bytes
+  EXPECT_EQ(member.pair.set(5), member.lengthResult);
+  EXPECT_EQ(StoryOf(os), (command + wait + inquiry + wait + inquiry +
+                          Story{Error(member.lengthLine), Error(member.secondReadLine)}));
+}
+
+TEST_P(QM2150Settings, ATimeOutOfAReadingIsPassedOn) {
+  const Story failed{member.inquiry + std::string(" (silence)"), "error: ZR4410_MsgQ_Receive timeout!",
+                     "error: QM2150_ProcessVisca failed!", "error: QM2150_Inquiry fail!\n"};
+  Acknowledge();
+  os.NoReply();
+  EXPECT_EQ(member.pair.set(5), -56);
+  EXPECT_EQ(StoryOf(os), (command + wait + failed + Story{Error(member.firstReadLine)}));
+  os.Forget();
+
+  Acknowledge();
+  Holds(9);
+  os.NoReply();
+  EXPECT_EQ(member.pair.set(5), -56);
+  EXPECT_EQ(StoryOf(os), (command + wait + inquiry + wait + failed + Story{Error(member.secondReadLine)}));
+}
+
+// A stop is silent in the reader but told by the writer, like any failure.
+TEST_P(QM2150Settings, AStopInTheCommandIsTold) {
+  os.NoReply();
+  os.StopAt("msgsnd");
+  EXPECT_EQ(member.pair.set(5), -15);
+  EXPECT_EQ(StoryOf(os), (Story{command[0] + " (stop)", "error: QM2150_Command fail!\n"}));
+}
+
+TEST_P(QM2150Settings, AStopInTheFirstReadingIsTold) {
+  Acknowledge();
+  os.NoReply();
+  os.StopAt("msgsnd", 2);
+  EXPECT_EQ(member.pair.set(5), -15);
+  EXPECT_EQ(StoryOf(os), (command + wait + Story{inquiry[0] + " (stop)", Error(member.firstReadLine)}));
+}
+
+TEST_P(QM2150Settings, AStopInTheSecondReadingIsTold) {
+  Acknowledge();
+  Holds(9);
+  os.NoReply();
+  os.StopAt("msgsnd", 3);
+  EXPECT_EQ(member.pair.set(5), -15);
+  EXPECT_EQ(StoryOf(os),
+            (command + wait + inquiry + wait + Story{inquiry[0] + " (stop)", Error(member.secondReadLine)}));
+}
+
+TEST_P(QM2150Settings, AStopBetweenExchangesIsToldBySenderAndWriter) {
+  SetSigID(1);
+  EXPECT_EQ(member.pair.set(5), -15);
+  EXPECT_EQ(StoryOf(os), (Story{"error: ZR4410_MsgQ_Send failed!", "error: QM2150_Command fail!\n"}));
+  os.Forget();
+
+  SetSigID(0);
+  Acknowledge();
+  os.StopAt("usleep", 2);  // the 50 ms between the command and the first reading
+  EXPECT_EQ(member.pair.set(5), -15);
+  EXPECT_EQ(StoryOf(os), (command + wait + Story{"error: ZR4410_MsgQ_Send failed!", Error(member.firstReadLine)}));
+  os.Forget();
+
+  SetSigID(0);
+  Acknowledge();
+  Holds(9);
+  os.StopAt("usleep", 4);
+  EXPECT_EQ(member.pair.set(5), -15);
+  EXPECT_EQ(StoryOf(os),
+            (command + wait + inquiry + wait + Story{"error: ZR4410_MsgQ_Send failed!", Error(member.secondReadLine)}));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, QM2150Settings, testing::ValuesIn(kMembers),
+                         [](const auto& test) { return std::string(test.param.name); });
+
+void PrintTo(const Member& member, std::ostream* out) {
+  *out << member.name;
+}
+
+// --- What is particular to one member or another ---
+
+using QM2150SettingsTest = Linked;
+
+TEST_F(QM2150SettingsTest, ThereAreTwentyOneMembers) {
+  EXPECT_EQ(kMembers.size(), 21U);
+}
+
+TEST_F(QM2150SettingsTest, ASampleOfEachWrittenOutInFull) {
+  ASSERT_EQ(kSamples.size(), kMembers.size());
+  for (size_t i = 0; i < kSamples.size(); ++i) {
+    const Sample& sample = kSamples[i];
+    ASSERT_STREQ(sample.name, kMembers[i].name);
+    os.Reply({0x10});
+    os.Reply(FromHex(sample.reply));
+    EXPECT_EQ(kMembers[i].pair.set(sample.value), 0) << sample.name;
+    EXPECT_EQ(StoryOf(os), (Story{sample.command, "50 ms", kMembers[i].inquiry})) << sample.name;
+    os.Forget();
+    os.Reply(FromHex(sample.reply));
+    unsigned value = 0;
+    EXPECT_EQ(kMembers[i].pair.get(value), 0) << sample.name;
+    EXPECT_EQ(value, sample.value) << sample.name;
+    os.Forget();
+  }
+}
+
+TEST_F(QM2150SettingsTest, MismatchesShowTheValuePassedAndTheLastRead) {
+  struct Case {
+    int (*set)(uint8_t);
+    const char* first;
+    const char* second;
+    const char* line;
+  };
+  const Case cases[] = {
+      {QM2150_SetNR, "90 50 01 FF", "90 50 0C FF", "QM2150_SetNR bValue(0xab) != bReadValue(0x0c)\n"},
+      {QM2150_SetWdrMode, "90 50 01 FF", "90 50 CD FF", "QM2150_SetWdrMode bWdrMode(0xab) != bReadWdrMode(0xcd)\n"},
+      {QM2150_SetBgain, "90 50 00 00 01 01 FF", "90 50 00 00 0C 0D FF",
+       "QM2150_SetBgain bValue(0xab) != bReadValue(0xcd)\n"},
+      {QM2150_SetRgain, "90 50 00 00 01 01 FF", "90 50 00 00 0C 0D FF",
+       "QM2150_SetRgain bValue(0xab) != bReadValue(0xcd)\n"},
+      {QM2150_SetIrisPos, "90 50 00 00 01 01 FF", "90 50 00 00 0C 0D FF",
+       "QM2150_SetIrisPos bValue(0xab) != bReadValue(0xcd)\n"},
+      {QM2150_SetGainPos, "90 50 00 00 01 01 FF", "90 50 00 00 0C 0D FF",
+       "QM2150_SetGainPos bGainPos(0xab) != bReadGainPos(0xcd)\n"},
+      {QM2150_SetGainLimit, "90 50 01 FF", "90 50 0C FF",
+       "QM2150_SetGainLimit bGainLimit(0xab) != bReadGainLimit(0x0c)\n"},
+  };
+  for (const Case& item : cases) {
+    os.Reply({0x10});
+    os.Reply(FromHex(item.first));
+    os.Reply(FromHex(item.second));
+    EXPECT_EQ(item.set(0xAB), -60) << item.line;
+    EXPECT_THAT(os.Log(), ElementsAre(Err(item.line)));
+    os.Forget();
+  }
+}
+
+TEST_F(QM2150SettingsTest, NoiseReduction0x12SendsItsLowNibbleAndIsNeverConfirmed) {
+  os.Reply({0x10});
+  os.Reply({0x90, 0x50, 0x02, 0xFF});
+  os.Reply({0x90, 0x50, 0x02, 0xFF});
+  EXPECT_EQ(QM2150_SetNR(0x12), -60);
+  EXPECT_EQ(StoryOf(os), (Story{"81 01 04 53 02 FF", "50 ms", "81 09 04 53 FF", "50 ms", "81 09 04 53 FF",
+                                "error: QM2150_SetNR bValue(0x12) != bReadValue(0x02)\n"}));
+}
+
+// The reading is masked too: a camera that reports 0x12 whole does not confirm it either.
+TEST_F(QM2150SettingsTest, NibbleMembersMaskWhatTheyRead) {
+  uint8_t value = kJunk;
+  os.Reply({0x90, 0x50, 0x12, 0xFF});
+  EXPECT_EQ(QM2150_GetNR(&value), 0);
+  EXPECT_EQ(value, 0x02);
+  os.Reply({0x90, 0x50, 0xFE, 0xFF});
+  EXPECT_EQ(QM2150_GetGainLimit(&value), 0);
+  EXPECT_EQ(value, 0x0E);
+  os.Forget();
+  os.Reply({0x10});
+  os.Reply({0x90, 0x50, 0x1A, 0xFF});
+  os.Reply({0x90, 0x50, 0x1A, 0xFF});
+  EXPECT_EQ(QM2150_SetGainLimit(0x1A), -60);
+  EXPECT_THAT(os.Log(), ElementsAre(Err("QM2150_SetGainLimit bGainLimit(0x1a) != bReadGainLimit(0x0a)\n")));
+}
+
+TEST_F(QM2150SettingsTest, Shutter0x0115TravelsAsTwoWholeBytes) {
+  os.Reply({0x10});
+  os.Reply({0x90, 0x50, 0x00, 0x00, 0x01, 0x15, 0xFF});
+  EXPECT_EQ(QM2150_SetShutter(0x0115), 0);
+  EXPECT_EQ(StoryOf(os), (Story{"81 01 04 4A 00 00 01 15 FF", "50 ms", "81 09 04 4A FF"}));
+}
+
+TEST_F(QM2150SettingsTest, ExposureCompensationStep0x20IsNeverConfirmed) {
+  os.Reply({0x10});
+  os.Reply({0x90, 0x50, 0x00, 0x00, 0x00, 0x00, 0xFF});
+  os.Reply({0x90, 0x50, 0x00, 0x00, 0x00, 0x00, 0xFF});
+  EXPECT_EQ(QM2150_SetExpCompStep(0x20), -60);
+  EXPECT_EQ(StoryOf(os), (Story{"81 01 04 4E 00 00 02 00 FF", "50 ms", "81 09 04 4E FF", "50 ms", "81 09 04 4E FF",
+                                "error: QM2150_SetExpCompStep bExpCompStep != bReadExpCompStep!\n"}));
+}
+
+// A camera that keeps both nibbles reports them where zero is required.
+TEST_F(QM2150SettingsTest, ExposureCompensationStepInTwoNibblesIsNotRead) {
+  os.Reply({0x10});
+  os.Reply({0x90, 0x50, 0x00, 0x00, 0x02, 0x00, 0xFF});
+  EXPECT_EQ(QM2150_SetExpCompStep(0x20), -59);
+  EXPECT_EQ(StoryOf(os), (Story{"81 01 04 4E 00 00 02 00 FF", "50 ms", "81 09 04 4E FF",
+                                "error: tVisca.bData[0] != 0x00 || tVisca.bData[0] != 0x00!\n",
+                                "error: QM2150_GetExpCompStep bReadExpCompStep fail!\n"}));
+}
+
+TEST_F(QM2150SettingsTest, AMatchingFirstReadingTakesOneWaitAMatchingSecondTwo) {
+  os.Reply({0x10});
+  os.Reply({0x90, 0x50, 0x03, 0xFF});
+  EXPECT_EQ(QM2150_SetIcr(3), 0);
+  EXPECT_THAT(os.Slept(), ElementsAre(50000, 50000, 50000));  // poll, wait, poll
+  os.Forget();
+  os.Reply({0x10});
+  os.Reply({0x90, 0x50, 0x02, 0xFF});
+  os.Reply({0x90, 0x50, 0x03, 0xFF});
+  EXPECT_EQ(QM2150_SetIcr(3), 0);
+  EXPECT_THAT(os.Slept(), ElementsAre(50000, 50000, 50000, 50000, 50000));
+}
+
+TEST_F(QM2150SettingsTest, WhiteBalanceAloneReturnsMinus60ForAWrongLength) {
+  uint8_t value = kJunk;
+  os.Reply({0x90, 0x50, 0x01, 0x02, 0xFF});
+  EXPECT_EQ(QM2150_GetWbMode(&value), -60);
+  EXPECT_THAT(os.Log(), ElementsAre(Err("GetWbMode len fail!\n")));
+  os.Forget();
+  os.Reply({0x90, 0x50, 0x01, 0x02, 0xFF});
+  EXPECT_EQ(QM2150_GetAeMode(&value), -59);
+  EXPECT_THAT(os.Log(), ElementsAre(Err("GetWbMode len fail!\n")));
+  EXPECT_EQ(value, kJunk);
+}
+
+TEST_F(QM2150SettingsTest, NibbleSumsAreNotMaskedButCutToTheWidth) {
+  uint8_t value = 0;
+  os.Reply({0x90, 0x50, 0x00, 0x00, 0x12, 0x34, 0xFF});  // 0x120 + 0x34 = 0x154
+  EXPECT_EQ(QM2150_GetBgain(&value), 0);
+  EXPECT_EQ(value, 0x54);
+  os.Reply({0x90, 0x50, 0x00, 0x00, 0x01, 0xFF, 0xFF});  // 0x10 + 0xFF = 0x10F
+  EXPECT_EQ(QM2150_GetIrisPos(&value), 0);
+  EXPECT_EQ(value, 0x0F);
+  tWdrParam params{};
+  os.Reply({0x90, 0x50, 0x00, 0x00, 0x00, 0x00, 0x12, 0x34, 0x00, 0x00, 0xFF});
+  EXPECT_EQ(QM2150_GetWdrParams(&params), 0);
+  EXPECT_EQ(params.parameter5, 0x54);
+}
+
+// Only the reply type 0x60 is an error: with a socket number it passes for a value.
+TEST_F(QM2150SettingsTest, AnErrorReplyWithASocketNumberPassesForAValue) {
+  uint8_t value = kJunk;
+  os.Reply({0x90, 0x61, 0x41, 0xFF});
+  EXPECT_EQ(QM2150_GetAfMode(&value), 0);
+  EXPECT_EQ(value, 0x41);
+  EXPECT_THAT(os.Log(), IsEmpty());
+}
+
+TEST_F(QM2150SettingsTest, CompletionsAreTracedWithDebugBit15) {
+  giDebug = 0x8000;
+  uint8_t value = kJunk;
+  os.Reply({0x90, 0x50, 0x03, 0xFF});
+  EXPECT_EQ(QM2150_GetAfMode(&value), 0);
+  EXPECT_EQ(StoryOf(os), (Story{"81 09 04 57 FF", "debug: VISCA RESP ACK!\n"}));
+}
+
+// --- Wide dynamic range ---
+
+TEST_F(QM2150SettingsTest, WideDynamicRangeParametersAreComparedFieldByField) {
+  const tWdrParam params{1, 2, 3, 4, 5};
+  const tWdrParam same = params;
+  EXPECT_EQ(QM2150_CompareWdrParams(&params, &same), 0);
+  for (size_t field = 0; field < 5; ++field) {
+    for (unsigned bit = 1; bit < 256; bit *= 2) {
+      tWdrParam other = params;
+      reinterpret_cast<uint8_t*>(&other)[field] ^= static_cast<uint8_t>(bit);
+      EXPECT_EQ(QM2150_CompareWdrParams(&params, &other), -60) << "field " << field << " bit " << bit;
+      EXPECT_EQ(QM2150_CompareWdrParams(&other, &params), -60) << "field " << field << " bit " << bit;
+      EXPECT_EQ(QM2150_CompareWdrParams(&other, &other), 0);
+    }
+  }
+  EXPECT_THAT(os.Timeline(), IsEmpty());
+}
+
+TEST_F(QM2150SettingsTest, WideDynamicRangeParametersAreReadFieldByField) {
+  auto params = Filled<tWdrParam>(kJunk);
+  os.Reply(FromHex("90 50 0A 0B 0C 0D 0E 0F 00 00 FF"));
+  EXPECT_EQ(QM2150_GetWdrParams(&params), 0);
+  EXPECT_EQ(Hex(BytesOf(params)), "0A 0B 0C 0D EF");
+  os.Reply(FromHex("90 50 F1 E2 D3 C4 01 00 00 00 FF"));  // the first four are masked
+  EXPECT_EQ(QM2150_GetWdrParams(&params), 0);
+  EXPECT_EQ(Hex(BytesOf(params)), "01 02 03 04 10");
+  EXPECT_EQ(StoryOf(os), (Story{"81 09 04 2D FF", "81 09 04 2D FF"}));
+}
+
+TEST_F(QM2150SettingsTest, EachWideDynamicRangeParameterIsConfirmedUpToItsWidth) {
+  for (size_t field = 0; field < 5; ++field) {
+    for (unsigned value = 0; value < 256; ++value) {
+      Bytes fields = {1, 2, 3, 4, 5};
+      fields[field] = static_cast<uint8_t>(value);
+      // Sent, and held by the camera, in nibbles.
+      const auto nibble = [](unsigned number) { return static_cast<uint8_t>(number % 16); };
+      const Bytes sent = {nibble(fields[0]),
+                          nibble(fields[1]),
+                          nibble(fields[2]),
+                          nibble(fields[3]),
+                          nibble(fields[4] / 16U),
+                          nibble(fields[4]),
+                          0x00,
+                          0x00};
+      const bool fits = field == 4 || value < 16;
+      os.Reply({0x10});
+      for (int readings = fits ? 1 : 2; readings > 0; --readings) {
+        os.Reply(FromHex("90 50 " + Hex(sent) + " FF"));
+      }
+      const tWdrParam params{fields[0], fields[1], fields[2], fields[3], fields[4]};
+      ASSERT_EQ(QM2150_SetWdrParams(&params), fits ? 0 : -60) << Hex(fields);
+      const Story once{"50 ms", "81 09 04 2D FF"};
+      ASSERT_EQ(StoryOf(os),
+                Story{"81 01 04 2D " + Hex(sent) + " FF"} + once +
+                    (fits ? Story{} : once + Story{"error: QM2150_SetWdrParams tWdrParam != tReadWdrParams\n"}));
+      os.Forget();
+    }
+  }
+}
+
+TEST_F(QM2150SettingsTest, EachWideDynamicRangeParameterMustReadBack) {
+  const tWdrParam params{1, 2, 3, 4, 0x56};
+  const char* const kOthers[] = {"90 50 00 02 03 04 05 06 00 00 FF", "90 50 01 00 03 04 05 06 00 00 FF",
+                                 "90 50 01 02 00 04 05 06 00 00 FF", "90 50 01 02 03 00 05 06 00 00 FF",
+                                 "90 50 01 02 03 04 00 06 00 00 FF", "90 50 01 02 03 04 05 00 00 00 FF"};
+  for (const char* const other : kOthers) {
+    os.Reply({0x10});
+    os.Reply(FromHex(other));
+    os.Reply(FromHex(other));
+    EXPECT_EQ(QM2150_SetWdrParams(&params), -60) << other;
+    EXPECT_THAT(os.Log(), ElementsAre(Err("QM2150_SetWdrParams tWdrParam != tReadWdrParams\n"))) << other;
+    os.Forget();
+  }
+}
+
+}  // namespace
