@@ -1,0 +1,369 @@
+#include "simulator/CameraModel.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace sim {
+namespace {
+
+constexpr std::uint8_t kTerminator = 0xFF;
+constexpr std::uint32_t kOpticalEnd = 16384;
+constexpr std::uint32_t kCombinedEnd = 31424;
+constexpr std::int64_t kZoomSpeed = 700;  // positions a second, for each of the eight speeds
+constexpr std::int64_t kFocusSpeed = 4000;
+constexpr std::uint32_t kOrdinarySpeed = 5;
+
+// Sensor modes of the 50 Hz family.
+bool Is50Hz(std::uint8_t mode) {
+  static constexpr std::uint8_t kModes[] = {0x04, 0x05, 0x08, 0x0C, 0x0D, 0x11, 0x12};
+  return std::find(std::begin(kModes), std::end(kModes), mode) != std::end(kModes);
+}
+constexpr std::uint8_t kLastSensorMode = 0x12;
+
+}  // namespace
+
+std::uint8_t ViscaError(ByteView packet) {
+  return packet.size() == 4 && (packet[1] & 0xF0) == 0x60 ? packet[2] : std::uint8_t{0};
+}
+
+CameraModel::CameraModel(State& state, Options options)
+    : state_(state), start_(state), options_(options), video_mode_(state.registers[kSensorModeRegister]) {}
+
+void CameraModel::SetSupply(bool on, Time now) {
+  if (on == supply_) {
+    return;
+  }
+  MoveTo(now);
+  Forget();
+  supply_ = on;
+  if (!on) {
+    return;
+  }
+  // The lens stays where it stood; registers, identity and memory are kept; the rest starts again.
+  for (std::size_t i = 0; i < static_cast<std::size_t>(kFirstKept); ++i) {
+    if (static_cast<Var>(i) != Var::zoom_pos && static_cast<Var>(i) != Var::focus_pos) {
+      state_.values[i] = start_.values[i];
+    }
+  }
+  SettleZoom();
+  state_[Var::power] = 2;
+  video_mode_ = state_.registers[kSensorModeRegister];
+  awake_at_ = now + options_.wake_up;
+  announced_ = false;
+  address_ = 1;
+}
+
+void CameraModel::Forget() {
+  sockets_ = {};
+  zoom_.rate = focus_.rate = 0;
+}
+
+Bytes CameraModel::Reply(std::initializer_list<std::uint8_t> bytes) const {
+  Bytes packet = {static_cast<std::uint8_t>((address_ + 8) << 4)};
+  packet.insert(packet.end(), bytes);
+  packet.push_back(kTerminator);
+  return packet;
+}
+
+Bytes CameraModel::Error(int socket, std::uint8_t code) const {
+  return Reply({static_cast<std::uint8_t>(0x60 + socket), code});
+}
+
+std::vector<Bytes> CameraModel::Handle(ByteView packet, Time now) {
+  if (!Awake(now) || packet.empty()) {
+    return {};
+  }
+  const std::uint8_t header = packet[0];
+  const bool broadcast = header == 0x88;
+  if (!broadcast && header != (0x80 | address_)) {
+    return {};
+  }
+  if (packet.size() < 3 || packet.size() > 16) {
+    return {Error(0, kErrLength)};
+  }
+  if (packet.back() != kTerminator) {
+    return {Error(0, kErrSyntax)};
+  }
+  MoveTo(now);
+  if (broadcast) {
+    if (packet.size() == 4 && packet[1] == 0x30 && packet[2] >= 1 && packet[2] <= 7) {
+      address_ = packet[2];
+      return {{0x88, 0x30, static_cast<std::uint8_t>(packet[2] + 1), kTerminator}};
+    }
+    if (std::ranges::equal(packet, Bytes{0x88, 0x01, 0x00, 0x01, 0xFF})) {
+      Forget();
+      return {Bytes(packet.begin(), packet.end())};
+    }
+    return {};
+  }
+  if (packet.size() == 3 && (packet[1] & 0xF0) == 0x20) {
+    return Cancel(packet[1] & 0x0F, now);
+  }
+  const ByteView data = packet.subspan(2, packet.size() - 3);
+  if (packet[1] == 0x01) {
+    return Command(data, now);
+  }
+  return packet[1] == 0x09 ? Inquiry(data, now) : std::vector<Bytes>{Error(0, kErrSyntax)};
+}
+
+std::vector<Bytes> CameraModel::Command(ByteView data, Time now) {
+  if (std::ranges::equal(data, Bytes{0x00, 0x01})) {  // interface clear
+    Forget();
+    return {Reply({0x50})};
+  }
+  const auto found = FindCommand(data);
+  if (!found) {
+    return {Error(0, kErrSyntax)};
+  }
+  for (const FieldValue& v : found->values) {
+    if (!Info(v.field->var).Accepts(v.value)) {
+      return {Error(0, kErrSyntax)};
+    }
+  }
+  const auto free = std::find_if(sockets_.begin(), sockets_.end(), [](const Socket& s) { return !s.busy; });
+  if (free == sockets_.end()) {
+    return {Error(0, kErrBufferFull)};
+  }
+  const int number = static_cast<int>(free - sockets_.begin()) + 1;
+  if (!Executable(found->row->needs)) {
+    return {Error(number, kErrNotExecutable)};
+  }
+  const Bytes acknowledged = Reply({static_cast<std::uint8_t>(0x40 + number)});
+  const Time duration = Perform(*found->row, found->values, *free, now);
+  if (duration > 0) {
+    free->busy = true;
+    free->until = now + duration;
+    return {acknowledged};
+  }
+  return {acknowledged, Reply({static_cast<std::uint8_t>(0x50 + number)})};
+}
+
+std::vector<Bytes> CameraModel::Inquiry(ByteView data, Time now) {
+  const auto found = FindInquiry(data);
+  if (!found) {
+    return {Error(0, kErrSyntax)};
+  }
+  if (!Executable(found->row->needs)) {
+    return {Error(0, kErrNotExecutable)};
+  }
+  // What no variable keeps: the register asked for, and the flags of the moment.
+  if (found->row->act == Act::Register) {
+    state_[Var::register_value] = state_.registers[found->values.front().value];
+  }
+  state_[Var::zoom_moving] = zoom_.rate != 0;
+  state_[Var::focus_moving] = focus_.rate != 0;
+  state_[Var::field_50hz] = Is50Hz(video_mode_);
+  (void)now;
+  Bytes packet = Reply({0x50});
+  const Bytes values = Fill(found->row->reply, found->row->fields, state_);
+  packet.insert(packet.end() - 1, values.begin(), values.end());
+  return {packet};
+}
+
+std::vector<Bytes> CameraModel::Cancel(int number, Time now) {
+  if (number < 1 || number > 2 || !sockets_[static_cast<std::size_t>(number) - 1].busy) {
+    return {Error(number, kErrNoSocket)};
+  }
+  Socket& socket = sockets_[static_cast<std::size_t>(number) - 1];
+  for (Axis* axis : socket.axes) {
+    if (axis != nullptr) {
+      Turn(*axis, 0, now);
+    }
+  }
+  socket = {};
+  return {Error(number, kErrCancelled)};
+}
+
+bool CameraModel::Executable(Needs needs) const {
+  if (needs == Needs::Standby) {
+    return true;
+  }
+  if (state_[Var::power] != 2) {
+    return false;
+  }
+  const std::uint32_t ae = state_[Var::ae_mode];
+  switch (needs) {
+    case Needs::ShutterFree:
+      return ae == 0x03 || ae == 0x0A;
+    case Needs::IrisFree:
+      return ae == 0x03 || ae == 0x0B;
+    case Needs::GainFree:
+      return ae == 0x03;
+    case Needs::BrightFree:
+      return ae == 0x0D;
+    case Needs::WbManual:
+      return state_[Var::wb_mode] == 5;
+    case Needs::FocusManual:
+      return state_[Var::focus_mode] == 3;
+    case Needs::Power:
+    case Needs::Standby:
+      break;
+  }
+  return true;
+}
+
+Time CameraModel::Perform(const Row& row, const Values& values, Socket& socket, Time now) {
+  const auto first = [&values] { return values.front().value; };
+  switch (row.act) {
+    case Act::Set:
+      for (const FieldValue& v : values) {
+        state_[v.field->var] = v.value;
+      }
+      SettleZoom();
+      break;
+    case Act::Power:
+      state_[Var::power] = first();
+      if (first() != 2) {
+        Forget();
+      }
+      break;
+    case Act::Step: {
+      const Var var = row.fields[1].var;
+      const VarInfo& info = Info(var);
+      std::uint32_t& value = state_[var];
+      value = first() == 0   ? start_[var]
+              : first() == 2 ? std::min(value + 1, info.greatest)
+                             : std::max(value, info.least + 1) - 1;
+      break;
+    }
+    case Act::MoveZoom:
+    case Act::MoveFocus: {
+      Axis& axis = row.act == Act::MoveZoom ? zoom_ : focus_;
+      // "2s" and "3s" carry a speed, "0m" a direction; far lowers the focus position as wide lowers the zoom's.
+      const bool speed = values.front().field->var == Var::speed;
+      const bool up = speed ? row.name.ends_with("Tele") || row.name.ends_with("Far") : first() == 2;
+      const bool raise = up == (row.act == Act::MoveZoom);
+      const auto rate = static_cast<std::int64_t>(speed ? first() : kOrdinarySpeed) + 1;
+      const bool stop = !speed && first() == 0;
+      Turn(axis, stop ? 0 : (raise ? 1 : -1) * rate * (&axis == &zoom_ ? kZoomSpeed : kFocusSpeed), now);
+      break;
+    }
+    case Act::ZoomTo:
+      return Drive(zoom_, first(), 8 * kZoomSpeed, socket, now);
+    case Act::FocusTo:
+      return Drive(focus_, first(), 8 * kFocusSpeed, socket, now);
+    case Act::ZoomFocusTo:
+      return std::max(Drive(zoom_, values[0].value, 8 * kZoomSpeed, socket, now),
+                      Drive(focus_, values[1].value, 8 * kFocusSpeed, socket, now));
+    case Act::FocusInfinity:
+      return Drive(focus_, focus_.least, 8 * kFocusSpeed, socket, now);
+    case Act::ToggleFocus:
+      state_[Var::focus_mode] = state_[Var::focus_mode] == 2 ? 3 : 2;
+      break;
+    case Act::Register: {
+      const auto number = static_cast<std::uint8_t>(values[0].value);
+      const auto value = static_cast<std::uint8_t>(values[1].value);
+      if (number != kSensorModeRegister || value <= kLastSensorMode) {
+        state_.registers[number] = value;
+      }
+      break;
+    }
+    case Act::MemoryReset:
+      memories_[first()].reset();
+      break;
+    case Act::MemorySet:
+      memories_[first()] = state_;
+      break;
+    case Act::MemoryRecall: {
+      const State& stored = memories_[first()] ? *memories_[first()] : start_;
+      std::copy_n(stored.values.begin(), static_cast<std::size_t>(kFirstKept), state_.values.begin());
+      break;
+    }
+    case Act::Nothing:
+    case Act::Sony:
+    case Act::Pelco:
+    case Act::LoadDefault:
+      break;
+  }
+  return 0;
+}
+
+Time CameraModel::Drive(Axis& axis, std::uint32_t target, std::int64_t speed, Socket& socket, Time now) {
+  if (&axis == &zoom_) {
+    SettleZoom();
+  }
+  target = std::clamp(target, axis.least, axis.greatest);
+  const auto here = static_cast<std::int64_t>(state_[axis.var]);
+  const std::int64_t distance = static_cast<std::int64_t>(target) - here;
+  if (!options_.travel || distance == 0) {
+    state_[axis.var] = target;
+    axis.rate = 0;
+    SettleZoom();
+    return 0;
+  }
+  Turn(axis, distance > 0 ? speed : -speed, now);
+  axis.target = target;
+  (socket.axes[0] == nullptr ? socket.axes[0] : socket.axes[1]) = &axis;
+  return std::abs(distance) * kSecond / speed + kMillisecond;
+}
+
+void CameraModel::Turn(Axis& axis, std::int64_t rate, Time now) {
+  axis.from = state_[axis.var];
+  axis.since = now;
+  axis.rate = rate;
+  axis.target = rate > 0 ? axis.greatest : axis.least;
+}
+
+// Brings the motors to where they are at this time.
+void CameraModel::MoveTo(Time now) {
+  for (Axis* axis : {&zoom_, &focus_}) {
+    if (axis->rate == 0) {
+      continue;
+    }
+    const std::int64_t reached = axis->from + axis->rate * (now - axis->since) / kSecond;
+    const bool there = axis->rate > 0 ? reached >= axis->target : reached <= axis->target;
+    state_[axis->var] = static_cast<std::uint32_t>(there ? axis->target : reached);
+    if (there) {
+      axis->rate = 0;
+    }
+  }
+  if (zoom_.since != 0) {
+    SettleZoom();
+  }
+}
+
+// Beyond the optical end the combined zoom goes on digitally, 64 positions to a digital one.
+void CameraModel::SettleZoom() {
+  const bool combined = state_[Var::dzoom_mode] == 0;
+  zoom_.greatest = combined && state_[Var::digital_zoom] == 2 ? kCombinedEnd : kOpticalEnd;
+  std::uint32_t& zoom = state_[Var::zoom_pos];
+  zoom = std::min(zoom, zoom_.greatest);
+  if (combined) {
+    state_[Var::digital_zoom_pos] = zoom > kOpticalEnd ? (zoom - kOpticalEnd) / 64 : 0;
+  }
+}
+
+std::vector<Bytes> CameraModel::Advance(Time now) {
+  std::vector<Bytes> packets;
+  if (!supply_) {
+    return packets;
+  }
+  if (!announced_ && now >= awake_at_) {
+    announced_ = true;
+    packets.push_back(Reply({0x38}));
+  }
+  MoveTo(now);
+  for (std::size_t i = 0; i < sockets_.size(); ++i) {
+    if (sockets_[i].busy && now >= sockets_[i].until) {
+      sockets_[i] = {};
+      packets.push_back(Reply({static_cast<std::uint8_t>(0x51 + i)}));
+    }
+  }
+  return packets;
+}
+
+std::optional<Time> CameraModel::NextEvent() const {
+  std::optional<Time> next;
+  const auto earlier = [&next](Time t) { next = next ? std::min(*next, t) : t; };
+  if (supply_ && !announced_) {
+    earlier(awake_at_);
+  }
+  for (const Socket& socket : sockets_) {
+    if (socket.busy) {
+      earlier(socket.until);
+    }
+  }
+  return next;
+}
+
+}  // namespace sim

@@ -1,0 +1,82 @@
+#include "simulator/McuModel.h"
+
+#include <algorithm>
+
+namespace sim {
+namespace {
+
+constexpr std::int64_t kPanTurn = 64000;  // steps of a full turn
+constexpr std::int64_t kTiltEnd = 920;
+constexpr std::int64_t kTopSpeed = 63;  // PelcoD speeds go from 0 to 0x3F
+
+}  // namespace
+
+Bytes McuModel::Handle(std::uint8_t id, ByteView data, Time now) {
+  MoveTo(now);
+  const Row* row = FindMcu(id);
+  if (row == nullptr || row->act == Act::Sony) {  // VISCA packets are the camera's
+    return {kMcuUnknown};
+  }
+  Bytes bytes = {id};
+  bytes.insert(bytes.end(), data.begin(), data.end());
+  const auto values = Match(row->command, row->fields, bytes);
+  if (!values || std::any_of(values->begin(), values->end(),
+                             [](const FieldValue& v) { return !Info(v.field->var).Accepts(v.value); })) {
+    return {kMcuRange};
+  }
+  if (row->act == Act::LoadDefault) {
+    const auto from = static_cast<std::size_t>(Var::max_speed);
+    const auto to = static_cast<std::size_t>(kFirstTransient);
+    std::copy(start_.values.begin() + from, start_.values.begin() + to, state_.values.begin() + from);
+  } else {
+    for (const FieldValue& v : *values) {
+      state_[v.field->var] = v.value;
+    }
+  }
+  if (id == 0x12) {
+    pan_rate_ = tilt_rate_ = 0;  // a position ends whatever movement there was
+  }
+  if (row->act == Act::Pelco) {
+    Pelco(now);
+  }
+  return Fill(row->reply, row->fields, state_);
+}
+
+bool McuModel::Reports(std::uint8_t id) const {
+  return state_[id == kGetPtz ? Var::ptz_report : Var::motor_report] == 1;
+}
+
+Bytes McuModel::Report(std::uint8_t id, Time now) {
+  MoveTo(now);
+  const Row* row = FindMcu(id);
+  return Fill(row->reply, row->fields, state_);
+}
+
+// Second command byte: right 02, left 04, up 08, down 10, none of them: stop.
+void McuModel::Pelco(Time now) {
+  const std::uint32_t bits = state_[Var::pelco_2];
+  const auto direction = [bits](unsigned plus, unsigned minus) {
+    return ((bits & plus) != 0 ? 1 : 0) - ((bits & minus) != 0 ? 1 : 0);
+  };
+  const auto speed = [this](Var var) { return std::min<std::int64_t>(state_[var], kTopSpeed); };
+  pan_rate_ = direction(0x02, 0x04) * speed(Var::pelco_3) * state_[Var::max_speed] * kPanTurn / 360 / kTopSpeed;
+  tilt_rate_ = direction(0x08, 0x10) * speed(Var::pelco_4) * 10;
+  pan_from_ = state_[Var::pan];
+  tilt_from_ = state_[Var::tilt];
+  since_ = now;
+  state_[Var::motor_state] = pan_rate_ != 0 || tilt_rate_ != 0;
+}
+
+void McuModel::MoveTo(Time now) {
+  const Time passed = now - since_;
+  if (pan_rate_ != 0) {  // turns without end
+    const std::int64_t pan = (pan_from_ + pan_rate_ * passed / kSecond) % kPanTurn;
+    state_[Var::pan] = static_cast<std::uint32_t>(pan < 0 ? pan + kPanTurn : pan);
+  }
+  if (tilt_rate_ != 0) {
+    const std::int64_t tilt = tilt_from_ + tilt_rate_ * passed / kSecond;
+    state_[Var::tilt] = static_cast<std::uint32_t>(std::clamp<std::int64_t>(tilt, 0, std::max(tilt_from_, kTiltEnd)));
+  }
+}
+
+}  // namespace sim
