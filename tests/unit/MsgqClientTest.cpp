@@ -1,0 +1,400 @@
+#include <sys/msg.h>
+
+#include <bit>
+#include <cerrno>
+#include <csignal>
+
+#include "tests/support/Fixtures.h"
+
+namespace {
+
+using testing::Each;
+
+// --- Open ---
+
+class Opening : public Machine {};
+
+TEST_F(Opening, MakesBothKeysThenBothQueues) {
+  EXPECT_EQ(giMsgIdTx, -1);
+  EXPECT_EQ(giMsgIdRx, -1);
+  EXPECT_EQ(ZR4410_MsgQ_Open(), 0);
+  EXPECT_THAT(os.Timeline(),
+              ElementsAre("ftok /defconf/conf.ptz b", "ftok /defconf/conf.ptz a", "msgget 98", "msgget 97"));
+  EXPECT_EQ(giMsgIdTx, FakeOs::kRequestQueue);
+  EXPECT_EQ(giMsgIdRx, FakeOs::kReplyQueue);
+}
+
+TEST_F(Opening, RequestsAreCreatedWriteOnlyAndRepliesReadOnly) {
+  EXPECT_EQ(ZR4410_MsgQ_Open(), 0);
+  EXPECT_THAT(os.Opened(),
+              ElementsAre(FakeOs::Queue{0x62010042, IPC_CREAT | 0222}, FakeOs::Queue{0x61010042, IPC_CREAT | 0444}));
+  EXPECT_EQ(os.Opened()[0].flags, 658);
+  EXPECT_EQ(os.Opened()[1].flags, 804);
+}
+
+TEST_F(Opening, ClearsBothMessagesAndStoresTheProcessId) {
+  gtZR4410MsgqCmdBuf = gtZR4410MsgqRespBuf = Filled<RelayMessage>(0x5A);
+  EXPECT_EQ(ZR4410_MsgQ_Open(), 0);
+  EXPECT_EQ(gtZR4410MsgqCmdBuf.type, 4711);
+  EXPECT_THAT(gtZR4410MsgqCmdBuf.body, Each(0));
+  EXPECT_THAT(BytesOf(gtZR4410MsgqRespBuf), Each(0));
+}
+
+TEST_F(Opening, LogsTheKeysWithTheDebugFlagOnly) {
+  EXPECT_EQ(ZR4410_MsgQ_Open(), 0);
+  EXPECT_THAT(os.Log(), IsEmpty());
+  gfDebugFlag = 1;
+  EXPECT_EQ(ZR4410_MsgQ_Open(), 0);
+  EXPECT_THAT(os.Log(),
+              ElementsAre(Debug("MsgqClient keyTx = 0x62010042\n"), Debug("MsgqClient keyRx = 0x61010042\n")));
+  EXPECT_EQ(os.Output(), "");
+}
+
+TEST_F(Opening, FailsWithoutTheKeyFile) {
+  os.files.erase("/defconf/conf.ptz");
+  EXPECT_EQ(ZR4410_MsgQ_Open(), -1);
+  EXPECT_THAT(os.Log(), ElementsAre(Err("ftok keyTx failed!")));
+  EXPECT_EQ(os.Calls("ftok"), 1);
+}
+
+TEST_F(Opening, FailsWithoutTheReplyKey) {
+  gfDebugFlag = 1;
+  os.Fail("ftok", ENOENT, 2);
+  EXPECT_EQ(ZR4410_MsgQ_Open(), -1);
+  EXPECT_THAT(os.Log(), ElementsAre(Debug("MsgqClient keyTx = 0x62010042\n"), Err("ftok keyRx failed!")));
+  EXPECT_THAT(os.Opened(), IsEmpty());
+}
+
+TEST_F(Opening, FailsWithoutTheRequestQueue) {
+  os.Fail("msgget", EACCES, 1);
+  EXPECT_EQ(ZR4410_MsgQ_Open(), -1);
+  EXPECT_THAT(os.Log(), ElementsAre(Err("msgget giMsgIdTx failed!")));
+  EXPECT_EQ(os.Calls("msgget"), 1);
+  EXPECT_EQ(giMsgIdTx, -1);
+  EXPECT_EQ(giMsgIdRx, -1);
+}
+
+TEST_F(Opening, WithoutTheReplyQueueOnlySendingWorks) {
+  os.Fail("msgget", ENOSPC, 2);
+  EXPECT_EQ(ZR4410_MsgQ_Open(), -1);
+  EXPECT_THAT(os.Log(), ElementsAre(Err("msgget giMsgIdRx failed!")));
+  EXPECT_EQ(giMsgIdTx, FakeOs::kRequestQueue);
+  EXPECT_EQ(giMsgIdRx, -1);
+
+  os.Forget();
+  RelayMessage message{4711, {1, 2, 3}};
+  EXPECT_EQ(ZR4410_MsgQ_Send(&message), 0);
+  EXPECT_THAT(os.Log(), ElementsAre(Debug("Reflush Receive Msqg (22): Invalid argument")));
+  EXPECT_EQ(os.Requests().size(), 1U);
+  os.Forget();
+  EXPECT_EQ(ZR4410_MsgQ_Receive(&message), -1);
+  EXPECT_THAT(os.Timeline(), ElementsAre("log 3 ReceiveMsgQ failed!"));
+}
+
+TEST_F(Opening, NothingIsSentOrReceivedBefore) {
+  RelayMessage message{4711, {}};
+  EXPECT_EQ(ZR4410_MsgQ_Send(&message), -1);
+  EXPECT_EQ(ZR4410_MsgQ_Receive(&message), -1);
+  EXPECT_THAT(os.Timeline(), ElementsAre("log 3 SendMsgQ failed!", "log 3 ReceiveMsgQ failed!"));
+}
+
+TEST_F(Opening, ClosingNeverFailsAndDoesNothing) {
+  EXPECT_EQ(ZR4410_MsgQ_Close(), 0);
+  EXPECT_EQ(ZR4410_MsgQ_Open(), 0);
+  os.Forget();
+  EXPECT_EQ(ZR4410_MsgQ_Close(), 0);
+  EXPECT_EQ(ZR4410_MsgQ_Close(), 0);
+  EXPECT_THAT(os.Timeline(), IsEmpty());
+  EXPECT_EQ(giMsgIdTx, FakeOs::kRequestQueue);
+  EXPECT_EQ(giMsgIdRx, FakeOs::kReplyQueue);
+}
+
+// --- Send ---
+
+class Sending : public Linked {
+ protected:
+  Sending() {
+    for (uint8_t i = 0; i < 36; ++i) {
+      message.body[i] = i;
+    }
+  }
+  RelayMessage message{0x1267, {}};
+};
+
+constexpr char kSent[] =
+    "send 4711 00 01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F 10 11 12 13 14 15 16 17 18 19 1A 1B 1C 1D 1E 1F 20 21 "
+    "22 23";
+
+TEST_F(Sending, SendsTypeAndWholeBodyWithoutWaiting) {
+  EXPECT_EQ(ZR4410_MsgQ_Send(&message), 0);
+  EXPECT_THAT(os.Timeline(), ElementsAre("receive nothing", kSent));
+  EXPECT_EQ(os.Requests().at(0).queue, FakeOs::kRequestQueue);
+  EXPECT_EQ(os.Output(), "");
+}
+
+TEST_F(Sending, ThrowsEveryWaitingReplyAwayFirst) {
+  os.Arrive(Bytes(36), 0, 1);
+  os.Arrive(Bytes(36), 0, 4711);
+  os.Arrive(Bytes(5), 0, 2147483647);
+  os.Arrive({}, 0, 3);
+  EXPECT_EQ(ZR4410_MsgQ_Send(&message), 0);
+  EXPECT_THAT(os.Timeline(),
+              ElementsAre("receive 36", "receive 36", "receive 5", "receive 0", "receive nothing", kSent));
+}
+
+TEST_F(Sending, AStopBeforeTheFlushSendsNothing) {
+  SetSigID(1);
+  EXPECT_EQ(ZR4410_MsgQ_Send(&message), -15);
+  EXPECT_THAT(os.Timeline(), IsEmpty());
+}
+
+TEST_F(Sending, AStopDuringTheFlushSendsNothing) {
+  for (int i = 0; i < 5; ++i) {
+    os.Arrive(Bytes(36));
+  }
+  os.StopAt("msgrcv", 3);
+  EXPECT_EQ(ZR4410_MsgQ_Send(&message), -15);
+  EXPECT_THAT(os.Timeline(), ElementsAre("receive 36", "receive 36", "receive 36"));
+}
+
+TEST_F(Sending, OnlyAStopFlagOfOneStops) {
+  SetSigID(2);
+  EXPECT_EQ(ZR4410_MsgQ_Send(&message), 0);
+}
+
+TEST_F(Sending, AFlushThatEndsOddlyIsLoggedAndTheMessageSent) {
+  os.Fail("msgrcv", EIDRM);
+  EXPECT_EQ(ZR4410_MsgQ_Send(&message), 0);
+  EXPECT_THAT(os.Timeline(),
+              ElementsAre("receive error 43", "log 7 Reflush Receive Msqg (43): Identifier removed", kSent));
+}
+
+TEST_F(Sending, APoisonMessageEndsEveryFlushAtOnce) {
+  os.Arrive(Bytes(37));
+  os.Arrive(Bytes(36));
+  for (int i = 0; i < 2; ++i) {
+    os.Forget();
+    EXPECT_EQ(ZR4410_MsgQ_Send(&message), 0);
+    EXPECT_THAT(os.Timeline(),
+                ElementsAre("receive error 7", "log 7 Reflush Receive Msqg (7): Argument list too long", kSent));
+  }
+  EXPECT_EQ(os.Waiting(), 2U);
+}
+
+TEST_F(Sending, AFullQueueIsAFailureNeverAWait) {
+  os.Fail("msgsnd", EAGAIN);
+  EXPECT_EQ(ZR4410_MsgQ_Send(&message), -1);
+  EXPECT_THAT(os.Timeline(), ElementsAre("receive nothing", "log 3 msgsnd failed!"));
+  EXPECT_EQ(os.Calls("msgsnd"), 1);
+  EXPECT_EQ(os.ElapsedMs(), 0);
+}
+
+TEST_F(Sending, AnInterruptedSendIsAFailure) {
+  os.Fail("msgsnd", EINTR);
+  gfDebugFlag = 1;
+  EXPECT_EQ(ZR4410_MsgQ_Send(&message), -1);
+  EXPECT_THAT(os.Log(), ElementsAre(Err("msgsnd failed!")));
+  EXPECT_EQ(os.Output(), "");
+}
+
+// The dump starts at the type word, as the machine stores it; 36 bytes of the 40.
+constexpr bool kLittleEndian = std::endian::native == std::endian::little;
+
+TEST_F(Sending, TheDebugFlagDumps36BytesFromTheTypeWordOn) {
+  gfDebugFlag = 1;
+  EXPECT_EQ(ZR4410_MsgQ_Send(&message), 0);
+  EXPECT_EQ(os.Output(), std::string("[testZR4410] client msgsnd:\n(36): \n") +
+                             (kLittleEndian ? "67 12 00 00" : "00 00 12 67") +
+                             " 00 01 02 03 04 05 06 07 08 09 0A 0B \n"
+                             "0C 0D 0E 0F 10 11 12 13 14 15 16 17 18 19 1A 1B \n"
+                             "1C 1D 1E 1F \n");
+}
+
+// --- Receive ---
+
+class Receiving : public Linked {
+ protected:
+  RelayMessage message = Filled<RelayMessage>(0x5A);
+};
+
+TEST_F(Receiving, SleepsBeforeTheFirstLook) {
+  os.Arrive(Bytes(36, 0xC3));
+  EXPECT_EQ(ZR4410_MsgQ_Receive(&message), 0);
+  EXPECT_THAT(os.Timeline(), ElementsAre("sleep 50000", "receive 36"));
+  EXPECT_THAT(message.body, Each(0xC3));
+}
+
+TEST_F(Receiving, LooksEvery50Ms) {
+  os.Arrive(Bytes(36, 0xC3), 140);
+  EXPECT_EQ(ZR4410_MsgQ_Receive(&message), 0);
+  EXPECT_THAT(os.Timeline(), ElementsAre("sleep 50000", "receive nothing", "sleep 50000", "receive nothing",
+                                         "sleep 50000", "receive 36"));
+}
+
+TEST_F(Receiving, TakesAMessageOfAnyType) {
+  for (const long type : {1L, 4711L, 99999L, 2147483647L}) {
+    os.Arrive(Bytes(36, 0xC3), 0, type);
+    EXPECT_EQ(ZR4410_MsgQ_Receive(&message), 0);
+    EXPECT_EQ(message.type, type);
+  }
+}
+
+TEST_F(Receiving, TakesTheFirstMessageOnly) {
+  os.Arrive(Bytes(36, 0x01));
+  os.Arrive(Bytes(36, 0x02));
+  EXPECT_EQ(ZR4410_MsgQ_Receive(&message), 0);
+  EXPECT_THAT(message.body, Each(0x01));
+  EXPECT_EQ(os.Waiting(), 1U);
+}
+
+TEST_F(Receiving, GivesUpAfterStrictlyMoreThan2000Ms) {
+  EXPECT_EQ(ZR4410_MsgQ_Receive(&message), -56);
+  EXPECT_EQ(os.ElapsedMs(), 2050);
+  EXPECT_EQ(os.Calls("msgrcv"), 41);
+  EXPECT_THAT(os.Slept(), testing::AllOf(testing::SizeIs(41), Each(50000U)));
+  EXPECT_THAT(os.Log(), IsEmpty());
+  EXPECT_THAT(BytesOf(message), Each(0x5A));
+}
+
+TEST_F(Receiving, TakesAMessageAtTheLastLook) {
+  os.Arrive(Bytes(36, 0xC3), 2050);
+  EXPECT_EQ(ZR4410_MsgQ_Receive(&message), 0);
+  os.Arrive(Bytes(36, 0xC3), 2051);
+  EXPECT_EQ(ZR4410_MsgQ_Receive(&message), -56);
+}
+
+TEST_F(Receiving, TheDebugFlagLogsEveryLookAndTheTimeout) {
+  gfDebugFlag = 1;
+  EXPECT_EQ(ZR4410_MsgQ_Receive(&message), -56);
+  std::vector<LogLine> expected(41, Info("msgrcv len = 0\n"));
+  expected.push_back(Err("msgrcv timeout!"));
+  EXPECT_EQ(os.Log(), expected);
+  EXPECT_EQ(os.Output(), "");
+}
+
+TEST_F(Receiving, TheDebugFlagDumpsTheWholeMessage) {
+  gfDebugFlag = 1;
+  Bytes body;
+  for (uint8_t i = 0; i < 36; ++i) {
+    body.push_back(i);
+  }
+  os.Arrive(body, 0, 0x1267);
+  EXPECT_EQ(ZR4410_MsgQ_Receive(&message), 0);
+  EXPECT_EQ(os.Output(), std::string("[testZR4410] client msgrcv:\n(40): \n") +
+                             (kLittleEndian ? "67 12 00 00" : "00 00 12 67") +
+                             " 00 01 02 03 04 05 06 07 08 09 0A 0B \n"
+                             "0C 0D 0E 0F 10 11 12 13 14 15 16 17 18 19 1A 1B \n"
+                             "1C 1D 1E 1F 20 21 22 23 \n");
+}
+
+TEST_F(Receiving, AStopIsSeenAfterEachSleepBeforeTheQueueIsLookedAt) {
+  os.Arrive(Bytes(36), 10);
+  os.StopAt("usleep", 1);
+  EXPECT_EQ(ZR4410_MsgQ_Receive(&message), -15);
+  EXPECT_THAT(os.Timeline(), ElementsAre("sleep 50000"));
+  EXPECT_EQ(os.Waiting(), 1U);
+}
+
+TEST_F(Receiving, AStopEndsTheWaitAtAnyLook) {
+  for (int look = 1; look <= 41; ++look) {
+    SetSigID(0);
+    os.Forget();
+    os.StopAt("usleep", look);
+    EXPECT_EQ(ZR4410_MsgQ_Receive(&message), -15) << look;
+    EXPECT_EQ(os.ElapsedMs(), 50 * look);
+    EXPECT_THAT(os.Log(), IsEmpty());
+  }
+}
+
+TEST_F(Receiving, ASignalEndsTheWaitWithin50Ms) {
+  os.SignalAt(1234, SIGINT);
+  EXPECT_EQ(ZR4410_MsgQ_Receive(&message), -15);
+  EXPECT_LE(os.ElapsedMs(), 1284);
+  EXPECT_THAT(os.Log(), ElementsAre(Debug("Catch SIGINT!")));
+}
+
+TEST_F(Receiving, Sigusr1AndSigusr2LeaveTheWaitGoing) {
+  os.SignalAt(120, SIGUSR1);
+  os.SignalAt(240, SIGUSR2);
+  os.Arrive(Bytes(36), 400);
+  EXPECT_EQ(ZR4410_MsgQ_Receive(&message), 0);
+  EXPECT_THAT(os.Log(), ElementsAre(Debug("Catch SIGUSR1!"), Debug("Catch SIGUSR2!")));
+}
+
+TEST_F(Receiving, AMessageOfAnotherLengthIsAnError) {
+  for (const int length : {0, 1, 4, 35}) {
+    os.Forget();
+    os.Arrive(Bytes(static_cast<size_t>(length), 0xC3));
+    EXPECT_EQ(ZR4410_MsgQ_Receive(&message), -55) << length;
+    ASSERT_EQ(os.Log().size(), 1U);
+    EXPECT_EQ(os.Log()[0].level, 3);
+    // What errno holds is left from before: only the length is known.
+    EXPECT_THAT(os.Log()[0].text, testing::StartsWith("msgrcv len failed(" + std::to_string(length) + ")!"));
+    EXPECT_EQ(os.Waiting(), 0U);
+  }
+}
+
+TEST_F(Receiving, APoisonMessageFailsEveryReceiveUntilItIsRemoved) {
+  for (const size_t length : {37, 8192}) {
+    os.Arrive(Bytes(length));
+    os.Arrive(Bytes(36));
+    for (int i = 0; i < 2; ++i) {
+      os.Forget();
+      EXPECT_EQ(ZR4410_MsgQ_Receive(&message), -55);
+      EXPECT_THAT(os.Log(), ElementsAre(Err("msgrcv len failed(-1)!7:Argument list too long")));
+    }
+    os.RemovePoison();
+    EXPECT_EQ(ZR4410_MsgQ_Receive(&message), 0);
+  }
+}
+
+TEST_F(Receiving, EveryOtherErrorOfTheQueueIsAnError) {
+  struct Failure {
+    int error;
+    const char* line;
+  };
+  for (const Failure& failure : {Failure{EIDRM, "msgrcv len failed(-1)!43:Identifier removed"},
+                                 Failure{EINTR, "msgrcv len failed(-1)!4:Interrupted system call"},
+                                 Failure{EACCES, "msgrcv len failed(-1)!13:Permission denied"},
+                                 Failure{EINVAL, "msgrcv len failed(-1)!22:Invalid argument"},
+                                 Failure{EAGAIN, "msgrcv len failed(-1)!11:Resource temporarily unavailable"}}) {
+    os.Forget();
+    os.Fail("msgrcv", failure.error, 2);
+    EXPECT_EQ(ZR4410_MsgQ_Receive(&message), -55);
+    EXPECT_THAT(os.Log(), ElementsAre(Err(failure.line)));
+    EXPECT_EQ(os.ElapsedMs(), 100);
+    EXPECT_THAT(BytesOf(message), Each(0x5A));
+  }
+}
+
+TEST_F(Receiving, WithoutAStartTimeItGivesUpAtTheFirstEmptyLook) {
+  os.Fail("clock_gettime", EINVAL);
+  EXPECT_EQ(ZR4410_MsgQ_Receive(&message), -56);
+  EXPECT_THAT(os.Timeline(), ElementsAre("log 6 GetMsFromStart failed!\n", "sleep 50000", "receive nothing"));
+  EXPECT_EQ(os.Output(), "clock_gettime failed.\n");
+}
+
+TEST_F(Receiving, ALaterClockFailureKeepsTheLastTimeRead) {
+  os.Fail("clock_gettime", EINVAL, 41, 3);  // read n + 1 follows look n: those of looks 40 to 42
+  EXPECT_EQ(ZR4410_MsgQ_Receive(&message), -56);
+  EXPECT_EQ(os.ElapsedMs(), 2150);
+  EXPECT_THAT(os.Log(), ElementsAre(Info("GetMsFromStart failed!\n"), Info("GetMsFromStart failed!\n"),
+                                    Info("GetMsFromStart failed!\n")));
+}
+
+TEST_F(Receiving, AClockThatFailsAlwaysWaitsOn) {
+  // Start 0 and no later time: 0 ms go by, whatever the sleeps add up to.
+  os.Fail("clock_gettime", EINVAL, 1, 200);
+  os.StopAt("usleep", 150);
+  EXPECT_EQ(ZR4410_MsgQ_Receive(&message), -15);
+  EXPECT_EQ(os.Log().size(), 150U);
+}
+
+TEST_F(Receiving, AClockThatGoesBackWaitsOn) {
+  os.On("usleep", 1, [this] { os.SetClock(1'000'000'000); });
+  os.StopAt("usleep", 60);
+  EXPECT_EQ(ZR4410_MsgQ_Receive(&message), -15);
+  EXPECT_EQ(os.Calls("msgrcv"), 59);
+}
+
+}  // namespace
