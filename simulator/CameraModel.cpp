@@ -143,7 +143,8 @@ std::vector<Bytes> CameraModel::Inquiry(ByteView data, Time now) {
   if (!found) {
     return {Error(0, kErrSyntax)};
   }
-  if (!Executable(found->row->needs)) {
+  // A setting can be read in every mode, whatever its command needs.
+  if (!Executable(found->row->needs == Needs::Standby ? Needs::Standby : Needs::Power)) {
     return {Error(0, kErrNotExecutable)};
   }
   // What no variable keeps: the register asked for, and the flags of the moment.
