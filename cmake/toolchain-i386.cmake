@@ -1,0 +1,5 @@
+# 32-bit x86: the processor runs it by itself, it only needs the target's loader.
+set(CMAKE_SYSTEM_PROCESSOR i686)
+set(triple i686-linux-gnu)
+set(emulator /usr/${triple}/lib/ld-linux.so.2 --library-path /usr/${triple}/lib)
+include(${CMAKE_CURRENT_LIST_DIR}/cross/toolchain.cmake)

@@ -1,0 +1,5 @@
+# A 32-bit machine that stores the most significant byte first.
+set(CMAKE_SYSTEM_PROCESSOR ppc)
+set(triple powerpc-linux-gnu)
+set(emulator qemu-ppc -L /usr/${triple})
+include(${CMAKE_CURRENT_LIST_DIR}/cross/toolchain.cmake)

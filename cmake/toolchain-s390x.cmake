@@ -1,0 +1,5 @@
+# A 64-bit machine that stores the most significant byte first.
+set(CMAKE_SYSTEM_PROCESSOR s390x)
+set(triple s390x-linux-gnu)
+set(emulator qemu-s390x -L /usr/${triple})
+include(${CMAKE_CURRENT_LIST_DIR}/cross/toolchain.cmake)
