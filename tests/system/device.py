@@ -78,11 +78,11 @@ class Syslog:
 
 
 class Run:
-    """One run of the tool."""
+    """One run of the tool, or of another program that logs as it does."""
 
-    def __init__(self, syslog, arguments, prefix=()):
+    def __init__(self, syslog, arguments, prefix=(), program=TOOL):
         self.syslog = syslog
-        self.process = subprocess.Popen([*prefix, *TOOL, *arguments], stdin=subprocess.DEVNULL,
+        self.process = subprocess.Popen([*prefix, *program, *arguments], stdin=subprocess.DEVNULL,
                                         stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         self.pid = self.process.pid
 
