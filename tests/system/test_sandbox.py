@@ -17,7 +17,7 @@ def sandbox(*arguments, prefix=(), text="", **variables):
                           capture_output=True, text=True, timeout=60, env={**os.environ, **variables})
 
 
-def test_the_tool_just_works(tmp_path):
+def test_the_tool_just_works():
     run = sandbox("testZR4410", "-m", "16", "0")
     assert (run.returncode, run.stderr) == (0, "")
     assert run.stdout.startswith("Version = 0x")
@@ -44,7 +44,6 @@ def test_settings_and_queues_are_its_own():
     assert lines == ["EXT_DEBUG=0", "1"]
     assert namespace != os.readlink("/proc/self/ns/ipc")
     assert queues == "3"
-    assert not Path("/sysconf").exists() and not Path("/defconf").exists()
 
 
 def test_syslog_is_written_down():
