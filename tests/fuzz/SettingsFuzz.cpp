@@ -1,0 +1,108 @@
+// The settings reader and writer. First line of the input: the key; second: the value to write; the rest: the
+// file. Both are compared with a second reading of the file format, and the writer changes nothing but the
+// values of matching lines.
+#include <memory>
+
+#include "tests/fuzz/Fuzz.h"
+#include "tests/support/Fixtures.h"
+
+namespace {
+
+constexpr char kPath[] = "/sysconf/conf.img";
+
+// --- The file format, written down a second time ---
+
+// Lines with their line feeds; one of more than 255 bytes counts as several.
+std::vector<std::string> Lines(const std::string& file) {
+  std::vector<std::string> lines(1);
+  for (const char c : file) {
+    if (lines.back().size() == 255 || lines.back().ends_with('\n')) {
+      lines.emplace_back();
+    }
+    lines.back() += c;
+  }
+  return lines;
+}
+
+// The text of a line is over at a zero byte.
+std::string Text(const std::string& line) {
+  return line.substr(0, line.find('\0'));
+}
+
+// Where the '=' of a line with this key stands, npos in any other line.
+size_t Assignment(const std::string& line, const std::string& key) {
+  const std::string text = Text(line);
+  return text.starts_with('#') || !text.starts_with(key) ? std::string::npos : text.find('=');
+}
+
+std::string Value(std::string text) {
+  text.erase(0, text.find_first_not_of(' '));
+  if (text.starts_with('"')) {
+    text = text.substr(1, text.find('"', 1) - 1);
+  }
+  const auto end = std::find_if(text.begin(), text.end(), [](char c) { return c < ' ' || c > '~'; });
+  return {text.begin(), end};
+}
+
+std::string ReadValue(const std::string& file, const std::string& key, const std::string& otherwise) {
+  for (const std::string& line : Lines(file)) {
+    const size_t equals = Assignment(line, key);
+    if (equals != std::string::npos) {
+      return Value(Text(line).substr(equals + 1));
+    }
+  }
+  return otherwise;
+}
+
+std::string WithValue(const std::string& file, const std::string& key, const std::string& value) {
+  std::string changed;
+  for (const std::string& line : Lines(file)) {
+    const size_t equals = Assignment(line, key);
+    changed += equals == std::string::npos ? line : line.substr(0, equals) + '=' + value + '\n';
+  }
+  return changed;
+}
+
+// A decimal number of 32 bits, saturated, 0 if there is none.
+int32_t Number(const std::string& text) {
+  size_t next = std::min(text.find_first_not_of(' '), text.size());
+  const bool negative = text.substr(next).starts_with('-');
+  next += negative || text.substr(next).starts_with('+');
+  int64_t number = 0;
+  for (; next < text.size() && text[next] >= '0' && text[next] <= '9'; ++next) {
+    number = std::min<int64_t>(number * 10 + (text[next] - '0'), 0x80000000);
+  }
+  return static_cast<int32_t>(std::min<int64_t>(negative ? -number : number, INT32_MAX));
+}
+
+}  // namespace
+
+void TestOneInput(const uint8_t* data, size_t size) {
+  std::string_view rest(reinterpret_cast<const char*>(data), size);
+  const std::string key = Text(TakeLine(rest));
+  const std::string value = Text(TakeLine(rest));
+  const std::string file(rest);
+
+  ResetProduct();
+  FakeOs os;
+  os.files = {{kPath, file}, {"/sysconf/other", "EXT_DEBUG=1\n"}, {"/defconf/conf.ptz", ""}};
+
+  const auto out = std::make_unique<char[]>(256);  // as much as ever suffices
+  strcpy(out.get(), "untouched");
+  Require(sysconf_fget(kPath, key.c_str(), out.get()) == 0, "the reader succeeds");
+  Require(out.get() == ReadValue(file, key, "untouched"), "the value read");
+  Require(os.files.at(kPath) == file, "the reader changes nothing");
+
+  RunProgram({"-g"});
+  Require(giDebug == Number(ReadValue(file, "EXT_DEBUG", "")), "the program's debug level");
+
+  os.Forget();
+  Require(sysconf_fset(kPath, key.c_str(), value.c_str()) == 0, "the writer succeeds");
+  auto expected = os.files;
+  expected[kPath] = WithValue(file, key, value);
+  expected["/sysconf/other"] = "EXT_DEBUG=1\n";
+  expected.erase("/sysconf/conf.img.tmp");
+  Require(os.files == expected, "the writer changes the values of matching lines, nothing else");
+  Require(os.AfterPowerCut() == expected, "the new file is on the disk");
+  Require(os.Log().empty() && os.OpenFiles() == 0, "nothing is logged or left open");
+}
