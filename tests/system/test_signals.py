@@ -67,10 +67,10 @@ def test_a_stop_signal_ends_it_within_100_ms(start, wait, arguments):
 
 def test_other_signals_are_logged_and_stop_nothing(start):
     run = in_the_read_loop(start)
-    for number, line in [(signal.SIGUSR1, "Catch SIGUSR1!"), (signal.SIGUSR2, "Catch SIGUSR2!")] * 2:
-        run.signal(number)
-        run.wait_for(DEBUG, line)
-        run.syslog.settle()
+    for count in (1, 2):
+        for number, line in [(signal.SIGUSR1, "Catch SIGUSR1!"), (signal.SIGUSR2, "Catch SIGUSR2!")]:
+            run.signal(number)
+            run.wait_for(DEBUG, line, count=count)
     # It is still listening: it complains about the silence of two seconds.
     run.wait_for(ERROR, "ZR4410_MsgQ_Receive fail!\n")
     run.signal(signal.SIGTERM)

@@ -2,13 +2,14 @@
 
 import os
 import re
+import shlex
 from pathlib import Path
 
 import pytest
 
 from device import ERROR, INFO, Run
 
-STARTUP = [str(Path(os.environ["ZR4410_BUILD"]) / "bin" / "startup")]
+STARTUP = [*shlex.split(os.environ.get("ZR4410_EMULATOR", "")), str(Path(os.environ["ZR4410_BUILD"]) / "bin" / "startup")]
 
 PARAMS = [
     "MCU Ver           \t=\t0x21\n",
