@@ -32,8 +32,7 @@ bool HandledSignalsHeld(bool all) {
   pthread_sigmask(SIG_BLOCK, nullptr, &mask);
   const auto held = [&mask](int signal) { return sigismember(&mask, signal) == 1; };
   const auto handled = {SIGINT, SIGTERM, SIGUSR1, SIGUSR2};
-  return all ? std::all_of(begin(handled), end(handled), held)
-             : std::any_of(begin(handled), end(handled), held);
+  return all ? std::all_of(begin(handled), end(handled), held) : std::any_of(begin(handled), end(handled), held);
 }
 
 }  // namespace
@@ -78,10 +77,9 @@ Bytes Reply::Body(const Request& request) const {
     return *raw_;
   }
   const auto length = static_cast<uint8_t>(payload_.size());
-  Bytes body = {0xAA,         0xAA,
-                request.Id(), static_cast<uint8_t>(length + 5),
-                0xAA,         static_cast<uint8_t>(request.Code() + 0x80),
-                length};
+  Bytes body = {
+      0xAA,  0xAA, request.Id(), static_cast<uint8_t>(length + 5), 0xAA, static_cast<uint8_t>(request.Code() + 0x80),
+      length};
   for (const auto& [place, value] : changed_) {
     body[place] = value;
   }
@@ -121,6 +119,11 @@ void FakeOs::Arrive(Bytes message, int after, long type) {
 
 void FakeOs::RemovePoison() {
   std::erase_if(arrivals_, [](const Arrival& arrival) { return arrival.bytes.size() > kBodySize; });
+}
+
+void FakeOs::DropAnswers() {
+  script_.clear();
+  arrivals_.clear();
 }
 
 // --- Things that happen ---
@@ -165,8 +168,7 @@ FakeOs::~FakeOs() {
 
 bool FakeOs::Enter(std::string_view call) {
   if (++steps_ > kEndless) {
-    fprintf(stderr, "FakeOs: %ld system calls in one test, the last is %s: an endless loop\n", steps_,
-            call.data());
+    fprintf(stderr, "FakeOs: %ld system calls in one test, the last is %s: an endless loop\n", steps_, call.data());
     abort();
   }
   const auto found = calls_.try_emplace(std::string(call), 0).first;
@@ -209,8 +211,7 @@ void FakeOs::StopAt(std::string_view call, int n) {
 }
 
 void FakeOs::At(int milliseconds, std::function<void()> action) {
-  timed_.push_back(
-      {nowNs_ + uint64_t{1000000} * static_cast<unsigned>(milliseconds), std::move(action), false});
+  timed_.push_back({nowNs_ + uint64_t{1000000} * static_cast<unsigned>(milliseconds), std::move(action), false});
 }
 
 void FakeOs::SignalAt(int milliseconds, int signal) {
@@ -225,8 +226,8 @@ void FakeOs::AdvanceMs(int milliseconds) {
 bool FakeOs::Advance(uint64_t nanoseconds) {
   const uint64_t end = nowNs_ + nanoseconds;
   for (;;) {
-    const auto next = std::min_element(timed_.begin(), timed_.end(),
-                                       [](const Timed& a, const Timed& b) { return a.atNs < b.atNs; });
+    const auto next =
+        std::min_element(timed_.begin(), timed_.end(), [](const Timed& a, const Timed& b) { return a.atNs < b.atNs; });
     if (next == timed_.end() || next->atNs > end) {
       nowNs_ = end;
       return false;
@@ -353,8 +354,7 @@ int FakeOs::Msgsnd(int queue, const void* message, size_t size, int flags) {
 
 ssize_t FakeOs::Msgrcv(int queue, void* message, size_t size, long type, int flags) {
   if (flags != IPC_NOWAIT || size != kBodySize || type != 0) {
-    Wrong("msgrcv of " + Number(static_cast<long>(size)) + " bytes, type " + Number(type) + ", flags " +
-          Number(flags));
+    Wrong("msgrcv of " + Number(static_cast<long>(size)) + " bytes, type " + Number(type) + ", flags " + Number(flags));
   }
   const auto failed = [this](int error) {
     errno = error;
@@ -382,8 +382,7 @@ ssize_t FakeOs::Msgrcv(int queue, void* message, size_t size, long type, int fla
 }
 
 void FakeOs::Openlog(const char* ident, int option, int facility) {
-  if (logOpen_ || strcmp(ident, "testZR4410") != 0 || option != (LOG_CONS | LOG_PID) ||
-      facility != LOG_USER) {
+  if (logOpen_ || strcmp(ident, "testZR4410") != 0 || option != (LOG_CONS | LOG_PID) || facility != LOG_USER) {
     Wrong(std::string("openlog ") + ident + ' ' + Number(option) + ' ' + Number(facility));
   }
   logOpen_ = true;

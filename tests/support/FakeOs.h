@@ -138,9 +138,9 @@ class FakeOs {
   FakeOs(const FakeOs&) = delete;
   FakeOs& operator=(const FakeOs&) = delete;
 
-  static constexpr std::string_view kCalls[] = {
-      "ftok", "msgget", "msgsnd", "msgrcv", "syslog", "usleep", "sleep",  "clock_gettime", "time",
-      "open", "read",   "write",  "fsync",  "close",  "rename", "unlink", "sigaction"};
+  static constexpr std::string_view kCalls[] = {"ftok",  "msgget",        "msgsnd", "msgrcv", "syslog",   "usleep",
+                                                "sleep", "clock_gettime", "time",   "open",   "read",     "write",
+                                                "fsync", "close",         "rename", "unlink", "sigaction"};
   static constexpr int kPid = 4711;
   static constexpr int kRequestQueue = 0,
                        kReplyQueue = 32769;  // ids of the keys with 'b' and 'a'; 0 is a good id
@@ -152,10 +152,9 @@ class FakeOs {
   void Answer(const Request& request, Bytes payload, int after = 0);
   void Arrive(Bytes message, int after = 0, long type = 77);
   void RemovePoison();
-  size_t Waiting() const {
-    return arrivals_.size();
-  }  // messages on the reply queue, those still under way included
-  size_t Unused() const { return script_.size(); }  // answers that no request took
+  size_t Waiting() const { return arrivals_.size(); }  // messages on the reply queue, those still under way included
+  size_t Unused() const { return script_.size(); }     // answers that no request took
+  void DropAnswers();                                  // those, and what waits on the reply queue or is under way
 
   // --- Things that happen ---
   void On(std::string_view call, int n, std::function<void()> action);
@@ -168,32 +167,32 @@ class FakeOs {
   time_t wallClock;  // what time() tells; stands still
 
   // --- What was seen ---
-  std::vector<LogLine> Log() const { return log_; }
-  std::vector<Request> Requests() const { return requests_; }
+  const std::vector<LogLine>& Log() const { return log_; }
+  const std::vector<Request>& Requests() const { return requests_; }
   std::vector<Bytes> Frames() const;
   std::vector<Bytes> Packets() const;
-  std::vector<unsigned> Slept() const { return slept_; }
+  const std::vector<unsigned>& Slept() const { return slept_; }
   int64_t ElapsedMs() const { return static_cast<int64_t>(nowNs_ - startNs_) / 1000000; }
   std::string Output();
   int Calls(std::string_view call) const;
-  std::vector<std::string> Timeline() const { return timeline_; }
+  const std::vector<std::string>& Timeline() const { return timeline_; }
   struct Queue {
     int key, flags;
     bool operator==(const Queue&) const = default;
   };
-  std::vector<Queue> Opened() const { return opened_; }  // msgget calls
+  const std::vector<Queue>& Opened() const { return opened_; }  // msgget calls
   struct Handler {
     int signal;
     void (*handler)(int);
     int flags;
     bool emptyMask, asksForOld;
   };
-  std::vector<Handler> Handlers() const { return handlers_; }
+  const std::vector<Handler>& Handlers() const { return handlers_; }
   void Forget();  // everything seen until now; counting of calls, Slept and ElapsedMs start anew
 
   // --- Files ---
   std::map<std::string, std::string> files;
-  std::vector<std::string> FileSteps() const { return fileSteps_; }
+  const std::vector<std::string>& FileSteps() const { return fileSteps_; }
   void FailFileStep(int n, int error) { failingFileSteps_[FileStepsNow() + n] = error; }
   void KillAtFileStep(int n) { killAt_ = FileStepsNow() + n; }
   bool Killed() const { return killed_; }

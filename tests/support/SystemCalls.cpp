@@ -199,8 +199,7 @@ int sigaction(int signal, const struct sigaction* action, struct sigaction* old)
   if (!os->Enter("sigaction")) {
     return -1;
   }
-  os->AddHandler(
-      {signal, action->sa_handler, action->sa_flags, sigisemptyset(&action->sa_mask) == 1, old != nullptr});
+  os->AddHandler({signal, action->sa_handler, action->sa_flags, sigisemptyset(&action->sa_mask) == 1, old != nullptr});
   return 0;
 }
 
@@ -218,8 +217,7 @@ FILE* fopen(const char* path, const char* mode) {
 }
 
 FILE* fdopen(int file, const char* mode) noexcept {
-  return os && os->IsOpen(file) ? OpenStream(file, mode)
-                                : Libc<FILE*(int, const char*)>("fdopen")(file, mode);
+  return os && os->IsOpen(file) ? OpenStream(file, mode) : Libc<FILE*(int, const char*)>("fdopen")(file, mode);
 }
 
 int fileno(FILE* stream) noexcept {
