@@ -13,14 +13,14 @@ constexpr std::int64_t kZoomSpeed = 700;  // positions a second, for each of the
 constexpr std::int64_t kFocusSpeed = 4000;
 constexpr std::uint32_t kOrdinarySpeed = 5;
 
-// Sensor modes of the 50 Hz family.
+constexpr std::uint8_t kLastSensorMode = 0x12;
+
+}  // namespace
+
 bool Is50Hz(std::uint8_t mode) {
   static constexpr std::uint8_t kModes[] = {0x04, 0x05, 0x08, 0x0C, 0x0D, 0x11, 0x12};
   return std::find(std::begin(kModes), std::end(kModes), mode) != std::end(kModes);
 }
-constexpr std::uint8_t kLastSensorMode = 0x12;
-
-}  // namespace
 
 std::uint8_t ViscaError(ByteView packet) {
   return packet.size() == 4 && (packet[1] & 0xF0) == 0x60 ? packet[2] : std::uint8_t{0};

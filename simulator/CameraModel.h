@@ -71,6 +71,8 @@ class CameraModel {
   Axis focus_{.var = Var::focus_pos, .least = 0x1000, .greatest = 0xF000};
 };
 
+// Whether a sensor mode belongs to the 50 Hz family.
+bool Is50Hz(std::uint8_t mode);
 // The VISCA error code in a camera's answer; 0 when it is no error.
 std::uint8_t ViscaError(ByteView packet);
 

@@ -12,6 +12,8 @@ bool IsNotice(const Frame& frame) {
          frame.data[3] == 0x44;
 }
 
+constexpr std::size_t kMostSaid = 16;
+
 std::uint8_t ReplyCode(std::uint8_t code) {
   return static_cast<std::uint8_t>(code + kReplyBit);
 }
@@ -113,6 +115,10 @@ Time Device::OnTheWire(std::size_t bytes) const {
   return static_cast<Time>(bytes) * 10 * kSecond / setup_.baud;  // start bit, eight, stop bit
 }
 
+Time Device::Field() const {
+  return kSecond / (Is50Hz(state_.registers[kSensorModeRegister]) ? 50 : 60);
+}
+
 // One exchange holds the line from its first byte to its last. The camera takes one command a field and answers at the
 // next field; the MCU needs a millisecond.
 Time Device::AnswerTime(const Relay& request, std::size_t reply_bytes, Time now) {
@@ -121,8 +127,7 @@ Time Device::AnswerTime(const Relay& request, std::size_t reply_bytes, Time now)
   }
   Time time = std::max(now, line_free_) + OnTheWire(request.frame.data.size() + 5);
   if (request.frame.code == kCameraCode) {
-    const Time field = kSecond / (state_.registers[kSensorModeRegister] == 0x08 ? 50 : 60);
-    time = (time / field + 1) * field;
+    time = (time / Field() + 1) * Field();
   } else {
     time += kMillisecond;
   }
@@ -252,7 +257,9 @@ void Device::Advance(Time now) {
     if (setup_.sockets && (packet[1] & 0xF0) == 0x50) {
       Send(EncodeRelay(sequence_, Frame{ReplyCode(kCameraCode), packet}.Encode()), now, "completed");
     }
-    said_.push_back(std::move(packet));
+    if (said_.size() < kMostSaid) {  // nobody may be listening
+      said_.push_back(std::move(packet));
+    }
   }
   for (const std::uint8_t id : {kGetPtz, kGetMotorState}) {
     if (mcu_.Reports(id) && now >= next_report_) {

@@ -33,6 +33,7 @@ class Device : public Peer {
   std::vector<Bytes> Visca(ByteView packet, Time now);
   std::vector<Bytes> TakeVisca();  // what it says by itself
   const State& state() const { return state_; }
+  Time Field() const;  // of the picture: the camera takes one command in each
 
  private:
   struct Answer {

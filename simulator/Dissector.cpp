@@ -128,8 +128,11 @@ std::string Dissector::Line(const Event& event, bool colour) {
   const std::string bytes =
       end != 0 ? ToHex(body.subspan(4, end - 4)) : ToHex(body.first(std::min<std::size_t>(body.size(), 64)));
   char head[64];
-  std::snprintf(head, sizeof head, "%9.3f %-7s #%-3d ", static_cast<double>(event.time) / static_cast<double>(kSecond),
-                request ? "request" : "reply", body.size() > 2 ? body[2] : 0);
+  char time[24] = "";  // a dump has none
+  if (event.time >= 0) {
+    std::snprintf(time, sizeof time, "%9.3f ", static_cast<double>(event.time) / static_cast<double>(kSecond));
+  }
+  std::snprintf(head, sizeof head, "%s%-7s #%-3d ", time, request ? "request" : "reply", body.size() > 2 ? body[2] : 0);
   std::string line = head + bytes + std::string(bytes.size() < 32 ? 32 - bytes.size() : 0, ' ') + "  " +
                      Meaning(event.direction, body);
   if (!event.note.empty()) {

@@ -142,7 +142,6 @@ inline constexpr std::span<const ValueName> kNumber = {};
 #define ZR4410_TRANSIENT_VARIABLES(X)                              \
   X(register_number,     0,    0, 0xFF,   0xFF,   kNumber)         \
   X(register_value,      0,    0, 0xFF,   0xFF,   kNumber)         \
-  X(power_request,       0,    2, 3,      0xFF,   kOnOff)          \
   X(step,                0,    0, 3,      0xFF,   kSteps)          \
   X(move,                0,    0, 3,      0xFF,   kMoves)          \
   X(speed,               0,    0, 7,      0x0F,   kNumber)         \
