@@ -218,7 +218,8 @@ int GetEnlargeFun2Inquiry(void) {
   if (const int result = QM2150_GetEnlargeFunction2(&gtEnlargeFun2); result < 0) {
     return Failed("QM2150_GetEnlargeFunction2 failed!\n", result);
   }
-  LogSeparator();
+  // The separator too ends with a line feed in this report, on purpose.
+  Log(LOG_INFO, "===================================================\n");
   Log(LOG_INFO, "[WideD mode]%s\n", Word(kModes, wideD.wideDMode));
   // No line for wideDScreenDisplay, on purpose.
   Log(LOG_INFO, "[WideD detection sensitivity]%s\n", Word(kSensitivities, wideD.wideDDetectionSensitivity));
