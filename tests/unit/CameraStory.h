@@ -24,8 +24,8 @@ inline Story operator+(Story first, const Story& second) {
 
 inline Story StoryOf(const FakeOs& os) {
   constexpr int kPollsUntilTimeOut = 41;  // at 50, 100 ... 2050 ms
-  const std::vector<std::string> lines = os.Timeline();
-  const std::vector<Request> requests = os.Requests();
+  const std::vector<std::string>& lines = os.Timeline();
+  const std::vector<Request>& requests = os.Requests();
   const auto line = [&lines](size_t i) { return i < lines.size() ? std::string_view(lines[i]) : ""; };
   size_t request = 0;
   Story story;
