@@ -61,7 +61,7 @@ def test_syslog_is_written_down():
 
 def test_the_simulator_ends_with_the_command(tmp_path):
     lock = tmp_path / "lock"
-    assert sandbox("true", ZR4410_SIM=f"flock {lock} simZR4410", TMPDIR="/tmp").returncode == 0
+    assert sandbox("true", ZR4410_SIM=f"flock --no-fork {lock} simZR4410", TMPDIR="/tmp").returncode == 0
     with open(lock) as file:
         fcntl.flock(file, fcntl.LOCK_EX | fcntl.LOCK_NB)
 

@@ -38,6 +38,13 @@ def in_the_read_loop(start, *arguments):
     ("-m 16 0", [(ERROR, "MCU_GetVersion fail!\n"), (ERROR, "MCU_GetVersion fail!\n")]),
     ("-m 17 0", [(ERROR, "MCU_GetPTZ fail!\n")]),
     ("-m 12 1", [(ERROR, "MCU_LensPowerControl fail!\n")]),
+    ("-c 0002", [(ERROR, "SnrQM2150_Command failed!\n")]),
+    ("-i 04 00", [(ERROR, "SnrQM2150_Inquiry failed!\n")]),
+    ("-y 0", [(ERROR, "QM2150_GetLensControl failed!\n"), (ERROR, "GetLensControlInquiry failed!\n")]),
+    ("-y 1", [(ERROR, "QM2150_GetCameraControl failed!\n"), (ERROR, "GetCameraControlInquiry failed!\n")]),
+    ("-y 2", [(ERROR, "QM2150_GetOtherControl failed!\n"), (ERROR, "GetOthersControlInquiry failed!\n")]),
+    ("-y 3", [(ERROR, "QM2150_GetEnlargeFunction1 failed!\n"), (ERROR, "GetEnlargeFun1Inquiry failed!\n")]),
+    ("-y 4", [(ERROR, "QM2150_GetEnlargeFunction2 failed!\n"), (ERROR, "GetEnlargeFun1Inquiry failed!\n")]),
 ])
 def test_a_stop_signal_ends_the_wait_for_a_reply(start, number, arguments, lines):
     run = waiting_for_a_reply(start, *arguments.split())
