@@ -1,0 +1,344 @@
+// The motor microcontroller's commands and texts.
+#include <cstring>
+#include <limits>
+
+#include "tests/support/Faults.h"
+#include "tests/support/Fixtures.h"
+
+extern "C" {
+extern char cAck[], cChecksumErr[], cCmdNotDefine[], cValueOutRange[], cBausy[], cNull[];
+}
+
+namespace {
+
+using testing::Each;
+using testing::ValuesIn;
+
+class Mcu : public Linked {};
+
+// --- Texts ---
+
+TEST_F(Mcu, EachResultCodeHasItsText) {
+  EXPECT_STREQ(MCU_StrError(0x10), "ACK OK");
+  EXPECT_STREQ(MCU_StrError(0x20), "Checksum error");
+  EXPECT_STREQ(MCU_StrError(0x30), "Command not define");
+  EXPECT_STREQ(MCU_StrError(0x40), "Value out of range");
+  EXPECT_STREQ(MCU_StrError(0x50), "Busy");
+}
+
+TEST_F(Mcu, EveryOtherResultCodeIsNull) {
+  int named = 0;
+  for (unsigned code = 0; code <= 0xFF; ++code) {
+    named += strcmp(MCU_StrError(static_cast<uint8_t>(code)), "Null") != 0;
+  }
+  EXPECT_EQ(named, 5);
+  EXPECT_STREQ(MCU_StrError(0x11), "Null");
+}
+
+TEST_F(Mcu, TheResultTextsAreTheModulesOwnArrays) {
+  EXPECT_EQ(MCU_StrError(0x10), cAck);
+  EXPECT_EQ(MCU_StrError(0x20), cChecksumErr);
+  EXPECT_EQ(MCU_StrError(0x30), cCmdNotDefine);
+  EXPECT_EQ(MCU_StrError(0x40), cValueOutRange);
+  EXPECT_EQ(MCU_StrError(0x50), cBausy);
+  EXPECT_EQ(MCU_StrError(0x00), cNull);
+}
+
+constexpr const char* kDescriptions[] = {
+    "[unknown]",
+    "[PelcoD] Data 4 Bytes",
+    "[Sony Lens] Visca Command",
+    "[Max Speed] 30~430 degree/s MSB first",
+    "[Scan Speed] 1~90 degree/s",
+    "[Tilt Angle] 0:Indoor 85 degree, 1:Outdoor 92 degree",
+    "[Auto Flip] 0:Off, 1:On",
+    "[Proportional P/T] 0:Off, 1:On",
+    "[Scan Angle] 1~90 degree",
+    "[Scan Limit Enable] 0:Off, 1:On",
+    "[Scan Right Limit] P,P,P,P (0~64000 steps)",
+    "[Scan Left Limit] P,P,P,P (0~64000 steps)",
+    "[Lens Power Control] 0:Off, 1:On",
+    "[Load Default] Clean Preset",
+    "[Get Alarm In State",
+    "[Get H/W Default I/O State]",
+    "[Get Version]",
+    "[Get PTZ] 0:Get, 1:Auto Response",
+    "[Set PTZ]  P,P,P,P,T,T,Z,Z",
+    "[Set Alarm Out] 0:Clean, 1:Set",
+    "[Get Motor State] 0:Get, 1:Auto Response",
+    "[Set Pan Tilt Angle] 0:Stop, 1:Start (default)",
+};
+
+TEST_F(Mcu, EachCommandHasItsDescription) {
+  for (uint32_t id = 0x00; id <= 0x15; ++id) {
+    char text[64] = {};
+    EXPECT_EQ(MCU_Cmd2Str(id, text), 0);
+    EXPECT_STREQ(text, kDescriptions[id]);
+  }
+}
+
+TEST_F(Mcu, TheLongestDescriptionNeeds53Bytes) {
+  char text[53];
+  EXPECT_EQ(MCU_Cmd2Str(0x05, text), 0);  // the sanitizer watches its end
+  EXPECT_EQ(strlen(text), 52U);
+  char junk[64];
+  memset(junk, 'x', sizeof junk);
+  EXPECT_EQ(MCU_Cmd2Str(0x00, junk), 0);
+  EXPECT_EQ(std::string(junk, 11), std::string("[unknown]\0x", 11));
+}
+
+TEST_F(Mcu, AnUnknownCommandLeavesTheTextAlone) {
+  for (const uint32_t id : {0x16U, 0x100U, 0x80000000U, 0xFFFFFFFFU}) {
+    char text[] = "untouched";
+    EXPECT_EQ(MCU_Cmd2Str(id, text), -1);
+    EXPECT_STREQ(text, "untouched");
+  }
+}
+
+// --- Get Version ---
+
+TEST_F(Mcu, TheVersionIsTheFirstReplyByte) {
+  uint8_t version = 0;
+  os.Reply({0x23});
+  EXPECT_EQ(MCU_GetVersion(&version), 0);
+  EXPECT_EQ(version, 0x23);
+  EXPECT_THAT(os.Frames(), ElementsAre(Bytes{0xAA, 0x10, 0x01, 0x01, 0x44, 0x55}));
+  EXPECT_EQ(Hex(Bytes(os.Requests()[0].body.begin(), os.Requests()[0].body.begin() + 11)),
+            "AA AA 01 06 AA 10 01 01 44 55 00");
+  EXPECT_EQ(os.Slept(), std::vector<unsigned>{50000});
+  EXPECT_THAT(os.Log(), IsEmpty());
+}
+
+TEST_F(Mcu, TheVersionsReplyLengthPlaysNoPart) {
+  uint8_t version = 0xEE;
+  os.Reply({});
+  EXPECT_EQ(MCU_GetVersion(&version), 0);
+  EXPECT_EQ(version, 0x00);
+  os.Reply({0x05, 0x06, 0x07});
+  EXPECT_EQ(MCU_GetVersion(&version), 0);
+  EXPECT_EQ(version, 0x05);
+  os.Reply(Bytes(16, 0x09));
+  EXPECT_EQ(MCU_GetVersion(&version), 0);
+  EXPECT_EQ(version, 0x09);
+}
+
+// --- Lens power ---
+
+TEST_F(Mcu, LensPowerTakesTheLowByte) {
+  for (const int32_t on : {1, 0, 257, -1, 0x7FFFFF02}) {
+    os.Reply({0x10});
+    EXPECT_EQ(MCU_LensPowerControl(on), 0);
+  }
+  EXPECT_THAT(os.Frames(),
+              ElementsAre(Bytes{0xAA, 0x0C, 0x01, 0x01, 0x48, 0x55}, Bytes{0xAA, 0x0C, 0x01, 0x00, 0x49, 0x55},
+                          Bytes{0xAA, 0x0C, 0x01, 0x01, 0x48, 0x55}, Bytes{0xAA, 0x0C, 0x01, 0xFF, 0x4A, 0x55},
+                          Bytes{0xAA, 0x0C, 0x01, 0x02, 0x47, 0x55}));
+  EXPECT_THAT(os.Log(), IsEmpty());
+}
+
+TEST_F(Mcu, LensPowerFailsSilentlyWithoutAnAcknowledgement) {
+  for (const uint8_t code : Bytes{0x00, 0x11, 0x20, 0x30, 0x40, 0x50, 0xFF}) {
+    os.Reply({code});
+    EXPECT_EQ(MCU_LensPowerControl(1), -1);
+  }
+  os.Reply({0x10});
+  EXPECT_EQ(MCU_LensPowerControl(1), 0);
+  os.Reply({});  // the reply record is cleared before each command
+  EXPECT_EQ(MCU_LensPowerControl(1), -1);
+  EXPECT_THAT(os.Log(), IsEmpty());
+}
+
+// --- Get PTZ ---
+
+struct Ptz {
+  uint32_t pan = 0xEEEEEEEE;
+  uint16_t tilt = 0xEEEE, zoom = 0xEEEE;
+  int Get(int32_t mode = 0) { return MCU_GetPTZ(mode, &pan, &tilt, &zoom); }
+};
+
+TEST_F(Mcu, PositionsStandMostSignificantByteFirst) {
+  Ptz ptz;
+  os.Reply({0x00, 0x00, 0xFA, 0x00, 0x01, 0x2C, 0x00, 0x10});
+  EXPECT_EQ(ptz.Get(), 0);
+  EXPECT_EQ(ptz.pan, 64000U);
+  EXPECT_EQ(ptz.tilt, 300);
+  EXPECT_EQ(ptz.zoom, 16);
+  EXPECT_THAT(os.Frames(), ElementsAre(Bytes{0xAA, 0x11, 0x01, 0x00, 0x44, 0x55}));
+  EXPECT_EQ(os.Output(), "");
+
+  os.Reply({0xFE, 0xDC, 0xBA, 0x98, 0x76, 0x54, 0xF2, 0x10});
+  EXPECT_EQ(ptz.Get(), 0);
+  EXPECT_EQ(ptz.pan, 0xFEDCBA98U);
+  EXPECT_EQ(ptz.tilt, 0x7654);
+  EXPECT_EQ(ptz.zoom, 0xF210);
+}
+
+TEST_F(Mcu, ThePositionsModeIsTheLowByte) {
+  Ptz ptz;
+  for (const int32_t mode : {1, 256 + 2, -1}) {
+    os.Reply(Bytes(8));
+    EXPECT_EQ(ptz.Get(mode), 0);
+  }
+  EXPECT_THAT(os.Packets(), ElementsAre(Bytes{0x01}, Bytes{0x02}, Bytes{0xFF}));
+}
+
+TEST_F(Mcu, PositionsOfAnyOtherLengthFailSilently) {
+  for (const size_t length : {0, 1, 7, 9, 16}) {
+    Ptz ptz;
+    os.Reply(Bytes(length, 0x01));
+    EXPECT_EQ(ptz.Get(), -1) << length;
+    EXPECT_EQ(ptz.pan, 0xEEEEEEEE);
+    EXPECT_EQ(ptz.tilt, 0xEEEE);
+    EXPECT_EQ(ptz.zoom, 0xEEEE);
+  }
+  EXPECT_THAT(os.Log(), IsEmpty());
+}
+
+TEST_F(Mcu, TheDebugFlagDumpsThePositions) {
+  Ptz ptz;
+  gfDebugFlag = 1;
+  os.Reply({0x00, 0x00, 0xFA, 0x00, 0x01, 0x2C, 0x00, 0x10});
+  EXPECT_EQ(ptz.Get(), 0);
+  EXPECT_THAT(os.Output(), testing::EndsWith("\n[testZR4410] MCU_GetPTZ:\n(8): \n00 00 FA 00 01 2C 00 10 \n"));
+}
+
+TEST_F(Mcu, ABadPositionIsNotDumped) {
+  Ptz ptz;
+  gfDebugFlag = 1;
+  os.Reply(Bytes(7));
+  EXPECT_EQ(ptz.Get(), -1);
+  EXPECT_THAT(os.Output(), testing::Not(testing::HasSubstr("MCU_GetPTZ")));
+}
+
+// --- The exchange ---
+
+TEST_F(Mcu, EachCommandClearsRequestAndReplyFirst) {
+  gtUart1Cmd = gtUart1Resp = Filled<PlainFrame>(0x5A);
+  uint8_t version = 0;
+  os.Reply({0x23});
+  EXPECT_EQ(MCU_GetVersion(&version), 0);
+  EXPECT_EQ(Hex(BytesOf(gtUart1Cmd)), "AA 10 01 01 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 44 55");
+  EXPECT_EQ(Hex(BytesOf(gtUart1Resp)), "AA 90 01 23 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 A2 55");
+}
+
+TEST_F(Mcu, ARequestWithoutDataIsFiveBytes) {
+  gtUart1Cmd = {};
+  gtUart1Cmd.command = 0x0E;
+  os.Reply({0x01});
+  EXPECT_EQ(MCU_ProcessUart1(), 0);
+  EXPECT_THAT(os.Frames(), ElementsAre(Bytes{0xAA, 0x0E, 0x00, 0x48, 0x55}));
+  EXPECT_EQ(os.Requests()[0].body[3], 5);
+  EXPECT_EQ(gbUart1Command, 0x0E);
+}
+
+TEST_F(Mcu, ARequestTakesSixteenDataBytes) {
+  gtUart1Cmd = {};
+  gtUart1Cmd.command = 0x01;
+  gtUart1Cmd.length = 16;
+  memset(gtUart1Cmd.data, 0x11, 16);
+  os.Reply({0x10});
+  EXPECT_EQ(MCU_ProcessUart1(), 0);
+  EXPECT_EQ(Hex(os.Requests()[0].body),
+            "AA AA 01 15 AA 01 10 11 11 11 11 11 11 11 11 11 11 11 11 11 11 11 11 35 55 00 00 00 00 00 00 00 00 00 00 "
+            "00");
+}
+
+TEST_F(Mcu, ALongerRequestIsRefusedButUsesUpAnId) {
+  for (const uint8_t length : Bytes{17, 128, 255}) {
+    os.Forget();
+    gtUart1Cmd = {};
+    gtUart1Cmd.command = 0x33;
+    gtUart1Cmd.length = length;
+    EXPECT_EQ(MCU_ProcessUart1(), -1);
+    EXPECT_THAT(os.Timeline(), ElementsAre("log 3 Len > DATA_MAX_LEN", "log 3 MCU_FillZR4410 failed!"));
+    EXPECT_EQ(gbUart1Command, 0x33);
+  }
+  EXPECT_EQ(gbSeqId, 3);
+  EXPECT_EQ(gtZR4410MsgqCmdBuf.body[2], 3);
+}
+
+TEST_F(Mcu, TheTailOfALongerRequestIsSentAlong) {
+  gtUart1Cmd = {};
+  gtUart1Cmd.length = 4;
+  memset(gtUart1Cmd.data, 0x11, 4);
+  os.NoReply();
+  EXPECT_EQ(MCU_ProcessUart1(), -56);
+  uint8_t version = 0;
+  os.Reply({0x23});
+  EXPECT_EQ(MCU_GetVersion(&version), 0);
+  EXPECT_EQ(Hex(Bytes(os.Requests()[1].body.begin(), os.Requests()[1].body.begin() + 14)),
+            "AA AA 02 06 AA 10 01 01 44 55 11 0E 55 00");
+}
+
+TEST_F(Mcu, TheIdWrapsFrom255To0) {
+  os.device = [this](const Request& request) { os.Answer(request, {0x10}); };
+  for (int i = 1; i <= 520; ++i) {
+    ASSERT_EQ(MCU_LensPowerControl(1), 0);
+    ASSERT_EQ(os.Requests().back().Id(), i % 256);
+  }
+}
+
+TEST_F(Mcu, ARequestCodeOf0x80IsNeverAnswered) {
+  gtUart1Cmd = {};
+  gtUart1Cmd.command = 0x80;
+  os.Reply({0x10}).Code(0x00);
+  EXPECT_EQ(MCU_ProcessUart1(), -1);
+  EXPECT_THAT(os.Log(), ElementsAre(Err("UART1 RESP CMD Code failed!"), Err("MCU_CheckUart1Resp failed!")));
+}
+
+TEST_F(Mcu, AWrongHeaderIsToldBeforeAWrongId) {
+  gtUart1Cmd = {};
+  os.Reply({0x10}).Header(0x00, 0xAA).Id(0x77);
+  EXPECT_EQ(MCU_ProcessUart1(), -1);
+  EXPECT_THAT(os.Log(), ElementsAre(Err("ZR4410_PACKET_HEADER failed!"), Err("MCU_CheckZR4410Packet failed!")));
+}
+
+TEST_F(Mcu, NeitherMessageTypeNorFrameLengthOfAReplyCount) {
+  gtUart1Cmd = {};
+  os.Reply({0x10}).Type(1).FrameLength(0xFF);
+  EXPECT_EQ(MCU_ProcessUart1(), 0);
+}
+
+class McuFault : public Mcu, public testing::WithParamInterface<Fault> {};
+INSTANTIATE_TEST_SUITE_P(Each, McuFault, ValuesIn(McuFaults()), FaultName<testing::TestParamInfo<Fault>>);
+
+TEST_P(McuFault, FailsTheExchangeWithItsOwnLinesOnly) {
+  gtUart1Cmd = {};
+  gtUart1Cmd.command = 0x10;
+  GetParam().arrange(os, {0x23});
+  EXPECT_EQ(MCU_ProcessUart1(), GetParam().result);
+  EXPECT_EQ(os.Log(), GetParam().lines);
+}
+
+TEST_P(McuFault, FailsTheVersionWithASecondLineUnlessStopped) {
+  uint8_t version = 0xEE;
+  GetParam().arrange(os, {0x23});
+  EXPECT_EQ(MCU_GetVersion(&version), GetParam().result);
+  EXPECT_EQ(os.Log(), ThenUnlessStopped(GetParam(), {"MCU_ProcessUart1 failed!"}));
+  EXPECT_EQ(version, 0xEE);
+}
+
+TEST_P(McuFault, FailsLensPowerWithASecondLineUnlessStopped) {
+  GetParam().arrange(os, {0x10});
+  EXPECT_EQ(MCU_LensPowerControl(1), GetParam().result);
+  EXPECT_EQ(os.Log(), ThenUnlessStopped(GetParam(), {"MCU_ProcessUart1 failed!"}));
+}
+
+TEST_P(McuFault, FailsThePositionsWithASecondLineUnlessStopped) {
+  Ptz ptz;
+  GetParam().arrange(os, Bytes(8));
+  EXPECT_EQ(ptz.Get(), GetParam().result);
+  EXPECT_EQ(os.Log(), ThenUnlessStopped(GetParam(), {"MCU_ProcessUart1 failed!"}));
+  EXPECT_EQ(ptz.pan, 0xEEEEEEEE);
+}
+
+TEST_F(Mcu, AReplyOfNonsenseIsRefusedWithoutReadingBeyondIt) {
+  for (unsigned length = 0; length <= 36; ++length) {
+    for (const uint8_t fill : Bytes{0x00, 0x55, 0xAA, 0xFF}) {
+      os.Reply({}).Raw(Bytes(length, fill));
+      EXPECT_LT(MCU_LensPowerControl(1), 0);
+    }
+  }
+}
+
+}  // namespace
