@@ -1,5 +1,5 @@
 // The five system reports and the raw inquiry, line by line.
-#include <functional>
+#include <algorithm>
 
 #include "tests/support/Fixtures.h"
 #include "tests/unit/ReportExamples.h"
@@ -745,7 +745,7 @@ class RawInquiry : public Linked {
     giCategoryCode = category;
     giArgv1 = static_cast<int>(data.size());
     memset(gbArgv, 0, sizeof gbArgv);
-    memcpy(gbArgv, data.data(), std::min(data.size(), sizeof gbArgv));
+    std::copy(data.begin(), data.end(), gbArgv);  // at most 16
     return Inquiry();
   }
 };
