@@ -11,8 +11,8 @@ namespace sim {
 
 // How the device starts. A scenario file and the command line fill it in.
 struct Setup {
-  State state;
-  std::vector<Fault> faults;
+  State state{};
+  std::vector<Fault> faults{};
   std::uint64_t seed = 1;
   bool fast = false;            // no waiting of any kind
   Time wake_up = 3 * kSecond;   // of the camera, after its supply comes on
