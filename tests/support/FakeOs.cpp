@@ -23,6 +23,10 @@ constexpr size_t kBodySize = 36;
 constexpr uint8_t kJunk = 0xEE;  // behind the stop byte of a reply, where nothing may be read
 constexpr long kEndless = 1000000;
 
+uint64_t Nanoseconds(int milliseconds) {
+  return uint64_t{1000000} * static_cast<unsigned>(milliseconds);
+}
+
 std::string Number(long value) {
   return std::to_string(value);
 }
@@ -112,7 +116,7 @@ void FakeOs::Answer(const Request& request, Bytes payload, int after) {
 }
 
 void FakeOs::Arrive(Bytes message, int after, long type) {
-  const uint64_t due = nowNs_ + uint64_t{1000000} * static_cast<unsigned>(after);
+  const uint64_t due = nowNs_ + Nanoseconds(after);
   const auto later = [due](const Arrival& other) { return other.dueNs > due; };
   arrivals_.insert(std::find_if(arrivals_.begin(), arrivals_.end(), later), {due, type, std::move(message)});
 }
@@ -211,35 +215,29 @@ void FakeOs::StopAt(std::string_view call, int n) {
 }
 
 void FakeOs::At(int milliseconds, std::function<void()> action) {
-  timed_.push_back({nowNs_ + uint64_t{1000000} * static_cast<unsigned>(milliseconds), std::move(action), false});
+  timed_.emplace(nowNs_ + Nanoseconds(milliseconds), Timed{std::move(action), false});
 }
 
 void FakeOs::SignalAt(int milliseconds, int signal) {
-  At(milliseconds, [signal] { SignalHandler(signal); });
-  timed_.back().cutsSleep = true;
+  timed_.emplace(nowNs_ + Nanoseconds(milliseconds), Timed{[signal] { SignalHandler(signal); }, true});
 }
 
 void FakeOs::AdvanceMs(int milliseconds) {
-  Advance(uint64_t{1000000} * static_cast<unsigned>(milliseconds));
+  Advance(Nanoseconds(milliseconds));
 }
 
 bool FakeOs::Advance(uint64_t nanoseconds) {
   const uint64_t end = nowNs_ + nanoseconds;
-  for (;;) {
-    const auto next =
-        std::min_element(timed_.begin(), timed_.end(), [](const Timed& a, const Timed& b) { return a.atNs < b.atNs; });
-    if (next == timed_.end() || next->atNs > end) {
-      nowNs_ = end;
-      return false;
-    }
-    const Timed event = std::move(*next);
-    timed_.erase(next);
-    nowNs_ = std::max(nowNs_, event.atNs);
-    event.action();
-    if (event.cutsSleep) {
+  while (!timed_.empty() && timed_.begin()->first <= end) {
+    const auto event = timed_.extract(timed_.begin());
+    nowNs_ = std::max(nowNs_, event.key());
+    event.mapped().action();
+    if (event.mapped().cutsSleep) {
       return true;
     }
   }
+  nowNs_ = end;
+  return false;
 }
 
 // --- What was seen ---

@@ -235,7 +235,6 @@ class FakeOs {
     std::function<void()> action;
   };
   struct Timed {
-    uint64_t atNs;
     std::function<void()> action;
     bool cutsSleep;
   };
@@ -256,7 +255,7 @@ class FakeOs {
 
   std::map<std::string, std::vector<Planned>, std::less<>> planned_;
   std::map<std::string, int, std::less<>> calls_;
-  std::vector<Timed> timed_;
+  std::multimap<uint64_t, Timed> timed_;  // by nanosecond
   uint64_t nowNs_, startNs_;
 
   std::deque<::Reply> script_;

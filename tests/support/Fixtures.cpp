@@ -31,7 +31,7 @@ void ResetProduct() {
   memset(gbArgv, 0, sizeof gbArgv);
 }
 
-Run RunProgram(std::vector<std::string> arguments) {
+Ended RunProgram(std::vector<std::string> arguments) {
   arguments.insert(arguments.begin(), "testZR4410");
   std::vector<char*> argv;
   for (std::string& argument : arguments) {
@@ -46,12 +46,12 @@ Run RunProgram(std::vector<std::string> arguments) {
   FILE* const realErrors = stderr;
   stderr = open_memstream(&text, &size);
   optind = 0;  // starts getopt_long anew
-  Run run{testZR4410_main(static_cast<int>(arguments.size()), argv.data()), ""};
+  Ended ended{testZR4410_main(static_cast<int>(arguments.size()), argv.data()), ""};
   fclose(stderr);
   stderr = realErrors;
-  run.errors.assign(text, size);
+  ended.errors.assign(text, size);
   free(text);
-  return run;
+  return ended;
 }
 
 Linked::Linked() {

@@ -29,12 +29,12 @@ using testing::IsEmpty;
 // Every global of the product as it is at the start of a program.
 void ResetProduct();
 
-// A run of the whole program.
-struct Run {
+// How a run of the whole program ended.
+struct Ended {
   int status;          // what main returned: the exit status, but for -1, which the system makes 255
   std::string errors;  // standard error
 };
-Run RunProgram(std::vector<std::string> arguments);
+Ended RunProgram(std::vector<std::string> arguments);
 
 // The machine, with nothing opened.
 class Machine : public testing::Test {

@@ -1,0 +1,412 @@
+// The whole program, from the command line to the exit status.
+#include <stdio_ext.h>
+
+#include <cerrno>
+#include <csignal>
+#include <limits>
+
+#include "tests/support/Faults.h"
+#include "tests/support/Fixtures.h"
+
+extern "C" {
+extern RelayMessage gtMsgqRxBuf;
+}
+
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+
+constexpr char kBanner[] = "===================================================";
+
+std::vector<LogLine> operator+(std::vector<LogLine> first, const std::vector<LogLine>& second) {
+  first.insert(first.end(), second.begin(), second.end());
+  return first;
+}
+
+const std::vector<LogLine> kStart = {Info(kBanner), Info("Start testZR4410 (v0.0.1)."), Info(kBanner)};
+const std::vector<LogLine> kFinish = {Info(kBanner), Info("Finish testZR4410 (v0.0.1)."), Info(kBanner)};
+
+std::vector<LogLine> Delta(int milliseconds) {
+  return {Info("Delta Time (ms) : " + std::to_string(milliseconds) + "\n")};
+}
+
+class Program : public Machine {
+ protected:
+  // Runs to a normal end and expects these lines between the banners.
+  void ExpectLog(std::vector<std::string> arguments, const std::vector<LogLine>& lines) {
+    const Ended run = RunProgram(std::move(arguments));
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.errors, "");
+    EXPECT_EQ(os.Log(), kStart + lines + kFinish);
+  }
+};
+
+// --- The spine ---
+
+TEST_F(Program, WithoutAModeOpensTimesAndCloses) {
+  for (const char* argument : {"-g", "--debug", "word"}) {
+    ResetProduct();
+    os.Forget();
+    const std::vector<LogLine> keys = {Debug("MsgqClient keyTx = 0x62010042\n"),
+                                       Debug("MsgqClient keyRx = 0x61010042\n")};
+    ExpectLog({argument}, (*argument == '-' ? keys : std::vector<LogLine>{}) + Delta(0));
+    EXPECT_EQ(os.Opened().size(), 2U);
+    EXPECT_THAT(os.Requests(), IsEmpty());
+    EXPECT_EQ(os.Output(), "");
+  }
+}
+
+TEST_F(Program, GoesThroughItsStepsInOrder) {
+  os.files["/sysconf/conf.img"] = "EXT_DEBUG=5\n";
+  os.Reply({0x23});
+  EXPECT_EQ(RunProgram({"-m", "16", "0"}).status, 0);
+  EXPECT_EQ(giDebug, 5);
+  auto timeline = os.Timeline();
+  std::erase_if(timeline, [](const std::string& event) { return event.starts_with("read "); });
+  const std::string banner = std::string("log 6 ") + kBanner;
+  EXPECT_THAT(timeline,
+              ElementsAre(banner, "log 6 Start testZR4410 (v0.0.1).", banner, "open r /sysconf/conf.img",
+                          "close /sysconf/conf.img", "ftok /defconf/conf.ptz b", "ftok /defconf/conf.ptz a",
+                          "msgget 98", "msgget 97", "receive nothing",
+                          "send 4711 AA AA 01 06 AA 10 01 01 44 55 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
+                          "00 00 00 00 00 00 00 00 00",
+                          "sleep 50000", "receive 36", "log 6 Delta Time (ms) : 50\n", banner,
+                          "log 6 Finish testZR4410 (v0.0.1).", banner));
+  EXPECT_EQ(os.Output(), "Version = 0x23\n");
+  EXPECT_EQ(os.Calls("clock_gettime"), 3);  // start, receive, end
+}
+
+TEST_F(Program, InstallsTheHandlerForFourSignals) {
+  EXPECT_EQ(RunProgram({"-g"}).status, 0);
+  const int signals[] = {SIGINT, SIGTERM, SIGUSR1, SIGUSR2};
+  ASSERT_EQ(os.Handlers().size(), 4U);
+  for (size_t i = 0; i < 4; ++i) {
+    const FakeOs::Handler& handler = os.Handlers()[i];
+    EXPECT_EQ(handler.signal, signals[i]);
+    EXPECT_EQ(handler.handler, SignalHandler);
+    EXPECT_EQ(handler.flags, 0);
+    EXPECT_TRUE(handler.emptyMask);
+    EXPECT_FALSE(handler.asksForOld);
+  }
+}
+
+TEST_F(Program, StandardOutputIsLineBuffered) {
+  EXPECT_EQ(RunProgram({"-g"}).status, 0);
+  EXPECT_TRUE(__flbf(stdout));
+}
+
+TEST_F(Program, TheQueuesAreNeverRemoved) {
+  EXPECT_EQ(RunProgram({"-g"}).status, 0);
+  EXPECT_EQ(RunProgram({"-g"}).status, 0);
+  EXPECT_EQ(giMsgIdTx, FakeOs::kRequestQueue);
+  EXPECT_EQ(giMsgIdRx, FakeOs::kReplyQueue);
+}
+
+TEST_F(Program, TheDeltaIsTheActionsOwnTime) {
+  os.AdvanceMs(123456);
+  os.NoReply();
+  ExpectLog({"-m", "12", "1"}, {Err("ZR4410_MsgQ_Receive failed!"), Err("MCU_ProcessUart1 failed!"),
+                                Err("MCU_LensPowerControl fail!\n"), Info("Delta Time (ms) : 2050\n")});
+}
+
+// --- Usage ---
+
+TEST_F(Program, UsageEndsAtOnceWithStatus0) {
+  for (const std::vector<std::string>& arguments :
+       {std::vector<std::string>{}, {"-h"}, {"--help"}, {"-s", "1"}, {"-s", "1", "2", "3", "4"}, {"-r", "1", "2"}}) {
+    ResetProduct();
+    os.Forget();
+    const Ended run = RunProgram(arguments);
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.errors, "");
+    EXPECT_THAT(os.Output(), StartsWith("Usage: testZR4410 [OPTION]\n\n -s 0 0 QM2150 Get Version\n"));
+    EXPECT_EQ(os.Log(), kStart);
+    EXPECT_THAT(os.Opened(), IsEmpty());
+    EXPECT_THAT(os.FileSteps(), IsEmpty());
+    EXPECT_EQ(os.Handlers().size(), 4U);
+  }
+}
+
+TEST_F(Program, TheParserComplainsBeforeTheUsage) {
+  struct Example {
+    std::vector<std::string> arguments;
+    const char* complaint;
+  };
+  for (const Example& example : {Example{{"-x"}, "testZR4410: invalid option -- 'x'\n"},
+                                 Example{{"-m", "12", "-1"}, "testZR4410: invalid option -- '1'\n"},
+                                 Example{{"-y"}, "testZR4410: option requires an argument -- 'y'\n"},
+                                 Example{{"--sys"}, "testZR4410: option '--sys' requires an argument\n"},
+                                 Example{{"--nonsense"}, "testZR4410: unrecognized option '--nonsense'\n"}}) {
+    ResetProduct();
+    os.Forget();
+    const Ended run = RunProgram(example.arguments);
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.errors, example.complaint);
+    EXPECT_THAT(os.Output(), StartsWith("Usage: testZR4410 [OPTION]\n"));
+    EXPECT_EQ(os.Log(), kStart);
+    EXPECT_THAT(os.Opened(), IsEmpty());
+  }
+}
+
+TEST_F(Program, BadHexEndsWithMinusOneBeforeAnythingIsOpened) {
+  struct Example {
+    std::vector<std::string> arguments;
+    const char* line;
+  };
+  for (const Example& example :
+       {Example{{"-c", "12G4"}, "IsHexString failed!\n"},
+        Example{{"-c", std::string(34, '1')}, "HexStr2Bytes failed!\n"},
+        Example{{"-i", "xx", "00"}, "IsHexString failed!\n"}, Example{{"-i", "04", "0x"}, "IsHexString failed!\n"},
+        Example{{"-i", "04", std::string(34, '1'), "-g"}, "HexStr2Bytes failed!\n"}}) {
+    ResetProduct();
+    os.Forget();
+    const Ended run = RunProgram(example.arguments);
+    EXPECT_EQ(run.status, -1);
+    EXPECT_EQ(run.errors, "");
+    EXPECT_EQ(os.Output(), "");
+    EXPECT_EQ(os.Log(), kStart + std::vector<LogLine>{Err(example.line)});
+    EXPECT_THAT(os.Opened(), IsEmpty());
+    EXPECT_THAT(os.FileSteps(), IsEmpty());
+  }
+}
+
+// --- Debug level ---
+
+TEST_F(Program, TheDebugLevelIsADecimalNumberOf32Bits) {
+  struct Example {
+    std::string line;
+    int32_t level;
+  };
+  for (const Example& example :
+       {Example{"EXT_DEBUG=32768\n", 32768}, Example{"EXT_DEBUG=\"7\"\n", 7}, Example{"EXT_DEBUG = 5\n", 5},
+        Example{"EXT_DEBUG=0x8000\n", 0}, Example{"EXT_DEBUG=\n", 0}, Example{"EXT_DEBUG=yes\n", 0},
+        Example{"EXT_DEBUG=-1\n", -1}, Example{"EXT_DEBUG=4294967296\n", 2147483647},
+        Example{"EXT_DEBUG=-4294967296\n", std::numeric_limits<int32_t>::min()}, Example{"OTHER=5\n", 0},
+        Example{"EXT_DEBUG=" + std::string(300, '9') + "\n", 2147483647},
+        Example{"EXT_DEBUG=" + std::string(240, ' ') + "12\n", 12},
+        Example{"EXT_DEBUG=\"" + std::string(243, 'x') + "\"\n", 0}, Example{"", 0}}) {
+    ResetProduct();
+    os.Forget();
+    os.files["/sysconf/conf.img"] = example.line;
+    giDebug = 99;
+    ExpectLog({"word"}, Delta(0));
+    EXPECT_EQ(giDebug, example.level) << example.line;
+  }
+}
+
+TEST_F(Program, MissingSettingsAreLoggedAndTheRunGoesOn) {
+  os.files.erase("/sysconf/conf.img");
+  giDebug = 99;
+  ExpectLog({"word"},
+            std::vector<LogLine>{Err("can not open sysconf file /sysconf/conf.img.\n"), Err("sysconf_fget failed!\n")} +
+                Delta(0));
+  EXPECT_EQ(giDebug, 0);
+}
+
+TEST_F(Program, TheSettingsAreReadNotWritten) {
+  os.files["/sysconf/conf.img"] = "#\nEXT_DEBUG=1\n";
+  EXPECT_EQ(RunProgram({"-s", "1", "1"}).status, 0);
+  EXPECT_EQ(os.files["/sysconf/conf.img"], "#\nEXT_DEBUG=1\n");
+  EXPECT_EQ(os.OpenFiles(), 0U);
+}
+
+// --- Opening and timing ---
+
+TEST_F(Program, WithoutQueuesThereIsNoActionAndNoTiming) {
+  os.files.erase("/defconf/conf.ptz");
+  ExpectLog({"-s", "0", "0"}, {Err("ftok keyTx failed!"), Err("ZR4410_MsgQ_Open fail!\n")});
+  EXPECT_EQ(os.Calls("clock_gettime"), 0);
+  EXPECT_THAT(os.Requests(), IsEmpty());
+  EXPECT_EQ(os.Output(), "");
+}
+
+TEST_F(Program, HalfOpenQueuesAreAFailureToo) {
+  os.Fail("msgget", ENOSPC, 2);
+  ExpectLog({"-s", "1", "1"}, {Err("msgget giMsgIdRx failed!"), Err("ZR4410_MsgQ_Open fail!\n")});
+  EXPECT_EQ(os.Output(), "");
+}
+
+TEST_F(Program, AClockFailureAtTheStartCountsFromZero) {
+  os.Fail("clock_gettime", EINVAL, 1);
+  ExpectLog({"word"}, std::vector<LogLine>{Info("GetMsFromStart failed!\n")} + Delta(100000));
+  EXPECT_EQ(os.Output(), "clock_gettime failed.\n");
+}
+
+TEST_F(Program, AClockFailureAtTheEndCountsToZero) {
+  os.Fail("clock_gettime", EINVAL, 2);
+  ExpectLog({"word"}, std::vector<LogLine>{Info("GetMsFromStart failed!\n")} + Delta(-100000));
+}
+
+// --- The modes ---
+
+TEST_F(Program, ModeOneIsACameraAction) {
+  os.Reply({0x90, 0x50, 0x00, 0x08, 0xFF});
+  ExpectLog({"-s", "1", "0"}, Delta(50));
+  EXPECT_EQ(os.Output(), "[GetSnrMode] 1080p 25fps\n");
+}
+
+TEST_F(Program, ModeTwoIsAnMcuCommand) {
+  os.Reply({0x10});
+  ExpectLog({"-m", "12", "0"}, Delta(50));
+  EXPECT_THAT(os.Frames(), ElementsAre(Bytes{0xAA, 0x0C, 0x01, 0x00, 0x49, 0x55}));
+}
+
+TEST_F(Program, AFailedActionLeavesTheExitStatus) {
+  ExpectLog({"-s", "3", "0"}, std::vector<LogLine>{Err("Command ID is not supported.\n")} + Delta(0));
+  ResetProduct();
+  os.Forget();
+  ExpectLog({"-m", "0x10", "0"}, std::vector<LogLine>{Err("Command ID is not supported.\n")} + Delta(0));
+}
+
+TEST_F(Program, ModeFourSendsARawCommand) {
+  os.Reply({0x10});
+  ExpectLog({"-c", "0002"}, std::vector<LogLine>{Info("Send Command OK!\n")} + Delta(50));
+  EXPECT_THAT(os.Packets(), ElementsAre(Bytes{0x81, 0x01, 0x04, 0x00, 0x02, 0xFF}));
+  EXPECT_EQ(os.Output(), "");
+}
+
+TEST_F(Program, ModeFourSendsAnEmptyCommandToo) {
+  os.Reply({0x10});
+  ExpectLog({"-c", ""}, std::vector<LogLine>{Info("Send Command OK!\n")} + Delta(50));
+  EXPECT_THAT(os.Packets(), ElementsAre(Bytes{0x81, 0x01, 0x04, 0xFF}));
+}
+
+TEST_F(Program, ModeFourLogsAFailure) {
+  os.Reply({0x40});
+  ExpectLog({"-c", "0002"}, std::vector<LogLine>{Err("SnrQM2150_Command failed!\n")} + Delta(50));
+}
+
+TEST_F(Program, ModeFourLogsACommandThatTheFrameDoesNotTake) {
+  ExpectLog({"-c", "00112233445566778899AABBCC"},
+            std::vector<LogLine>{Err("Len > VISCA_PACKET_MAX_LEN"), Err("QM2150_FillZR4410 failed!"),
+                                 Err("QM2150_ProcessVisca failed!"), Err("SnrQM2150_Command failed!\n")} +
+                Delta(0));
+  EXPECT_THAT(os.Requests(), IsEmpty());
+}
+
+TEST_F(Program, ModeFiveAsksARawInquiry) {
+  os.Reply({0x90, 0x50, 0x02, 0xFF});
+  EXPECT_EQ(RunProgram({"-i", "04", "00"}).status, 0);
+  EXPECT_THAT(os.Packets(), ElementsAre(Bytes{0x81, 0x09, 0x04, 0x00, 0xFF}));
+}
+
+TEST_F(Program, ModeSixAsksAReport) {
+  EXPECT_EQ(RunProgram({"-y", "0"}).status, 0);
+  ASSERT_FALSE(os.Packets().empty());
+  EXPECT_EQ(os.Packets()[0], (Bytes{0x81, 0x09, 0x7E, 0x7E, 0x00, 0xFF}));
+}
+
+TEST_F(Program, AStopDuringAnActionStillFinishes) {
+  os.SignalAt(700, SIGTERM);
+  ExpectLog({"-s", "0", "0"},
+            {Debug("Catch SIGTERM!"), Err("QM2150_VersionInq fail!\n"), Info("Delta Time (ms) : 700\n")});
+}
+
+TEST_F(Program, TheDebugFlagDumpsBothMessages) {
+  os.Reply({0x23});
+  EXPECT_EQ(RunProgram({"-m", "16", "0", "-g"}).status, 0);
+  EXPECT_THAT(os.Output(), StartsWith("[testZR4410] client msgsnd:\n(36): \n"));
+  EXPECT_THAT(os.Output(), HasSubstr("[testZR4410] client msgrcv:\n(40): \n"));
+  EXPECT_THAT(os.Output(), testing::EndsWith("Version = 0x23\n"));
+}
+
+// --- The read loop ---
+
+TEST_F(Program, TheReadLoopRunsUntilItIsStopped) {
+  for (const auto& [signal, line] : {std::pair{SIGINT, "Catch SIGINT!"}, std::pair{SIGTERM, "Catch SIGTERM!"}}) {
+    ResetProduct();
+    os.Forget();
+    os.SignalAt(5000, signal);
+    ExpectLog({"-r"}, {Info("Start main loop."), Err("ZR4410_MsgQ_Receive fail!\n"), Err("ZR4410_MsgQ_Receive fail!\n"),
+                       Debug(line), Info("Finish main loop."), Info("Delta Time (ms) : 5000\n")});
+    EXPECT_EQ(os.Output(), "");
+    EXPECT_THAT(os.Requests(), IsEmpty());
+  }
+}
+
+TEST_F(Program, TheReadLoopGoesOnAfterSigusr1AndSigusr2) {
+  os.SignalAt(100, SIGUSR1);
+  os.SignalAt(200, SIGUSR2);
+  os.SignalAt(300, SIGTERM);
+  ExpectLog({"-r"}, {Info("Start main loop."), Debug("Catch SIGUSR1!"), Debug("Catch SIGUSR2!"),
+                     Debug("Catch SIGTERM!"), Info("Finish main loop."), Info("Delta Time (ms) : 300\n")});
+}
+
+TEST_F(Program, TheReadLoopTakesMessagesSilently) {
+  for (int i = 0; i < 3; ++i) {
+    os.Arrive(Bytes(36, 0xC3), 10 + i);
+  }
+  os.SignalAt(500, SIGTERM);
+  ExpectLog({"-r"}, {Info("Start main loop."), Debug("Catch SIGTERM!"), Info("Finish main loop."),
+                     Info("Delta Time (ms) : 500\n")});
+  EXPECT_EQ(os.Output(), "");
+  EXPECT_EQ(os.Waiting(), 0U);
+  // Each receive sleeps 50 ms before it looks, and the loop 1 ms behind it.
+  EXPECT_EQ(std::vector<unsigned>(os.Slept().begin(), os.Slept().begin() + 6),
+            (std::vector<unsigned>{50000, 1000, 50000, 1000, 50000, 1000}));
+}
+
+TEST_F(Program, TheReadLoopDumpsMessagesWithTheDebugFlag) {
+  os.Arrive(Bytes(36, 0xC3), 10);
+  os.SignalAt(80, SIGTERM);
+  EXPECT_EQ(RunProgram({"-r", "-g"}).status, 0);
+  EXPECT_THAT(os.Output(), StartsWith("[testZR4410] client msgrcv:\n(40): \n"));
+  EXPECT_THAT(os.Output(), testing::EndsWith(" C3 \nC3 C3 C3 C3 C3 C3 C3 C3 \n"));
+}
+
+TEST_F(Program, TheReadLoopClearsItsBufferBeforeEachMessage) {
+  os.Arrive(Bytes(36, 0xC3), 10);
+  os.Arrive(Bytes(4, 0xD4), 60);
+  os.On("msgrcv", 3, [] {
+    EXPECT_EQ(gtMsgqRxBuf.type, 0);
+    EXPECT_EQ(gtMsgqRxBuf.body[35], 0x00);
+    SetSigID(1);
+  });
+  EXPECT_EQ(RunProgram({"-r"}).status, 0);
+  EXPECT_EQ(os.Calls("msgrcv"), 3);
+}
+
+TEST_F(Program, TheReadLoopLogsEveryBadMessage) {
+  os.Arrive(Bytes(35), 10);
+  os.On("usleep", 4, [this] { os.Fail("msgrcv", EIDRM); });
+  os.StopAt("usleep", 6);
+  EXPECT_EQ(RunProgram({"-r"}).status, 0);
+  ASSERT_GE(os.Log().size(), 6U);
+  EXPECT_THAT(os.Log()[4].text, StartsWith("msgrcv len failed(35)!"));
+  EXPECT_EQ(os.Log()[5], Err("ZR4410_MsgQ_Receive fail!\n"));
+}
+
+TEST_F(Program, TheReadLoopSeesAStopBeforeItsFirstMessage) {
+  os.Arrive(Bytes(36), 0);
+  SetSigID(1);
+  ExpectLog({"-r"}, {Info("Start main loop."), Info("Finish main loop."), Info("Delta Time (ms) : 0\n")});
+  EXPECT_EQ(os.Waiting(), 1U);
+  EXPECT_THAT(os.Slept(), IsEmpty());
+}
+
+TEST_F(Program, AStopAtTheReceiveLeavesTheLoopWithoutAnErrorOrASleep) {
+  os.Arrive(Bytes(36), 10);
+  os.StopAt("msgrcv", 1);  // the message is taken, then the flag is seen
+  ExpectLog({"-r"}, {Info("Start main loop."), Info("Finish main loop."), Info("Delta Time (ms) : 50\n")});
+  EXPECT_THAT(os.Slept(), ElementsAre(50000U));
+}
+
+TEST_F(Program, AStopInTheLoopsOwnSleepEndsIt) {
+  os.Arrive(Bytes(36), 10);
+  os.StopAt("usleep", 2);
+  ExpectLog({"-r"}, {Info("Start main loop."), Info("Finish main loop."), Info("Delta Time (ms) : 51\n")});
+  EXPECT_THAT(os.Slept(), ElementsAre(50000U, 1000U));
+}
+
+TEST_F(Program, TenThousandSignalsLeaveItRunning) {
+  for (int i = 1; i <= 10000; ++i) {
+    os.SignalAt(i, i % 2 ? SIGUSR1 : SIGUSR2);
+  }
+  os.SignalAt(10001, SIGTERM);
+  EXPECT_EQ(RunProgram({"-r"}).status, 0);
+  EXPECT_EQ(os.Log().back(), Info(kBanner));
+}
+
+}  // namespace
