@@ -23,6 +23,11 @@ class Reports : public Linked {
     lines.erase(lines.begin(), lines.begin() + static_cast<ptrdiff_t>(fields));
     return lines;
   }
+
+  // Puts values that no reply can carry into a record, once it was decoded: at the separator's log line.
+  void ChangeRecord(size_t fields, const std::function<void()>& change) {
+    os.On("syslog", static_cast<int>(fields) + 1, change);
+  }
 };
 
 // --- Every report ---
@@ -290,6 +295,16 @@ TEST_F(LensReport, FailsOnAnObjectPositionOutsideTheTable) {
   }
 }
 
+TEST_F(LensReport, SaysNothingOfValuesWithoutAWord) {
+  ChangeRecord(kFields, [] { gtLensControl.digitalZoom = gtLensControl.dzoomMode = gtLensControl.focusMode = 2; });
+  EXPECT_THAT(LinesWith({}), ElementsAre(kSeparator, Err("[Digital Zoom] \n"),  // and no line for the zoom
+                                         Err("[AF]  Normal, Slow Sensitivity.\n"), Err("[Focus Near Limit] 30 cm\n"),
+                                         Err("[Object Distance] 4.90 meter\n")));
+  ChangeRecord(kFields, [] { gtLensControl.dzoomMode = gtLensControl.focusMode = gtLensControl.afMode = 255; });
+  EXPECT_THAT(LinesWith({}), ElementsAre(kSeparator, Err("[Digital Zoom] ON\n"), Err("[AF] \n"),
+                                         Err("[Focus Near Limit] 30 cm\n"), Err("[Object Distance] 4.90 meter\n")));
+}
+
 TEST_F(LensReport, FillsItsGlobalRecord) {
   LinesWith({});
   EXPECT_EQ(gtLensControl.zoomPos, 0x2000);
@@ -461,6 +476,18 @@ TEST_F(ExposureReport, FailsOnAWhiteBalanceModeWithoutAName) {
   }
 }
 
+TEST_F(ExposureReport, FailsOnAGainPositionWithoutAValue) {
+  ChangeRecord(kFields, [] { gtCamControl.gainPos = 16; });
+  EXPECT_THAT(LinesWith({}, -99),
+              ElementsAre(kSeparator, Info("[High Sensitivity] OFF\n"), Err("SnrQM2150_GainPos2dB failed!\n"),
+                          Err("GetCameraControlInquiry failed!\n")));
+}
+
+TEST_F(ExposureReport, SaysNothingOfAnExposureCompensationWithoutAWord) {
+  ChangeRecord(kFields, [] { gtCamControl.expComp = 2; });
+  EXPECT_EQ(LinesWith({}).at(3), Info("[ExpComp] , x1.41(3.0dB)\n"));
+}
+
 TEST_F(ExposureReport, EndsWhenTheSensorModeIsNotAnswered) {
   os.Reply(Completed(kCameraData));
   os.NoReply();
@@ -569,6 +596,18 @@ TEST_F(DayNightReport, NamesEveryCombination) {
   }
 }
 
+TEST_F(DayNightReport, SaysNothingOfValuesWithoutAWord) {
+  ChangeRecord(kFields, [] { gtOtherControl.autoIcr = 2; });
+  os.Reply(Completed(kOtherData));
+  EXPECT_EQ(Report(2), 0);
+  EXPECT_THAT(LinesAfter(kFields), ElementsAre(kSeparator, Err("[DN] [Auto_ICR] [ICR] OFF (IR_CUT)\n")));
+  os.Forget();
+  ChangeRecord(kFields, [] { gtOtherControl.icr = 2; });
+  os.Reply(Completed(kOtherData));
+  EXPECT_EQ(Report(2), 0);
+  EXPECT_THAT(LinesAfter(kFields), ElementsAre(kSeparator, Err("[DN] [Auto_ICR] ON, [ICR]\n")));
+}
+
 // --- Report 3: digital zoom, high sensitivity, gain limit, noise reduction ---
 
 class EnlargedReport : public Reports {
@@ -627,6 +666,19 @@ TEST_F(EnlargedReport, ShowsTheNoiseReductionLevel) {
   for (uint8_t level = 0; level < 8; ++level) {
     EXPECT_EQ(LinesWith({{11, level}}).at(4), Info(kLines[level]));
   }
+}
+
+TEST_F(EnlargedReport, TakesAnUnknownHighSensitivityModeForOff) {
+  ChangeRecord(kFields, [] { gtEnlargeFun1.highSensitivityMode = 2; });
+  EXPECT_THAT(LinesWith({}), ElementsAre(kSeparator, Err("[Digital Zoom] x2.50\n"), Info("[High Sensitivity] \n"),
+                                         Info("[Gain Limit] x25.12(28.0dB)\n"), Info("[NR] ON, Level: 5\n")));
+}
+
+TEST_F(EnlargedReport, FailsOnAGainLimitWithoutAValue) {
+  ChangeRecord(kFields, [] { gtEnlargeFun1.gainLimit = 16; });
+  EXPECT_THAT(LinesWith({}, -99),
+              ElementsAre(kSeparator, Err("[Digital Zoom] x2.50\n"), Info("[High Sensitivity] ON\n"),
+                          Err("SnrQM2150_GainPos2dB failed!\n"), Err("GetEnlargeFun1Inquiry failed!\n")));
 }
 
 TEST_F(EnlargedReport, AloneHasNoLineForItsFailure) {
@@ -713,6 +765,15 @@ TEST_F(WideDynamicRangeReport, ShowsTheShortExposureRatio) {
   EXPECT_EQ(LinesWith({{3, 0x1}, {4, 0x0}}).at(5), Info("[WideD short exposure Exposure ratio] x16\n"));
   EXPECT_EQ(LinesWith({{3, 0x6}, {4, 0x4}}).at(5), Info("[WideD short exposure Exposure ratio] x100\n"));
   EXPECT_EQ(LinesWith({{3, 0xF}, {4, 0xF}}).at(5), Info("[WideD short exposure Exposure ratio] x255\n"));
+}
+
+TEST_F(WideDynamicRangeReport, SaysNothingOfValuesWithoutAWord) {
+  ChangeRecord(kFields, [] { memset(&gtEnlargeFun2, 0xFF, sizeof gtEnlargeFun2); });
+  EXPECT_THAT(LinesWith({}),
+              ElementsAre(Info("===================================================\n"), Info("[WideD mode]\n"),
+                          Info("[WideD detection sensitivity]\n"), Info("[WideD blocked-up shadow correction level]\n"),
+                          Info("[WideD blown-out hoghlight correction level]\n"),
+                          Info("[WideD short exposure Exposure ratio] x255\n")));
 }
 
 TEST_F(WideDynamicRangeReport, SaysNothingOfTheScreenDisplay) {
