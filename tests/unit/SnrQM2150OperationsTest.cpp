@@ -1346,7 +1346,7 @@ TEST_F(RawPackets, ACommandsResultIsPassedOnWithoutALineOfItsOwn) {
   EXPECT_THAT(os.Timeline(), IsEmpty());
 }
 
-class RawInquiry : public SnrQM2150Operations {
+class RawInquiryRoutine : public SnrQM2150Operations {
  protected:
   int Inquire(uint32_t size) { return SnrQM2150_Inquiry(0x04, 1, code, size, text); }
   // What stands behind the first count characters of the text.
@@ -1354,10 +1354,10 @@ class RawInquiry : public SnrQM2150Operations {
 
   const uint8_t code[1] = {0x47};
   char text[80];
-  RawInquiry() { memset(text, 'x', sizeof text); }
+  RawInquiryRoutine() { memset(text, 'x', sizeof text); }
 };
 
-TEST_F(RawInquiry, ShowsTheReplyInHex) {
+TEST_F(RawInquiryRoutine, ShowsTheReplyInHex) {
   Data({0x01, 0x23});
   EXPECT_EQ(Inquire(64), 0);
   EXPECT_STREQ(text, "90 50 01 23 ff");
@@ -1366,7 +1366,7 @@ TEST_F(RawInquiry, ShowsTheReplyInHex) {
   EXPECT_EQ(os.Output(), "");
 }
 
-TEST_F(RawInquiry, PassesCategoryCountAndBytes) {
+TEST_F(RawInquiryRoutine, PassesCategoryCountAndBytes) {
   const Bytes data{0x7E, 0x00, 0xAB};
   Data({});
   EXPECT_EQ(SnrQM2150_Inquiry(0x7E, 3, data.data(), 64, text), 0);
@@ -1377,7 +1377,7 @@ TEST_F(RawInquiry, PassesCategoryCountAndBytes) {
   EXPECT_EQ(StoryOf(os), (Story{"81 09 00 FF"}));
 }
 
-TEST_F(RawInquiry, RepliesHaveNoneToSixteenDataBytes) {
+TEST_F(RawInquiryRoutine, RepliesHaveNoneToSixteenDataBytes) {
   Data({});
   EXPECT_EQ(Inquire(64), 0);
   EXPECT_STREQ(text, "90 50 ff");
@@ -1392,7 +1392,7 @@ TEST_F(RawInquiry, RepliesHaveNoneToSixteenDataBytes) {
   EXPECT_STREQ(text, "90 61 41 ff");
 }
 
-TEST_F(RawInquiry, TheSizeBoundsOnlyTheClearing) {
+TEST_F(RawInquiryRoutine, TheSizeBoundsOnlyTheClearing) {
   for (const uint32_t size : {0U, 1U, 13U, 14U, 15U}) {  // the text and its zero are written whatever it is
     memset(text, 'x', sizeof text);
     Data({0x01, 0x23});
@@ -1410,14 +1410,14 @@ TEST_F(RawInquiry, TheSizeBoundsOnlyTheClearing) {
   EXPECT_EQ(Behind(14), std::string(66, '\0'));
 }
 
-TEST_F(RawInquiry, TheLongestTextAndItsZeroTake57Bytes) {
+TEST_F(RawInquiryRoutine, TheLongestTextAndItsZeroTake57Bytes) {
   char exact[57];
   Data(Bytes(16, 0x55));
   EXPECT_EQ(SnrQM2150_Inquiry(0x04, 1, code, 0, exact), 0);
   EXPECT_STREQ(exact, "90 50 55 55 55 55 55 55 55 55 55 55 55 55 55 55 55 55 ff");
 }
 
-TEST_F(RawInquiry, AFailedInquiryIsToldAndLeavesTheTextAlone) {
+TEST_F(RawInquiryRoutine, AFailedInquiryIsToldAndLeavesTheTextAlone) {
   Silence();
   EXPECT_EQ(Inquire(64), -56);
   EXPECT_EQ(StoryOf(os), (Story{"81 09 04 47 FF (silence)", "error: ZR4410_MsgQ_Receive timeout!",
@@ -1432,7 +1432,7 @@ TEST_F(RawInquiry, AFailedInquiryIsToldAndLeavesTheTextAlone) {
   EXPECT_EQ(Behind(0), std::string(80, 'x'));
 }
 
-TEST_F(RawInquiry, AnErrorReplyIsToldAndLeavesTheTextAlone) {
+TEST_F(RawInquiryRoutine, AnErrorReplyIsToldAndLeavesTheTextAlone) {
   os.Reply({0x90, 0x60, 0x02, 0xFF});
   EXPECT_EQ(Inquire(64), -59);
   EXPECT_EQ(StoryOf(os),
@@ -1445,7 +1445,7 @@ TEST_F(RawInquiry, AnErrorReplyIsToldAndLeavesTheTextAlone) {
   EXPECT_EQ(Behind(0), std::string(80, 'x'));
 }
 
-TEST_F(RawInquiry, AStopIsSilentAndLeavesTheTextAlone) {
+TEST_F(RawInquiryRoutine, AStopIsSilentAndLeavesTheTextAlone) {
   Stop();
   EXPECT_EQ(Inquire(64), -15);
   EXPECT_EQ(StoryOf(os), (Story{"81 09 04 47 FF (stop)"}));
