@@ -273,7 +273,7 @@ class Bench:
             name = str(pathlib.Path(entry["file"]).relative_to(self.source))
             self.objects[name] = self.build / output
             self.commands[name] = command
-            listed = subprocess.run(self.compiler(name, self.source / name, "-MM") , capture_output=True, text=True,
+            listed = subprocess.run(self.compiler(name, self.source / name, "-MM"), capture_output=True, text=True,
                                     cwd=self.build, check=True).stdout
             for header in re.findall(r"\S+\.h", listed):
                 path = (self.build / header).resolve()
@@ -288,10 +288,9 @@ class Bench:
 
     def compiler(self, name, file, *options, include=None):
         command = list(self.commands[name])
-        for option in ("-o", "-MF", "-MT", "-c"):
+        for option in ("-o", "-c"):
             at = command.index(option)
             del command[at : at + 2]
-        command.remove("-MD")
         if include:
             command.insert(1, f"-I{include}")
         return command + [*options, str(file)]
