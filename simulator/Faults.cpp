@@ -153,7 +153,8 @@ const Fault* FaultPicker::Pick(const Frame& request) {
     const bool meant = fault.only == Only::All || (fault.only == Only::Camera && camera) ||
                        (fault.only == Only::Mcu && !camera) || (fault.only == Only::Commands && selector == 0x01) ||
                        (fault.only == Only::Inquiries && selector == 0x09);
-    if (!meant || (!fault.match.empty() && std::ranges::search(bytes, fault.match).empty())) {
+    const auto& match = fault.match;
+    if (!meant || std::search(bytes.begin(), bytes.end(), match.begin(), match.end()) == bytes.end()) {
       continue;
     }
     const std::uint32_t number = ++seen_[i];

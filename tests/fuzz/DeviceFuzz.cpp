@@ -1,0 +1,37 @@
+// The simulated device: requests of any content, as messages and on its VISCA line. Input: requests, each its length
+// and its bytes; a length above 127 says that a good frame is made of the bytes, its code first.
+#include "simulator/Device.h"
+#include "tests/fuzz/Fuzz.h"
+
+void TestOneInput(const uint8_t* data, size_t size) {
+  Input input(Input::FromHex(data, size));
+  sim::Setup setup;
+  setup.sockets = input.Byte() & 1;
+  sim::Device device(setup);
+  sim::Time now = 0;
+  uint8_t sequence = 0;
+  while (!input.AtEnd()) {
+    const uint8_t length = input.Byte();
+    sim::Bytes body = input.Bytes(length & 0x7F);
+    const bool framed = length > 0x7F && !body.empty() && body.size() <= 1 + sim::kMaxData;
+    if (framed) {
+      sim::Frame frame;
+      frame.code = body[0];
+      frame.data.assign(body.begin() + 1, body.end());
+      body = sim::EncodeRelay(++sequence, frame.Encode());
+    }
+    device.Request(1, body, now);
+    for (int moves = 0; moves < 20 && device.NextDue(); ++moves) {
+      now = std::max(now, *device.NextDue());
+      device.Advance(now);
+      while (const auto out = device.Take(now)) {
+        Require(out->body.size() == sim::kBodySize, "a reply is a whole message");
+        Require(sim::DecodeRelay(out->body).flaw == sim::Flaw::None, "a reply is a good frame");
+      }
+    }
+    for (const sim::Bytes& packet : device.Visca(body, now)) {
+      Require(packet.size() >= 3 && packet.size() <= 16 && packet.back() == 0xFF, "a VISCA reply is a packet");
+    }
+    device.TakeVisca();
+  }
+}

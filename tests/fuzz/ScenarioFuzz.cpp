@@ -1,0 +1,37 @@
+// Scenario files of the simulator: a file is refused with one line that tells where, or it makes a device that
+// answers.
+#include "simulator/Scenario.h"
+#include "tests/fuzz/Fuzz.h"
+
+void TestOneInput(const uint8_t* data, size_t size) {
+  const std::string text(reinterpret_cast<const char*>(data), size);
+  const auto parsed = sim::ParseScenario(text, "night.toml");
+  if (!parsed.error.empty()) {
+    const std::string& error = parsed.error;
+    Require(error.starts_with("night.toml:"), "the error names the file: " + error);
+    const size_t digits = error.find_first_not_of("0123456789", 11);
+    Require(digits != std::string::npos && digits > 11 && error.substr(digits, 2) == ": ", "and the line: " + error);
+    const auto line = std::stoul(error.substr(11, digits - 11));
+    const auto lines = 1 + static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
+    Require(line >= 1 && line <= lines, "a line that is there: " + error);
+    Require(error.find_first_of("\n\r") == std::string::npos, "in one line: " + error);
+    return;
+  }
+
+  sim::Device device(parsed.setup);
+  sim::Time now = 0;
+  for (const char* const request : {"AA AA 01 06 AA 10 01 01 44 55", "AA AA 02 0A AA 02 05 81 09 04 00 FF 00 55",
+                                    "AA AA 03 06 AA 11 01 01 43 55"}) {
+    auto body = *sim::FromHex(request);
+    const auto summed = static_cast<size_t>(body[3]) + 1;  // the checksum stands before the stop byte
+    body[summed + 1] = sim::Checksum(sim::ByteView(body).subspan(4, summed - 3));
+    body.resize(sim::kBodySize);
+    device.Request(1, body, now);
+    for (int moves = 0; moves < 50 && device.NextDue(); ++moves) {
+      now = std::max(now, *device.NextDue());
+      device.Advance(now);
+      while (device.Take(now)) {
+      }
+    }
+  }
+}
