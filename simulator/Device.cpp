@@ -198,7 +198,7 @@ Device::Answer Device::Ask(const Frame& request, Time now) {
   }
   // A command is acknowledged as soon as the camera has taken it off the line, whatever it thinks of it; anything else
   // is answered with the camera's own words.
-  const bool command = request.data[1] == 0x01;
+  const bool command = request.data.size() > 1 && request.data[1] == 0x01;
   if (command) {
     answer.frames.push_back({code, {kMcuOk}});
   }
