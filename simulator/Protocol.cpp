@@ -184,7 +184,6 @@ std::uint32_t Decode(Code code, std::uint32_t wire) {
   static constexpr std::uint32_t kSetting[] = {3, 2, 0, 1, 4};
   switch (code) {
     case OnOff:
-      return wire == 1 ? 2 : 3;
     case Not3:
       return wire == 1 ? 2 : 3;
     case High8:
