@@ -101,9 +101,9 @@ std::string SetFaultKey(Fault& fault, std::string_view key, std::string_view tex
   }
   if (key == "ms") {
     fault.ms = number;
-    return fault.info->ms < 0                                 ? "ms means nothing to " + name
+    return fault.info->ms < 0                                  ? "ms means nothing to " + name
            : numeric && number >= 0 && number <= 24 * 3600000L ? ""
-                                                              : "ms takes milliseconds of a day at most, not " + shown;
+                                                               : "ms takes milliseconds of a day at most, not " + shown;
   }
   if (key == "value") {
     fault.value = number;

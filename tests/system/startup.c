@@ -12,9 +12,9 @@ int main(int argc, char** argv) {
     return 1;
   }
   const int result = SnrQM2150_init(atoi(argv[1]));
-  printf("init %d: mcu 0x%02x model 0x%04x rom 0x%04x snr 0x%02x ae 0x%02x shutter 0x%04x wb 0x%02x af 0x%02x\n", result,
-         gtParams.mcuVersion, gtParams.model, gtParams.romVersion, gtParams.snrMode, gtParams.aeMode, gtParams.shutter,
-         gtParams.wbMode, gtParams.afMode);
+  printf("init %d: mcu 0x%02x model 0x%04x rom 0x%04x snr 0x%02x ae 0x%02x shutter 0x%04x wb 0x%02x af 0x%02x\n",
+         result, gtParams.mcuVersion, gtParams.model, gtParams.romVersion, gtParams.snrMode, gtParams.aeMode,
+         gtParams.shutter, gtParams.wbMode, gtParams.afMode);
   uint8_t level = 0;
   const int set = QM2150_SetNR(5);
   const int got = QM2150_GetNR(&level);
