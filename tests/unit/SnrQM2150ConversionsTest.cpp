@@ -183,11 +183,11 @@ TEST(CalibrationTables, EntriesAreEightBytes) {
   static_assert(offsetof(CalibrationEntry, reserved) == 6);
 }
 
-// The straight line between two rows. Each step is stored, so that no compiler fuses two of them.
+// The straight line between two rows, in the order that the results depend on: quotient, times the span, plus the base.
 double Between(const Row& low, const Row& high, uint32_t position) {
-  const volatile double quotient =
+  const double quotient =
       static_cast<double>(position - low.position) / static_cast<double>(high.position - low.position);
-  const volatile double rise = quotient * static_cast<double>(high.value - low.value);
+  const double rise = quotient * static_cast<double>(high.value - low.value);
   return low.value + rise;
 }
 
