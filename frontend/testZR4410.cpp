@@ -14,6 +14,7 @@
 #include "support/Debug.h"
 #include "support/Log.h"
 #include "support/Signal.h"
+#include "support/SignalGuard.h"
 #include "support/Utils.h"
 
 extern "C" {
@@ -141,6 +142,7 @@ int main(int argc, char** argv) {
       Log(LOG_ERR, "ZR4410_MsgQ_Close fail!\n");
     }
   }
+  HoldSignals(nullptr);  // for good: a signal that comes now is not logged after the finish banner, or inside it
   LogBanner("Finish");
   return 0;
 }

@@ -6,20 +6,23 @@
 
 #include <initializer_list>
 
+// Holds them back from now on. before: receives what was held until now, may be null.
+inline void HoldSignals(sigset_t* before) {
+  sigset_t held;
+  sigemptyset(&held);
+  for (const int signal : {SIGINT, SIGTERM, SIGUSR1, SIGUSR2}) {
+    sigaddset(&held, signal);
+  }
+  pthread_sigmask(SIG_BLOCK, &held, before);
+}
+
 // The handler logs, and syslog is not async-signal-safe: a handler that ran while the interrupted code held
 // one of libc's locks (syslog, localtime, malloc under fopen) would wait for it forever. So every such call,
 // the handler's own included, stands under this guard; a signal that arrives meanwhile is handled when the
 // guard ends.
 class SignalGuard {
  public:
-  SignalGuard() {
-    sigset_t held;
-    sigemptyset(&held);
-    for (const int signal : {SIGINT, SIGTERM, SIGUSR1, SIGUSR2}) {
-      sigaddset(&held, signal);
-    }
-    pthread_sigmask(SIG_BLOCK, &held, &before_);
-  }
+  SignalGuard() { HoldSignals(&before_); }
   ~SignalGuard() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
   SignalGuard(const SignalGuard&) = delete;
   SignalGuard& operator=(const SignalGuard&) = delete;

@@ -2,6 +2,7 @@
 
 #include <getopt.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -46,7 +47,10 @@ Ended RunProgram(std::vector<std::string> arguments) {
   FILE* const realErrors = stderr;
   stderr = open_memstream(&text, &size);
   optind = 0;  // starts getopt_long anew
+  sigset_t before;
+  pthread_sigmask(SIG_BLOCK, nullptr, &before);
   Ended ended{testZR4410_main(static_cast<int>(arguments.size()), argv.data()), ""};
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);  // a program that ends leaves its signals held back
   fclose(stderr);
   stderr = realErrors;
   ended.errors.assign(text, size);
