@@ -65,7 +65,7 @@ void TestOneInput(const uint8_t* data, size_t size) {
   ResetProduct();
   FakeOs os;
   os.SignalAt(9000, SIGTERM);  // ends the read loop
-  const Run run = RunProgram(arguments);
+  const Ended run = RunProgram(arguments);
 
   const std::vector<LogLine> log = os.Log();
   const std::string output = os.Output();
