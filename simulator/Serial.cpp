@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 namespace sim {
 namespace {
@@ -128,28 +129,34 @@ SerialRelay::~SerialRelay() {
   Close();
 }
 
+// libserialport knows the ports of the machine; a terminal that it does not list, such as a pseudo-terminal or the
+// port of a bridge program, is opened as a plain terminal.
 bool SerialRelay::Open(std::string& error) {
-  const auto check = [&error](sp_return result) {
-    if (result != SP_OK) {
-      char* const text = result == SP_ERR_FAIL ? sp_last_error_message() : nullptr;
-      error = text != nullptr ? text : "no serial port";
-      sp_free_error_message(text);
+  if (sp_get_port_by_name(device_.c_str(), &port_) == SP_OK) {
+    if (sp_open(port_, SP_MODE_READ_WRITE) == SP_OK && sp_get_port_handle(port_, &descriptor_) == SP_OK &&
+        sp_set_baudrate(port_, static_cast<int>(baud_)) == SP_OK && sp_set_bits(port_, 8) == SP_OK &&
+        sp_set_parity(port_, SP_PARITY_NONE) == SP_OK && sp_set_stopbits(port_, 1) == SP_OK &&
+        sp_set_flowcontrol(port_, SP_FLOWCONTROL_NONE) == SP_OK) {
+      return true;
     }
-    return result == SP_OK;
-  };
-  // Set one by one: some lines cannot set everything, and what they cannot set they do not need.
-  if (!check(sp_get_port_by_name(device_.c_str(), &port_)) || !check(sp_open(port_, SP_MODE_READ_WRITE)) ||
-      !check(sp_get_port_handle(port_, &descriptor_))) {
-    error = device_ + ": " + error;
+    char* const text = sp_last_error_message();
+    error = device_ + ": " + (text != nullptr ? text : "cannot be set up");
+    sp_free_error_message(text);
     Close();
     return false;
   }
-  sp_set_baudrate(port_, static_cast<int>(baud_));
-  sp_set_bits(port_, 8);
-  sp_set_parity(port_, SP_PARITY_NONE);
-  sp_set_stopbits(port_, 1);
-  sp_set_flowcontrol(port_, SP_FLOWCONTROL_NONE);
-  return true;
+  port_ = nullptr;
+  descriptor_ = open(device_.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+  termios raw{};
+  if (descriptor_ >= 0 && tcgetattr(descriptor_, &raw) == 0) {
+    cfmakeraw(&raw);
+    if (tcsetattr(descriptor_, TCSANOW, &raw) == 0) {
+      return true;
+    }
+  }
+  error = device_ + ": " + std::strerror(errno);
+  Close();
+  return false;
 }
 
 void SerialRelay::Close() {
@@ -157,6 +164,8 @@ void SerialRelay::Close() {
     sp_close(port_);
     sp_free_port(port_);
     port_ = nullptr;
+  } else if (descriptor_ >= 0) {
+    close(descriptor_);
   }
   descriptor_ = -1;
 }
@@ -186,7 +195,7 @@ void SerialRelay::Ask(Time now) {
     }
     const Bytes bytes = protocol_ == Protocol::Visca ? frame.data : frame.Encode();
     if (descriptor_ >= 0) {
-      (void)sp_nonblocking_write(port_, bytes.data(), bytes.size());
+      (void)!write(descriptor_, bytes.data(), bytes.size());
     }
     asking_ = true;
     give_up_at_ = now + kPatience;
@@ -233,8 +242,11 @@ void SerialRelay::OnPacket(const Bytes& packet, Time now) {
 
 void SerialRelay::OnReadable(Time now) {
   std::uint8_t buffer[512];
-  const int got = port_ != nullptr ? sp_nonblocking_read(port_, buffer, sizeof buffer) : -1;
-  if (got < 0 || (got == 0 && sp_input_waiting(port_) < 0)) {
+  const ssize_t got = read(descriptor_, buffer, sizeof buffer);
+  if (got < 0 && (errno == EAGAIN || errno == EINTR)) {
+    return;
+  }
+  if (got <= 0) {
     sink_("simZR4410: the serial line is gone");
     Close();
     reopen_at_ = now + kReopen;
