@@ -1,0 +1,104 @@
+// What is written about the simulator agrees with it.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdio>
+#include <fstream>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <string>
+
+#include "simulator/Faults.h"
+#include "simulator/Protocol.h"
+
+namespace {
+
+std::string File(const std::string& name) {
+  std::ifstream file(std::string(SIM_SOURCE) + "/" + name);
+  std::ostringstream text;
+  text << file.rdbuf();
+  return text.str();
+}
+
+std::string Output(const std::string& arguments) {
+  std::string text;
+  FILE* const pipe = popen((std::string(SIM_PROGRAM) + " " + arguments).c_str(), "r");
+  std::array<char, 4096> buffer{};
+  while (const std::size_t got = fread(buffer.data(), 1, buffer.size(), pipe)) {
+    text.append(buffer.data(), got);
+  }
+  EXPECT_EQ(pclose(pipe), 0);
+  return text;
+}
+
+std::set<std::string> All(const std::string& text, const std::string& pattern) {
+  std::set<std::string> found;
+  const std::regex expression(pattern);
+  for (std::sregex_iterator it(text.begin(), text.end(), expression); it != std::sregex_iterator(); ++it) {
+    found.insert((*it)[1]);
+  }
+  return found;
+}
+
+std::string WithoutEscapes(std::string text) {
+  for (std::size_t at; (at = text.find("\\-")) != std::string::npos;) {
+    text.erase(at, 1);
+  }
+  return text;
+}
+
+TEST(Documents, ProtocolPageEndsWithTheTables) {
+  const std::string page = File("docs/protocol.md");
+  const std::string tables = Output("protocol");
+  EXPECT_GT(tables.size(), 5000U);
+  EXPECT_TRUE(page.ends_with(tables)) << "print them again: simZR4410 protocol";
+}
+
+TEST(Documents, ManualNamesTheOptionsOfTheHelpText) {
+  const std::set<std::string> help = All(Output("--help"), "\n  (?:-h,)?(--[a-z-]+)");
+  const std::set<std::string> manual = All(WithoutEscapes(File("docs/simZR4410.1")), "\n\\.B (--[a-z-]+)");
+  EXPECT_GE(help.size(), 20U);
+  EXPECT_EQ(manual, help);
+}
+
+TEST(Documents, ManualNamesTheFaults) {
+  const std::string manual = WithoutEscapes(File("docs/simZR4410.1"));
+  const std::string list = Output("--faults");
+  for (const sim::FaultInfo& fault : sim::FaultTable()) {
+    const std::string name(fault.name);
+    EXPECT_NE(manual.find("\n.B " + name + "\n"), std::string::npos) << name;
+    EXPECT_NE(list.find("\n  " + name + " "), std::string::npos) << name;
+  }
+}
+
+// A letter stands for one field: a template that used one letter for two would mix their bits.
+TEST(ProtocolTable, UsesEachLetterOnceInARow) {
+  for (const auto& table : {sim::CameraTable(), sim::McuTable()}) {
+    for (const sim::Row& row : table) {
+      std::set<char> letters;
+      for (const sim::Field& field : row.fields) {
+        EXPECT_TRUE(letters.insert(field.letter).second) << row.name << " " << field.letter;
+        const bool used =
+            (std::string(row.command) + std::string(row.inquiry) + std::string(row.reply)).find(field.letter) !=
+            std::string::npos;
+        EXPECT_TRUE(used || field.letter == '-') << row.name << " " << field.letter;
+      }
+      for (const std::string_view text : {row.command, row.inquiry, row.reply}) {
+        for (const char c : text) {
+          EXPECT_TRUE(c < 'a' || c > 'z' || letters.contains(c)) << row.name << " " << c;
+        }
+      }
+    }
+  }
+}
+
+TEST(ProtocolTable, HasEveryMcuCommand) {
+  for (std::uint8_t id = 1; id <= 0x15; ++id) {
+    EXPECT_NE(sim::FindMcu(id), nullptr) << int{id};
+  }
+  EXPECT_EQ(sim::FindMcu(0x00), nullptr);
+  EXPECT_EQ(sim::FindMcu(0x16), nullptr);
+}
+
+}  // namespace
