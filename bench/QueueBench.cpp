@@ -1,0 +1,88 @@
+// Requests a second through simZR4410's queues, beside a bare ping-pong over two System V queues: the difference is
+// what the simulated device costs.
+#include <benchmark/benchmark.h>
+#include <sys/ipc.h>
+#include <sys/msg.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <thread>
+
+#include "simulator/Daemon.h"
+#include "simulator/Device.h"
+
+namespace {
+
+struct Message {
+  long type;
+  std::array<std::uint8_t, 36> body;
+};
+
+constexpr Message kVersion = {1, {0xAA, 0xAA, 0x01, 0x06, 0xAA, 0x10, 0x01, 0x01, 0x44, 0x55}};
+constexpr Message kBlock = {1,
+                            {0xAA, 0xAA, 0x01, 0x0B, 0xAA, 0x02, 0x06, 0x81, 0x09, 0x7E, 0x7E, 0x03, 0xFF, 0xC6, 0x55}};
+
+void Exchange(int requests, int replies, const Message& request, benchmark::State& state) {
+  Message reply{};
+  for (auto _ : state) {
+    if (msgsnd(requests, &request, sizeof request.body, 0) != 0 ||
+        msgrcv(replies, &reply, sizeof reply.body, 0, 0) != static_cast<ssize_t>(sizeof reply.body)) {
+      state.SkipWithError("a queue failed");
+      break;
+    }
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+
+// The least that two queues and two threads can do: every message is sent back as it came.
+void BarePingPong(benchmark::State& state) {
+  const int requests = msgget(IPC_PRIVATE, 0600);
+  const int replies = msgget(IPC_PRIVATE, 0600);
+  std::thread echo([requests, replies] {
+    Message message{};
+    while (msgrcv(requests, &message, sizeof message.body, 0, 0) >= 0 &&
+           msgsnd(replies, &message, sizeof message.body, 0) == 0) {
+    }
+  });
+  Exchange(requests, replies, kVersion, state);
+  msgctl(requests, IPC_RMID, nullptr);
+  msgctl(replies, IPC_RMID, nullptr);
+  echo.join();
+}
+BENCHMARK(BarePingPong)->UseRealTime();
+
+void SimulatedDevice(benchmark::State& state, const Message& request) {
+  char path[] = "/tmp/queue_bench.XXXXXX";
+  close(mkstemp(path));
+  sim::Device device(sim::Setup{.fast = true});
+  sim::Daemon daemon(device, {.key_path = path, .remove_queues = true}, [](const sim::Event&) {});
+  std::string error;
+  if (!daemon.Open(error)) {
+    state.SkipWithError(error.c_str());
+  } else {
+    std::thread thread([&daemon] { daemon.Run(); });
+    Exchange(msgget(ftok(path, sim::kRequestProject), 0), msgget(ftok(path, sim::kReplyProject), 0), request, state);
+    daemon.Stop();
+    thread.join();
+  }
+  unlink(path);
+}
+BENCHMARK_CAPTURE(SimulatedDevice, GetVersion, kVersion)->UseRealTime();
+BENCHMARK_CAPTURE(SimulatedDevice, Block3, kBlock)->UseRealTime();
+
+// The model without queues.
+void ModelAlone(benchmark::State& state) {
+  sim::Device device(sim::Setup{.fast = true});
+  sim::Time now = 0;
+  for (auto _ : state) {
+    device.Request(1, kBlock.body, ++now);
+    benchmark::DoNotOptimize(device.Take(now));
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(ModelAlone);
+
+}  // namespace
