@@ -1,7 +1,8 @@
 /* Driver of the QM2150 camera block module: VISCA transactions, registers, settings and block inquiries.
  *
  * Unless told otherwise a routine returns 0 on success and writes its output only then, or a negative result:
- *   -1   request too long, relay header, sequence id or command code wrong, command not acknowledged
+ *   -1   request too long; queue not open, or send failed; relay header, sequence id or command code of the reply
+ *        wrong; command not acknowledged, or its acknowledgement damaged
  *   -15  stop flag set    -55 receive error    -56 time-out    -57 packet too long
  *   -58  camera reply frame: start, checksum or stop wrong
  *   -59  VISCA error reply, or a reply of a wrong length or content

@@ -18,8 +18,8 @@ uint8_t gbArgv[16];
 
 namespace {
 
-// Values are read from argv[2] and argv[3] whatever the parser takes for an option's argument; and in the
-// short form only y is declared with one.
+// Values are read from argv[2] and argv[3] whatever the parser takes for an option's argument; in the short form
+// only y is declared with one.
 constexpr char kShortOptions[] = "hgrmciy:s";
 
 constexpr option kLongOptions[] = {

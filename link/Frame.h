@@ -8,7 +8,7 @@
 inline constexpr uint8_t kFrameStart = 0xAA;  // also each of the two relay header bytes
 inline constexpr uint8_t kFrameStop = 0x55;
 inline constexpr uint8_t kReplyBit = 0x80;      // a reply's command code is the request's plus this
-inline constexpr uint8_t kMaxPayload = 16;      // bytes of one frame's payload
+inline constexpr uint8_t kMaxPayload = 16;      // bytes of payload of a request or a plain reply
 inline constexpr uint8_t kCommandVisca = 0x02;  // command code of every camera frame
 inline constexpr uint8_t kAcknowledged = 0x10;  // first data byte of an accepted command's plain reply
 

@@ -1,6 +1,6 @@
 /* Relay body and UART1 frame.
  *
- * Relay body, 36 bytes (L: payload length of the frame, 0..16):
+ * Relay body, 36 bytes (L: payload length of the frame, 0..16; a camera reply is accepted with 3..19):
  *
  *   0     0xAA            4    frame start 0xAA              7+L       checksum
  *   1     0xAA            5    command code (reply: + 0x80)  8+L       frame stop 0x55

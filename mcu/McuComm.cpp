@@ -13,17 +13,15 @@
 
 PlainFrame gtUart1Cmd, gtUart1Resp;
 
+namespace {
+
 // The result texts: writable, and spelt as they stand.
-extern "C" {
 char cAck[] = "ACK OK";
 char cChecksumErr[] = "Checksum error";
 char cCmdNotDefine[] = "Command not define";
 char cValueOutRange[] = "Value out of range";
 char cBausy[] = "Busy";
 char cNull[] = "Null";
-}
-
-namespace {
 
 enum McuCommand : uint8_t {
   MCU_LENS_POWER_CONTROL = 0x0C,

@@ -12,8 +12,7 @@
 // The line between sections of the log, 51 '=' at LOG_INFO.
 void LogSeparator();
 
-// Logs a failure's one line at LOG_ERR and hands its result on: return Failed("ftok keyTx failed!",
-// RESULT_FAILED).
+// Logs a failure's one line at LOG_ERR and hands its result on.
 int Failed(const char* line, int result);
 
 // The same, but a stop request (RESULT_STOPPED) passes without a line.

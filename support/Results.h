@@ -9,7 +9,7 @@ enum {
   RESULT_BAD_LEVEL = -18,     /* gain or gain level out of range */
   RESULT_RECEIVE = -55,       /* error or message of a wrong length on the reply queue */
   RESULT_TIMEOUT = -56,       /* no reply within 2000 ms */
-  RESULT_TOO_LONG = -57,      /* VISCA packet longer than its frame allows */
+  RESULT_TOO_LONG = -57,      /* VISCA packet longer, or as a reply shorter, than its frame allows */
   RESULT_BAD_FRAME = -58,     /* camera reply frame: start, checksum or stop wrong */
   RESULT_BAD_REPLY = -59,     /* VISCA reply bad, of a wrong length, or a value outside a table */
   RESULT_NOT_CONFIRMED = -60, /* a written value does not read back, or an argument is not accepted */

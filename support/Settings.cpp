@@ -15,7 +15,8 @@ namespace {
 
 using Line = char[256];  // 255 characters: a longer line is read as several
 
-// Reads like fgets, and tells the length, so that a zero byte does not end a line. 0 at the end of the file.
+// Reads like fgets, and tells the length, so that a zero byte does not end a line. 0 at the end of the file, or
+// when it cannot be read on.
 size_t ReadLine(FILE* file, Line& line) {
   memset(line, 0, sizeof line);
   size_t length = 0;
@@ -29,7 +30,7 @@ size_t ReadLine(FILE* file, Line& line) {
       break;
     }
   }
-  return length;
+  return ferror(file) ? 0 : length;
 }
 
 // The '=' of a line that begins with key, or null. Only the beginning counts: the key EXT_DEBUG matches

@@ -16,10 +16,10 @@ inline void HoldSignals(sigset_t* before) {
   pthread_sigmask(SIG_BLOCK, &held, before);
 }
 
-// The handler logs, and syslog is not async-signal-safe: a handler that ran while the interrupted code held
-// one of libc's locks (syslog, localtime, malloc under fopen) would wait for it forever. So every such call,
-// the handler's own included, stands under this guard; a signal that arrives meanwhile is handled when the
-// guard ends.
+// The handler logs, and syslog is not async-signal-safe: a handler that ran while the interrupted code held one of
+// the locks that logging takes in libc (syslog's own, the time zone's, malloc's) would wait for it forever. So
+// whatever takes one of these, the handler's own logging included, stands under this guard; a signal that arrives
+// meanwhile is handled when the guard ends.
 class SignalGuard {
  public:
   SignalGuard() { HoldSignals(&before_); }
