@@ -118,8 +118,8 @@ void RunTimed() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // Line by line also into a pipe or a file: what was dumped is there when the tool is killed. The buffer is
-  // ours because the program uses no heap.
+  // Line by line also into a pipe or a file: what was dumped is there when the tool is killed. The buffer is ours
+  // because the program has no heap of its own.
   static char outputBuffer[1024];
   setvbuf(stdout, outputBuffer, _IOLBF, sizeof outputBuffer);
 
