@@ -233,7 +233,7 @@ int JudgedFrame(const Bytes& body, const Request& request, bool plain, Bytes* pa
   for (int k = 4; k <= 7 + length; ++k) {
     sum += body[static_cast<size_t>(k)];
   }
-  if (sum % 256 != 0 || body[static_cast<size_t>(8 + length)] != 0x55) {
+  if (sum % 256 != 0 || body[8 + static_cast<size_t>(length)] != 0x55) {
     return plain ? -1 : -58;
   }
   *payload = Bytes(body.begin() + 7, body.begin() + 7 + length);

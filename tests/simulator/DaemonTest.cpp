@@ -20,8 +20,6 @@
 #include "tests/simulator/Live.h"
 #include "tests/simulator/Support.h"
 
-extern char** environ;
-
 namespace {
 
 const std::string kVersion = "AA AA 01 06 AA 10 01 01 44 55";

@@ -71,7 +71,7 @@ class TestQueues {
     return state.msg_perm.mode & 0777U;
   }
   void Remove() const {
-    for (const int project : {'a', 'b'}) {
+    for (const char project : {'a', 'b'}) {
       msgctl(Lookup(project), IPC_RMID, nullptr);
     }
   }
