@@ -1,0 +1,325 @@
+// The settings writer stopped or failed at every one of its system calls, and every two of them: afterwards the file
+// is the old one or the new one, whole, and the next write works. First in memory, then on a real directory.
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "tests/support/Fixtures.h"
+
+namespace {
+
+constexpr char kPath[] = "/sysconf/conf.img";
+constexpr char kTemporary[] = "/sysconf/conf.img.tmp";
+constexpr char kOld[] = "# 1\nEXT_DEBUG=5\nIP=10.0.0.1\nEXT_DEBUG_LEVEL=7\n";
+
+// More than one buffer of a stream, so that it is read and written in pieces.
+std::string Large(const std::string& small) {
+  std::string text = small;
+  for (int line = 0; text.size() < 20000; ++line) {
+    text += "KEY" + std::to_string(line) + "=" + std::string(100, 'v') + '\n';
+  }
+  return text;
+}
+
+struct Contents {
+  std::string before, after;
+};
+
+class SettingsCrash : public testing::TestWithParam<Contents> {
+ protected:
+  SettingsCrash() { ResetProduct(); }
+
+  static int Write() { return sysconf_fset(kPath, "EXT_DEBUG", "3"); }
+
+  static bool OldOrNew(const std::string& content) {
+    return content == GetParam().before || content == GetParam().after;
+  }
+
+  // A machine with the old settings; what it does in an undisturbed write.
+  struct Device {
+    Device() { os.files[kPath] = GetParam().before; }
+    FakeOs os;
+  };
+  static std::vector<std::string> Steps() {
+    Device device;
+    EXPECT_EQ(Write(), 0);
+    EXPECT_EQ(device.os.files[kPath], GetParam().after);
+    EXPECT_EQ(device.os.files.count(kTemporary), 0U);
+    return device.os.FileSteps();
+  }
+};
+
+const std::string kLargeOld = Large("EXT_DEBUG=5\n"), kLargeNew = Large("EXT_DEBUG=3\n");
+
+INSTANTIATE_TEST_SUITE_P(Settings, SettingsCrash,
+                         testing::Values(Contents{kOld, "# 1\nEXT_DEBUG=3\nIP=10.0.0.1\nEXT_DEBUG_LEVEL=3\n"},
+                                         Contents{kLargeOld, kLargeNew}, Contents{"", ""}),
+                         [](const auto& test) {
+                           return std::string(test.index == 0 ? "Small" : test.index == 1 ? "Large" : "Empty");
+                         });
+
+TEST_P(SettingsCrash, TheNewFileIsDurableBeforeItTakesTheOldOnesPlace) {
+  const std::vector<std::string> steps = Steps();
+  ASSERT_GE(steps.size(), 6U);
+  EXPECT_EQ(steps[0], "open r /sysconf/conf.img");
+  EXPECT_EQ(steps[1], "open w /sysconf/conf.img.tmp");
+  EXPECT_EQ(steps.back(), "rename /sysconf/conf.img.tmp /sysconf/conf.img");
+  const auto synced = std::find(steps.begin(), steps.end(), "fsync /sysconf/conf.img.tmp");
+  ASSERT_NE(synced, steps.end());
+  EXPECT_EQ(std::count(synced, steps.end(), "write /sysconf/conf.img.tmp"), 0);
+  EXPECT_EQ(std::count(steps.begin(), steps.end(), "open w /sysconf/conf.img"), 0);
+}
+
+TEST_P(SettingsCrash, StoppedAtAnyCall) {
+  const int steps = static_cast<int>(Steps().size());
+  for (int n = 1; n <= steps; ++n) {
+    SCOPED_TRACE(n);
+    std::map<std::string, std::string> left;
+    {
+      Device device;
+      device.os.KillAtFileStep(n);
+      Write();
+      EXPECT_TRUE(device.os.Killed());
+      EXPECT_EQ(device.os.files[kPath], GetParam().before);
+      left = device.os.AfterPowerCut();
+      EXPECT_EQ(left[kPath], GetParam().before);
+    }
+    // What the stopped writer left lying about is in nobody's way.
+    FakeOs os;
+    os.files = left;
+    EXPECT_EQ(Write(), 0);
+    EXPECT_EQ(os.AfterPowerCut()[kPath], GetParam().after);
+    EXPECT_EQ(os.files.count(kTemporary), 0U);
+  }
+}
+
+TEST_P(SettingsCrash, FailedAtAnyCallAndStoppedOrFailedAtAnyLaterOne) {
+  const int steps = static_cast<int>(Steps().size());
+  for (const int error : {EIO, ENOSPC, EACCES}) {
+    for (int n = 1; n <= steps; ++n) {
+      for (int m = n; m <= steps + 1; ++m) {
+        for (const bool stopped : {false, true}) {
+          SCOPED_TRACE(testing::Message() << error << " at " << n << (stopped ? ", stopped at " : ", again at ") << m);
+          Device device;
+          device.os.FailFileStep(n, error);
+          if (stopped) {
+            device.os.KillAtFileStep(m);
+          } else {
+            device.os.FailFileStep(m, error);
+          }
+          const int result = Write();
+          const std::string found = device.os.files[kPath];
+          EXPECT_TRUE(OldOrNew(found));
+          EXPECT_EQ(device.os.AfterPowerCut()[kPath], found);
+          if (!device.os.Killed()) {
+            EXPECT_EQ(found, result == 0 ? GetParam().after : GetParam().before);
+            EXPECT_EQ(device.os.Log().size(), result == 0 ? 0U : 1U);
+          }
+        }
+      }
+    }
+  }
+}
+
+TEST_P(SettingsCrash, ADiskThatIsFullFromAnyCallOn) {
+  const int steps = static_cast<int>(Steps().size());
+  for (int n = 1; n <= steps; ++n) {
+    SCOPED_TRACE(n);
+    Device device;
+    for (int m = n; m <= steps + 8; ++m) {
+      device.os.FailFileStep(m, ENOSPC);
+    }
+    EXPECT_EQ(Write(), -1);
+    EXPECT_EQ(device.os.files[kPath], GetParam().before);
+    EXPECT_EQ(device.os.Log().size(), 1U);
+  }
+}
+
+TEST_P(SettingsCrash, TheReaderFailsAtAnyCall) {
+  int steps = 0;
+  std::string right;
+  for (int n = 0; n <= steps; ++n) {  // first without a failure
+    SCOPED_TRACE(n);
+    Device device;
+    if (n > 0) {
+      device.os.FailFileStep(n, EIO);
+    }
+    char found[256] = "untouched";
+    EXPECT_EQ(sysconf_fget(kPath, "EXT_DEBUG", found), n == 1 ? -1 : 0);  // only opening is judged
+    EXPECT_EQ(device.os.OpenFiles(), 0U);
+    if (n == 0) {
+      right = found;
+      steps = static_cast<int>(device.os.FileSteps().size());
+    }
+    EXPECT_TRUE(found == right || std::string(found) == "untouched") << found;
+  }
+  EXPECT_GE(steps, 3);
+}
+
+// --- A real directory ---
+
+class SettingsOnDisk : public testing::Test {
+ protected:
+  SettingsOnDisk() {
+    char name[] = "/tmp/settings.XXXXXX";
+    directory_ = mkdtemp(name);
+    path_ = directory_ + "/conf.img";
+    Lay(path_, kOld);
+  }
+  ~SettingsOnDisk() override {
+    chmod(directory_.c_str(), 0700);
+    std::filesystem::remove_all(directory_);
+  }
+
+  static void Lay(const std::string& path, const std::string& content) { std::ofstream(path) << content; }
+  static std::string Read(const std::string& path) {
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
+  }
+  static int Write(const std::string& path, const char* value = "3") {
+    return sysconf_fset(path.c_str(), "EXT_DEBUG", value);
+  }
+
+  // In a child of its own: what the action returns. Root is made somebody else, for root may do anything.
+  template <typename Action>
+  static int AsOrdinaryUser(Action action) {
+    const pid_t child = fork();
+    if (child == 0) {
+      if (geteuid() == 0 && setuid(65534) != 0) {
+        _exit(99);
+      }
+      _exit(action() == 0 ? 0 : 1);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? -WEXITSTATUS(status) : 1000;
+  }
+
+  std::string directory_, path_;
+};
+
+constexpr char kNewOnDisk[] = "# 1\nEXT_DEBUG=3\nIP=10.0.0.1\nEXT_DEBUG_LEVEL=3\n";
+
+TEST_F(SettingsOnDisk, AWriteReplacesTheFile) {
+  EXPECT_EQ(Write(path_), 0);
+  EXPECT_EQ(Read(path_), kNewOnDisk);
+  EXPECT_FALSE(std::filesystem::exists(path_ + ".tmp"));
+}
+
+TEST_F(SettingsOnDisk, KilledAtAnyTime) {
+  const std::string one = Large("EXT_DEBUG=1\n"), two = Large("EXT_DEBUG=2\n");
+  Lay(path_, one);
+  int ones = 0, twos = 0;
+  for (int round = 0; round < 60; ++round) {
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      for (;;) {
+        Write(path_, "1");
+        Write(path_, "2");
+      }
+    }
+    usleep(static_cast<useconds_t>(500 + 73 * round));
+    kill(child, SIGKILL);
+    ASSERT_EQ(waitpid(child, nullptr, 0), child);
+    const std::string found = Read(path_);
+    ASSERT_TRUE(found == one || found == two) << found.size() << " bytes";
+    ++(found == one ? ones : twos);
+  }
+  EXPECT_EQ(ones + twos, 60);
+  EXPECT_EQ(Write(path_, "2"), 0);
+  EXPECT_EQ(Read(path_), two);
+}
+
+TEST_F(SettingsOnDisk, NoRoomForTheNewFile) {
+  const std::string old = Large("EXT_DEBUG=5\n");
+  Lay(path_, old);
+  for (const rlim_t room : {rlim_t{0}, rlim_t{1}, rlim_t{4096}, rlim_t{old.size() - 1}}) {
+    const int result = AsOrdinaryUser([&] {
+      chmod(directory_.c_str(), 0777);
+      signal(SIGXFSZ, SIG_IGN);  // writing fails instead, as on a full disk
+      const rlimit limit{room, room};
+      return setrlimit(RLIMIT_FSIZE, &limit) == 0 ? Write(path_) : 0;
+    });
+    EXPECT_EQ(result, -1) << room;
+    EXPECT_EQ(Read(path_), old);
+  }
+}
+
+TEST_F(SettingsOnDisk, ADirectoryThatMayNotBeWritten) {
+  chmod(directory_.c_str(), 0555);
+  EXPECT_EQ(AsOrdinaryUser([&] { return Write(path_); }), -1);
+  EXPECT_EQ(Read(path_), kOld);
+}
+
+TEST_F(SettingsOnDisk, AFileThatMayNotBeRead) {
+  chmod(directory_.c_str(), 0777);
+  chmod(path_.c_str(), 0000);
+  EXPECT_EQ(AsOrdinaryUser([&] { return Write(path_); }), -1);
+  char value[256] = "untouched";
+  EXPECT_EQ(AsOrdinaryUser([&] { return sysconf_fget(path_.c_str(), "EXT_DEBUG", value); }), -1);
+  chmod(path_.c_str(), 0600);
+  EXPECT_EQ(Read(path_), kOld);
+  EXPECT_FALSE(std::filesystem::exists(path_ + ".tmp"));
+}
+
+TEST_F(SettingsOnDisk, ASymbolicLinkIsReplacedItselfAndItsTargetStays) {
+  const std::string link = directory_ + "/link";
+  std::filesystem::create_symlink(path_, link);
+  EXPECT_EQ(Write(link), 0);
+  EXPECT_FALSE(std::filesystem::is_symlink(link));
+  EXPECT_EQ(Read(link), kNewOnDisk);
+  EXPECT_EQ(Read(path_), kOld);
+}
+
+TEST_F(SettingsOnDisk, ALinkToNothingIsAFileThatDoesNotOpen) {
+  const std::string link = directory_ + "/link";
+  std::filesystem::create_symlink(directory_ + "/none", link);
+  EXPECT_EQ(Write(link), -1);
+  EXPECT_TRUE(std::filesystem::is_symlink(link));
+}
+
+TEST_F(SettingsOnDisk, WhatStandsAtTheTemporaryPathIsOverwrittenUnlessItIsADirectory) {
+  Lay(path_ + ".tmp", Large("left over\n"));
+  EXPECT_EQ(Write(path_), 0);
+  EXPECT_EQ(Read(path_), kNewOnDisk);
+
+  Lay(path_, kOld);
+  std::filesystem::create_directory(path_ + ".tmp");
+  EXPECT_EQ(Write(path_), -1);
+  EXPECT_EQ(Read(path_), kOld);
+}
+
+TEST_F(SettingsOnDisk, SettingsThatAreADirectory) {
+  const std::string inner = directory_ + "/inner";
+  std::filesystem::create_directory(inner);
+  EXPECT_EQ(Write(inner), -1);
+  EXPECT_TRUE(std::filesystem::is_directory(inner));
+}
+
+TEST_F(SettingsOnDisk, PathsUpToTheTemporaryPathsLength) {
+  // 127 characters with ".tmp" and no more: the buffer's 128 bytes hold the end of the text too.
+  for (const size_t length : {size_t{122}, size_t{123}, size_t{124}, size_t{127}, size_t{128}, size_t{250}}) {
+    const std::string path = directory_ + "/" + std::string(length - directory_.size() - 1, 'p');
+    ASSERT_EQ(path.size(), length);
+    Lay(path, kOld);
+    EXPECT_EQ(Write(path), length <= 123 ? 0 : -1) << length;
+    EXPECT_EQ(Read(path), length <= 123 ? kNewOnDisk : kOld) << length;
+  }
+  size_t files = 0;
+  for ([[maybe_unused]] const auto& file : std::filesystem::directory_iterator(directory_)) {
+    ++files;
+  }
+  EXPECT_EQ(files, 7U);  // nothing beside them
+}
+
+}  // namespace
