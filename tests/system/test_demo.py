@@ -1,6 +1,7 @@
-"""The demonstration shows, to the letter, what demo.txt holds."""
+"""The demonstration shows, to the letter, what demo.txt holds, and the README what the demonstration shows."""
 
 import os
+import re
 import subprocess
 from pathlib import Path
 
@@ -12,3 +13,14 @@ def test_the_demo_shows_what_is_written_down():
                          stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=200)
     assert (run.returncode, run.stderr) == (0, "")
     assert run.stdout.splitlines() == (HERE / "demo.txt").read_text().splitlines()
+
+
+def test_the_readme_shows_lines_of_the_demo_in_their_order():
+    readme = (HERE.parents[1] / "README.md").read_text()
+    transcript = readme.split("```\n")[3].splitlines()
+    assert transcript[0].startswith("$ testZR4410 ")
+    demo = iter((HERE / "demo.txt").read_text().splitlines())
+    for line in transcript:
+        if line.strip() not in ("", "…"):
+            shown = re.sub(r"(Delta Time \(ms\) : )\d+", r"\1?", line)
+            assert shown in demo  # searches on from the line before
