@@ -32,7 +32,7 @@ TEST_F(Mcu, EveryOtherResultCodeIsNull) {
 }
 
 TEST_F(Mcu, TheResultTextsAreWritableArrays) {
-  for (const uint8_t code : {0x10, 0x20, 0x30, 0x40, 0x50, 0x00}) {
+  for (const uint8_t code : Bytes{0x10, 0x20, 0x30, 0x40, 0x50, 0x00}) {
     char* const text = const_cast<char*>(MCU_StrError(code));
     const char first = *text;
     *text = '?';

@@ -157,6 +157,14 @@ TEST_F(Settings, TheReaderLogsAFileThatDoesNotOpen) {
   EXPECT_THAT(os.Log(), ElementsAre(Err("can not open sysconf file /none.\n")));
 }
 
+TEST_F(Settings, TheReaderEndsWhereTheFileCannotBeReadOn) {
+  os.Fail("read", EIO, 1);
+  EXPECT_EQ(Value("EXT_DEBUG=5\n"), kUntouched);
+  os.Fail("read", EIO, 2);
+  EXPECT_EQ(Value("EXT_DEBUG=5"), kUntouched);  // perhaps of more digits
+  EXPECT_THAT(os.Log(), IsEmpty());
+}
+
 TEST_F(Settings, TheReaderNeverWrites) {
   Value("EXT_DEBUG=5\n");
   EXPECT_THAT(os.FileSteps(), testing::Not(testing::Contains(testing::HasSubstr("write"))));
