@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <atomic>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -29,7 +30,7 @@ class Queue {
   int id() const { return id_; }
 
  private:
-  int id_ = -1;
+  std::atomic<int> id_ = -1;  // one thread may wait on the queue while another makes it anew
 };
 
 constexpr int kRequestProject = 'b';

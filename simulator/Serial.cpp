@@ -229,9 +229,10 @@ void SerialRelay::OnPacket(const Bytes& packet, Time now) {
   const int kind = sound ? packet[1] >> 4 : 0;
   const bool command = asking_ && asked_.front().frame.data.size() > 1 && asked_.front().frame.data[1] == 0x01;
   const std::uint8_t code = kCameraCode + kReplyBit;
-  if (asking_ && command && (kind == 4 || kind == 6)) {
+  const bool plain = sound && packet[1] == 0x50;  // with a socket number it completes an earlier command
+  if (asking_ && command && (kind == 4 || kind == 6 || plain)) {
     Answer({code, {kMcuOk}}, now);
-  } else if (asking_ && !command && (kind == 5 || kind == 6)) {
+  } else if (asking_ && !command && sound && (plain || packet[1] == 0x60)) {
     Answer({code, packet}, now);
   } else {
     sink_(ViscaLine(now, "serial", packet, ViscaReplyText(packet, nullptr) + "  [not relayed]"));
