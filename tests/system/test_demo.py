@@ -19,7 +19,7 @@ def test_the_readme_shows_lines_of_the_demo_in_their_order():
     readme = (HERE.parents[1] / "README.md").read_text()
     transcript = readme.split("```\n")[3].splitlines()
     assert transcript[0].startswith("$ testZR4410 ")
-    demo = iter((HERE / "demo.txt").read_text().splitlines())
+    demo = iter([line.rstrip() for line in (HERE / "demo.txt").read_text().splitlines()])
     for line in transcript:
         if line.strip() not in ("", "…"):
             shown = re.sub(r"(Delta Time \(ms\) : )\d+", r"\1?", line)
