@@ -16,6 +16,7 @@
 #include <numeric>
 
 #include "support/Signal.h"
+#include "support/SignalGuard.h"
 
 namespace {
 
@@ -155,6 +156,7 @@ FakeOs::~FakeOs() {
   }
   killed_ = true;
   while (!streams.empty()) {
+    const SignalGuard guard;
     fclose(streams.begin()->first);
   }
   current = nullptr;
@@ -299,7 +301,18 @@ void FakeOs::Forget() {
   startNs_ = nowNs_;
 }
 
-// --- Queues, log, sleep ---
+// --- Queues, log, sleep, signals ---
+
+void FakeOs::NeedSignalsHeld(const std::string& what) {
+  if (!HandledSignalsHeld(true)) {
+    Wrong("a handler that logs can interrupt " + what);
+  }
+}
+
+void FakeOs::AddHandler(const Handler& handler) {
+  handlers_.push_back(handler);
+  timeline_.push_back("sigaction " + Number(handler.signal));
+}
 
 int FakeOs::Ftok(const char* path, int project) {
   if (!Enter("ftok")) {
@@ -392,9 +405,7 @@ void FakeOs::Syslog(int priority, const std::string& text) {
   if (!logOpen_ || logWritten_ || ((priority & ~7) != 0 && (priority & ~7) != LOG_USER)) {
     Wrong("syslog " + Number(priority) + " not between openlog and closelog, or a second time: " + text);
   }
-  if (!HandledSignalsHeld(true)) {
-    Wrong("logging while a handler that logs can interrupt it: " + text);
-  }
+  NeedSignalsHeld("syslog " + text);
   logWritten_ = true;
   log_.push_back({priority & 7, text});
   timeline_.push_back("log " + Number(priority & 7) + ' ' + text);
@@ -475,6 +486,7 @@ ssize_t FakeOs::Read(int file, char* out, size_t size) {
   if (FileStep("read", "read " + open.path) == Step::Fail) {
     return -1;
   }
+  askedFor_ = size;
   const size_t count = open.content.copy(out, size, std::min(open.position, open.content.size()));
   open.position += count;
   return static_cast<ssize_t>(count);

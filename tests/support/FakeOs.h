@@ -1,8 +1,8 @@
 // A fake operating system: unit tests run the product's real code on it, in virtual time.
 //
-// The test executable defines the system calls that the product makes (message queues, syslog, sleeping,
-// clocks, files, getpid, sigaction) and the linker prefers them to libc's; see FakeOs.cpp. While a FakeOs
-// lives they act on it, else they pass on to libc. The product has no seam for this. A test looks like this:
+// The test executable defines the system calls that the product makes (message queues, syslog, sleeping, clocks,
+// files, getpid, sigaction) and the linker prefers them to libc's; see SystemCalls.cpp. While a FakeOs lives they act
+// on it, else they pass on to libc. The product has no seam for this. A test looks like this:
 //
 //   TEST_F(Visca, ASyntaxErrorIsJudged) {              // fixtures with an `os` in tests/support/Fixtures.h
 //     os.Reply({0x90, 0x60, 0x02, 0xFF});              // the answer to the next request
@@ -13,45 +13,43 @@
 //     EXPECT_THAT(os.Packets(), ElementsAre(Bytes{0x81, 0x09, 0x04, 0x00, 0xFF}));
 //   }
 //
-// The device. Each request takes the next answer of the script; without one it goes to os.device; without
-// that it is never answered.
+// The device. Each request takes the next answer of the script; without one it goes to os.device; without that it is
+// never answered.
 //   os.Reply({0x10});                        a good reply frame: id echoed, code + 0x80, checksum
-//   os.Reply({0x10}).Code(0x02);             ... with one thing wrong (Header Id FrameLength Start Code
-//   Length Checksum
-//                                            Stop), in whole bytes, or Raw(bytes) of any length instead
+//   os.Reply({0x10}).Code(0x02);             ... with one thing wrong, in whole bytes: Header Id FrameLength Start Code
+//                                            Length Checksum Stop; or Raw(bytes) of any length instead
 //   os.Reply({0x10}).After(120).Type(5);     ... 120 ms later, of another message type
 //   os.NoReply();                            the device is silent
 //   os.device = [&](const Request& r) { os.Answer(r, {0x10}); };      a device with a mind of its own
-//   os.Arrive(Bytes(36));                    a message on the reply queue, now or in `after` ms; above 36
-//   bytes it
+//   os.Arrive(Bytes(36));                    a message on the reply queue, now or in `after` ms; above 36 bytes it
 //                                            stays there and fails every msgrcv with E2BIG, as in the kernel
 //   os.RemovePoison();                       something else removes such messages
 //
 // Things that happen. `call` is one of kCalls; the n-th counts from 1, from now on.
-//   os.Fail("msgsnd", EAGAIN);               the next call fails; Fail(call, errno, n, times) later and
-//   longer os.On("usleep", 2, [] { ... });          runs at the beginning of that call os.StopAt("msgrcv",
-//   3);                  sets the stop flag there (no handler, no log line) os.SignalAt(120, SIGTERM);
-//   SignalHandler runs 120 virtual ms from now and cuts a sleep short os.At(120, [] { ... }); anything else;
-//   cuts nothing
+//   os.Fail("msgsnd", EAGAIN);               the next call fails; Fail(call, errno, n, times): later, and longer
+//   os.On("usleep", 2, [] { ... });          runs at the beginning of that call
+//   os.StopAt("msgrcv", 3);                  sets the stop flag there (no handler, no log line)
+//   os.SignalAt(120, SIGTERM);               SignalHandler runs 120 virtual ms from now and cuts a sleep short
+//   os.At(120, [] { ... });                  anything else; cuts nothing
 //
 // What was seen, in order, since the start or os.Forget():
-//   os.Log()       log lines with their levels: Err("..."), Info("..."), Debug("...")
-//   os.Requests()  messages sent;  os.Frames() their UART1 frames;  os.Packets() their payloads
-//   os.Slept()     sleeps in microseconds, as asked for;  os.ElapsedMs() the virtual time that passed
-//   os.Output()    standard output; os.Calls("msgrcv") how often a call was made
-//   os.Timeline()  everything as one list of texts: "sleep 50000", "send 1234 AA AA 01 ...", "receive", "log
-//   3 ..."
+//   os.Log()        log lines with their levels: Err("..."), Info("..."), Debug("...")
+//   os.Requests()   messages sent;  os.Frames() their UART1 frames;  os.Packets() their payloads
+//   os.Slept()      sleeps in microseconds, as asked for;  os.ElapsedMs() the virtual time that passed
+//   os.Output()     standard output;  os.Calls("msgrcv") how often a call was made
+//   os.Timeline()   everything as one list of texts: "sleep 50000", "send 1234 AA AA 01 ...", "receive 36",
+//                   "log 3 ...", "sigaction 15"
 //
-// Files are in memory: os.files["/sysconf/conf.img"] = "EXT_DEBUG=0\n". Every system call on a file is a
-// step:
-//   os.FileSteps()                           "open r /a", "read /a", "write /b", "fsync /b", "close /b",
-//   "rename /b /a" os.FailFileStep(n, ENOSPC);              the n-th step fails os.KillAtFileStep(n); the
-//   process dies there: neither that step nor any later one has an effect os.AfterPowerCut() the files as
-//   found after a power cut: data not fsynced is lost
+// Files are in memory: os.files["/sysconf/conf.img"] = "EXT_DEBUG=0\n". Every system call on a file is a step:
+//   os.FileSteps()                           "open r /a", "read /a", "write /b", "fsync /b", "close /b", "rename /b /a"
+//   os.FailFileStep(n, ENOSPC);              the n-th step fails
+//   os.KillAtFileStep(n);                    the process dies there: neither that step nor any later one has an effect
+//   os.AfterPowerCut()                       the files as found after a power cut: data not fsynced is lost
+//   os.AskedFor()                            how many bytes the last read asked for
 //
-// What no correct program does (a log line without openlog or closelog, logging while the handled signals
-// could interrupt it, sleeping with them held back, a blocking queue call, a wrong size) fails the test by
-// itself.
+// What no correct program does (a log line without openlog or closelog; logging, a file stream or the local time while
+// the handled signals could interrupt it; sleeping with them held back; a blocking queue call; a wrong size) fails the
+// test by itself.
 #ifndef ZR4410_TESTS_SUPPORT_FAKEOS_H
 #define ZR4410_TESTS_SUPPORT_FAKEOS_H
 
@@ -198,10 +196,12 @@ class FakeOs {
   bool Killed() const { return killed_; }
   std::map<std::string, std::string> AfterPowerCut() const;
   size_t OpenFiles() const { return open_.size(); }
+  size_t AskedFor() const { return askedFor_; }
 
-  // --- For the system calls in FakeOs.cpp ---
+  // --- For the system calls in SystemCalls.cpp ---
   static FakeOs* current;
-  bool Enter(std::string_view call);  // counts, runs what was set up for it; false: it fails, errno is set
+  bool Enter(std::string_view call);              // counts, runs what was set up for it; false: it fails, errno is set
+  void NeedSignalsHeld(const std::string& what);  // what takes a lock of libc's, which the handler would wait for
   int Ftok(const char* path, int project);
   int Msgget(int key, int flags);
   int Msgsnd(int queue, const void* message, size_t size, int flags);
@@ -211,7 +211,7 @@ class FakeOs {
   void Closelog();
   uint64_t Sleep(uint64_t microseconds, const char* call);  // returns the microseconds not slept
   uint64_t Now() const { return nowNs_; }
-  void AddHandler(const Handler& handler) { handlers_.push_back(handler); }
+  void AddHandler(const Handler& handler);
   int Open(const std::string& path, int flags);
   ssize_t Read(int file, char* out, size_t size);
   ssize_t Write(int file, const char* data, size_t size);
@@ -273,6 +273,7 @@ class FakeOs {
 
   std::map<int, OpenFile> open_;
   std::set<std::string> unsynced_;
+  size_t askedFor_ = 0;
   std::map<int, int> failingFileSteps_;
   int killAt_ = 0, nextFile_ = 1000000;
   bool killed_ = false;

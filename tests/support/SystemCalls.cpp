@@ -51,10 +51,12 @@ int FileOf(void* cookie) {
 }
 
 ssize_t StreamRead(void* cookie, char* out, size_t size) {
+  os->NeedSignalsHeld("a stream's read");
   return os->Read(FileOf(cookie), out, size);
 }
 
 ssize_t StreamWrite(void* cookie, const char* data, size_t size) {
+  os->NeedSignalsHeld("a stream's write");
   const ssize_t written = os->Write(FileOf(cookie), data, size);
   return written < 0 ? 0 : written;  // 0 is how a stream is told of a failure
 }
@@ -65,6 +67,7 @@ int StreamSeek(void* cookie, off64_t* offset, int whence) {
 }
 
 int StreamClose(void* cookie) {
+  os->NeedSignalsHeld("fclose");
   const int file = FileOf(cookie);
   std::erase_if(os->streams, [file](const auto& stream) { return stream.second == file; });
   return os->Close(file);
@@ -190,6 +193,13 @@ time_t time(time_t* now) noexcept {
   return os->wallClock;
 }
 
+tm* localtime(const time_t* now) noexcept {
+  if (os) {
+    os->NeedSignalsHeld("localtime");
+  }
+  return Libc<tm*(const time_t*)>(TIME_NAME("localtime"))(now);
+}
+
 // --- Signals: a FakeOs installs no handler, it calls SignalHandler ---
 
 int sigaction(int signal, const struct sigaction* action, struct sigaction* old) noexcept {
@@ -209,6 +219,7 @@ FILE* fopen(const char* path, const char* mode) {
   if (!os) {
     return Libc<FILE*(const char*, const char*)>(OFFSET_NAME("fopen"))(path, mode);
   }
+  os->NeedSignalsHeld("fopen");
   const int write = strchr(mode, '+') ? O_RDWR : O_WRONLY;
   const int file = os->Open(path, *mode == 'r'   ? (strchr(mode, '+') ? O_RDWR : O_RDONLY)
                                   : *mode == 'w' ? write | O_CREAT | O_TRUNC

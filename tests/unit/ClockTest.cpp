@@ -88,6 +88,7 @@ TEST_F(Clock, TheRtcFileBeginsWithItsTime) {
   EXPECT_EQ(IsRtcTime(), 0);
   EXPECT_THAT(os.FileSteps(),
               ElementsAre("open r /proc/driver/rtc", "read /proc/driver/rtc", "close /proc/driver/rtc"));
+  EXPECT_EQ(os.AskedFor(), 256U);
   EXPECT_THAT(os.Log(), IsEmpty());
 }
 

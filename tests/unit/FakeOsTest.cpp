@@ -80,6 +80,7 @@ TEST_F(FakeOsTest, FailsTheCallsItIsToldTo) {
 }
 
 TEST_F(FakeOsTest, KeepsFilesInMemory) {
+  const SignalGuard guard;
   FILE* const out = fopen("/new", "w");
   ASSERT_NE(out, nullptr);
   EXPECT_EQ(fputs("one\ntwo\n", out), 1);
@@ -105,6 +106,7 @@ TEST_F(FakeOsTest, KeepsFilesInMemory) {
 }
 
 TEST_F(FakeOsTest, AFileStepFails) {
+  const SignalGuard guard;
   os.FailFileStep(2, ENOSPC);
   FILE* const out = fopen("/new", "w");
   ASSERT_NE(out, nullptr);
@@ -115,6 +117,7 @@ TEST_F(FakeOsTest, AFileStepFails) {
 }
 
 TEST_F(FakeOsTest, AfterBeingKilledNothingHasAnEffect) {
+  const SignalGuard guard;
   os.KillAtFileStep(2);
   FILE* const out = fopen("/new", "w");
   ASSERT_NE(out, nullptr);
@@ -125,6 +128,18 @@ TEST_F(FakeOsTest, AfterBeingKilledNothingHasAnEffect) {
   EXPECT_EQ(os.files["/new"], "");
   EXPECT_EQ(os.files["/sysconf/conf.img"], "EXT_DEBUG=0\n");
   EXPECT_THAT(os.FileSteps(), ElementsAre("open w /new", "write /new"));
+}
+
+TEST_F(FakeOsTest, TellsHowMuchAReadAskedFor) {
+  os.files["/a"] = "abcde";
+  const int file = open("/a", O_RDONLY);
+  char text[16] = {};
+  EXPECT_EQ(read(file, text, 2), 2);
+  EXPECT_EQ(os.AskedFor(), 2U);
+  EXPECT_EQ(read(file, text + 2, 12), 3);
+  EXPECT_EQ(os.AskedFor(), 12U);
+  EXPECT_STREQ(text, "abcde");
+  EXPECT_EQ(close(file), 0);
 }
 
 TEST_F(FakeOsTest, CapturesStandardOutput) {
@@ -141,6 +156,24 @@ void LogUnguarded() {
   openlog("testZR4410", LOG_CONS | LOG_PID, LOG_USER);
   syslog(LOG_ERR, "text");
   closelog();
+}
+
+void UseStreamsUnguarded() {
+  FakeOs os;
+  for (const char* mode : {"r", "w"}) {
+    if (FILE* const file = fopen("/sysconf/conf.img", mode)) {
+      *mode == 'r' ? getc(file) : putc('x', file);
+      fclose(file);
+    }
+  }
+}
+
+void AskTheLocalTimeUnguarded() {
+  FakeOs os;
+  const time_t now = 0;
+  if (localtime(&now) == nullptr) {
+    abort();
+  }
 }
 
 void LogAsAnother() {
@@ -171,10 +204,26 @@ void SleepWithSignalsHeld() {
 }
 
 TEST(FakeOsWatch, ReportsWhatNoProgramMayDo) {
-  EXPECT_NONFATAL_FAILURE(LogUnguarded(), "logging while a handler that logs can interrupt it: text");
+  EXPECT_NONFATAL_FAILURE(LogUnguarded(), "a handler that logs can interrupt syslog text");
+  EXPECT_NONFATAL_FAILURE(AskTheLocalTimeUnguarded(), "a handler that logs can interrupt localtime");
   EXPECT_NONFATAL_FAILURE(LogAsAnother(), "openlog other 3 8");
   EXPECT_NONFATAL_FAILURE(Block(), "msgrcv of 36 bytes, type 0, flags 0");
   EXPECT_NONFATAL_FAILURE(SleepWithSignalsHeld(), "sleeping while the handled signals are held back");
+}
+
+TEST(FakeOsWatch, ReportsEachUnguardedUseOfAStream) {
+  testing::TestPartResultArray failures;
+  {
+    using Reporter = testing::ScopedFakeTestPartResultReporter;
+    const Reporter reporter(Reporter::INTERCEPT_ONLY_CURRENT_THREAD, &failures);
+    UseStreamsUnguarded();
+  }
+  const char* const uses[] = {"fopen", "a stream's read", "fclose", "fopen", "a stream's write", "fclose"};
+  ASSERT_EQ(failures.size(), 6);
+  for (int i = 0; i < 6; ++i) {
+    EXPECT_THAT(failures.GetTestPartResult(i).message(),
+                testing::EndsWith(std::string("a handler that logs can interrupt ") + uses[i]));
+  }
 }
 
 TEST(FakeOsWatch, ThereIsNoneOutsideATest) {

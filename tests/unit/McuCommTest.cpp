@@ -241,12 +241,17 @@ TEST_F(Mcu, ARequestTakesSixteenDataBytes) {
 }
 
 TEST_F(Mcu, ALongerRequestIsRefusedButUsesUpAnId) {
+  memset(gtZR4410MsgqCmdBuf.body + 3, 0x5A, 33);
   for (const uint8_t length : Bytes{17, 128, 255}) {
     os.Forget();
     gtUart1Cmd = {};
     gtUart1Cmd.command = 0x33;
     gtUart1Cmd.length = length;
+    Bytes expected = BytesOf(gtZR4410MsgqCmdBuf.body);  // of the last request: all but header and id stays
+    expected[0] = expected[1] = 0xAA;
+    ++expected[2];
     EXPECT_EQ(MCU_ProcessUart1(), -1);
+    EXPECT_EQ(BytesOf(gtZR4410MsgqCmdBuf.body), expected);
     EXPECT_THAT(os.Timeline(), ElementsAre("log 3 Len > DATA_MAX_LEN", "log 3 MCU_FillZR4410 failed!"));
     EXPECT_EQ(gbUart1Command, 0x33);
   }

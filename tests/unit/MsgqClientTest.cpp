@@ -295,6 +295,13 @@ TEST_F(Receiving, AStopIsSeenAfterEachSleepBeforeTheQueueIsLookedAt) {
   EXPECT_EQ(os.Waiting(), 1U);
 }
 
+TEST_F(Receiving, OnlyAStopFlagOfOneStops) {
+  SetSigID(2);
+  os.Arrive(Bytes(36, 0xC3), 60);
+  EXPECT_EQ(ZR4410_MsgQ_Receive(&message), 0);
+  EXPECT_EQ(os.ElapsedMs(), 100);
+}
+
 TEST_F(Receiving, AStopEndsTheWaitAtAnyLook) {
   for (int look = 1; look <= 41; ++look) {
     SetSigID(0);
@@ -324,8 +331,13 @@ TEST_F(Receiving, Sigusr1AndSigusr2LeaveTheWaitGoing) {
 TEST_F(Receiving, AMessageOfAnotherLengthIsAnError) {
   for (const int length : {0, 1, 4, 35}) {
     os.Forget();
-    os.Arrive(Bytes(static_cast<size_t>(length), 0xC3));
+    os.Arrive(Bytes(static_cast<size_t>(length), 0xC3), 0, 99);
+    message = Filled<RelayMessage>(0x5A);
     EXPECT_EQ(ZR4410_MsgQ_Receive(&message), -55) << length;
+    EXPECT_EQ(message.type, 99);
+    Bytes left(36, 0x5A);  // what came, and the buffer's own bytes behind it
+    std::fill_n(left.begin(), length, uint8_t{0xC3});
+    EXPECT_EQ(BytesOf(message.body), left);
     ASSERT_EQ(os.Log().size(), 1U);
     EXPECT_EQ(os.Log()[0].level, 3);
     // What errno holds is left from before: only the length is known.
@@ -382,12 +394,35 @@ TEST_F(Receiving, ALaterClockFailureKeepsTheLastTimeRead) {
                                     Info("GetMsFromStart failed!\n")));
 }
 
+TEST_F(Receiving, AnEmptyLookIsToldBeforeTheClockIsRead) {
+  gfDebugFlag = 1;
+  os.Fail("clock_gettime", EINVAL, 2);
+  os.StopAt("usleep", 2);
+  EXPECT_EQ(ZR4410_MsgQ_Receive(&message), -15);
+  EXPECT_THAT(os.Log(), ElementsAre(Info("msgrcv len = 0\n"), Info("GetMsFromStart failed!\n")));
+}
+
 TEST_F(Receiving, AClockThatFailsAlwaysWaitsOn) {
   // Start 0 and no later time: 0 ms go by, whatever the sleeps add up to.
   os.Fail("clock_gettime", EINVAL, 1, 200);
   os.StopAt("usleep", 150);
   EXPECT_EQ(ZR4410_MsgQ_Receive(&message), -15);
   EXPECT_EQ(os.Log().size(), 150U);
+}
+
+TEST_F(Receiving, AClockThatJumpsFarAheadGivesUp) {
+  os.On("usleep", 1, [this] { os.SetClock(3'000'100'000'000'000); });  // by more than 31 bits of milliseconds
+  os.StopAt("usleep", 3);
+  EXPECT_EQ(ZR4410_MsgQ_Receive(&message), -56);
+  EXPECT_EQ(os.Calls("msgrcv"), 1);
+}
+
+TEST_F(Receiving, AClockThatGoesFarBackWaitsOn) {
+  os.SetClock(3'000'100'000'000'000);
+  os.On("usleep", 1, [this] { os.SetClock(100'000'000'000); });
+  os.StopAt("usleep", 60);
+  EXPECT_EQ(ZR4410_MsgQ_Receive(&message), -15);
+  EXPECT_EQ(os.Calls("msgrcv"), 59);
 }
 
 TEST_F(Receiving, AClockThatGoesBackWaitsOn) {

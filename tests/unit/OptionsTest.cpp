@@ -387,6 +387,7 @@ TEST_F(Options, DataThatIsNotHexIsRefused) {
   }
   ExpectBadHex({"-c", "-1"}, "IsHexString failed!\n");
   ExpectBadHex({"-i", "xx", "yy"}, "IsHexString failed!\n");
+  ExpectBadHex({"-i", "xx", std::string(34, '1')}, "IsHexString failed!\n");  // the category is looked at first
   ExpectBadHex({"-c", std::string(100, 'x')}, "IsHexString failed!\n");
 }
 

@@ -66,14 +66,15 @@ TEST_F(Program, GoesThroughItsStepsInOrder) {
   auto timeline = os.Timeline();
   std::erase_if(timeline, [](const std::string& event) { return event.starts_with("read "); });
   const std::string banner = std::string("log 6 ") + kBanner;
-  EXPECT_THAT(timeline,
-              ElementsAre(banner, "log 6 Start testZR4410 (v0.0.1).", banner, "open r /sysconf/conf.img",
-                          "close /sysconf/conf.img", "ftok /defconf/conf.ptz b", "ftok /defconf/conf.ptz a",
-                          "msgget 98", "msgget 97", "receive nothing",
-                          "send 4711 AA AA 01 06 AA 10 01 01 44 55 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
-                          "00 00 00 00 00 00 00 00 00",
-                          "sleep 50000", "receive 36", "log 6 Delta Time (ms) : 50\n", banner,
-                          "log 6 Finish testZR4410 (v0.0.1).", banner));
+  EXPECT_THAT(
+      timeline,
+      ElementsAre(banner, "log 6 Start testZR4410 (v0.0.1).", banner, "sigaction 2", "sigaction 15", "sigaction 10",
+                  "sigaction 12", "open r /sysconf/conf.img", "close /sysconf/conf.img", "ftok /defconf/conf.ptz b",
+                  "ftok /defconf/conf.ptz a", "msgget 98", "msgget 97", "receive nothing",
+                  "send 4711 AA AA 01 06 AA 10 01 01 44 55 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
+                  "00 00 00 00 00 00 00 00 00",
+                  "sleep 50000", "receive 36", "log 6 Delta Time (ms) : 50\n", banner,
+                  "log 6 Finish testZR4410 (v0.0.1).", banner));
   EXPECT_EQ(os.Output(), "Version = 0x23\n");
   EXPECT_EQ(os.Calls("clock_gettime"), 3);  // start, receive, end
 }
@@ -239,6 +240,21 @@ TEST_F(Program, AClockFailureAtTheEndCountsToZero) {
   ExpectLog({"word"}, std::vector<LogLine>{Info("GetMsFromStart failed!\n")} + Delta(-100000));
 }
 
+TEST_F(Program, TheDeltaIsASigned64BitNumber) {
+  os.On("usleep", 1, [this] { os.SetClock(3'000'100'000'000'000); });
+  os.Reply({0x10});
+  ExpectLog({"-m", "12", "0"}, {Info("Delta Time (ms) : 3000000050\n")});
+
+  ResetProduct();
+  os.Forget();
+  os.SetClock(3'000'100'000'000'000);
+  os.On("usleep", 1, [this] {
+    os.SetClock(100'000'000'000);
+    SetSigID(1);
+  });
+  ExpectLog({"-r"}, {Info("Start main loop."), Info("Finish main loop."), Info("Delta Time (ms) : -2999999950\n")});
+}
+
 // --- The modes ---
 
 TEST_F(Program, ModeOneIsACameraAction) {
@@ -391,6 +407,15 @@ TEST_F(Program, AStopAtTheReceiveLeavesTheLoopWithoutAnErrorOrASleep) {
   os.StopAt("msgrcv", 1);  // the message is taken, then the flag is seen
   ExpectLog({"-r"}, {Info("Start main loop."), Info("Finish main loop."), Info("Delta Time (ms) : 50\n")});
   EXPECT_THAT(os.Slept(), ElementsAre(50000U));
+}
+
+TEST_F(Program, OnlyAStopFlagOfOneEndsTheReadLoop) {
+  SetSigID(2);
+  os.Arrive(Bytes(36), 10);
+  os.StopAt("usleep", 2);
+  ExpectLog({"-r"}, {Info("Start main loop."), Info("Finish main loop."), Info("Delta Time (ms) : 51\n")});
+  EXPECT_THAT(os.Slept(), ElementsAre(50000U, 1000U));
+  EXPECT_EQ(os.Waiting(), 0U);
 }
 
 TEST_F(Program, AStopInTheLoopsOwnSleepEndsIt) {

@@ -12,7 +12,14 @@ const Bytes kMode8 = {0x90, 0x50, 0x00, 0x08, 0xFF};
 const Bytes kMode6 = {0x90, 0x50, 0x00, 0x06, 0xFF};
 const Bytes kReadMode = {0x81, 0x09, 0x04, 0x24, 0x72, 0xFF};
 
-class Registers : public Linked {};
+class Registers : public Linked {
+ protected:
+  // What earlier exchanges may have left.
+  void FillBothRecords() {
+    gtUart1ViscaCmdInq = Filled<ViscaRequestFrame>(0x5A);
+    gtUart1ViscaResp = Filled<ViscaReplyFrame>(0x5A);
+  }
+};
 
 TEST_F(Registers, AWriteSendsTheValueInNibbles) {
   os.Reply(kAck);
@@ -31,6 +38,26 @@ TEST_F(Registers, AWriteThatIsNotAcknowledgedFailsSilently) {
   os.Reply({0x40});
   EXPECT_EQ(QM2150_SetRegisterValue(0x72, 0x08), -1);
   EXPECT_THAT(os.Log(), IsEmpty());
+}
+
+TEST_F(Registers, AWriteClearsBothRecordsFirst) {
+  FillBothRecords();
+  os.Reply(kAck);
+  EXPECT_EQ(QM2150_SetRegisterValue(0x72, 0x1A), 0);
+  EXPECT_EQ(Hex(BytesOf(gtUart1ViscaCmdInq)),
+            "AA 02 08 81 01 04 04 24 72 01 0A 00 00 00 00 00 00 00 00 00 00 00 00 FF 26 55");
+  EXPECT_THAT(BytesOf(gtUart1ViscaResp), Each(0));
+}
+
+TEST_F(Registers, AReadClearsBothRecordsFirst) {
+  FillBothRecords();
+  uint8_t value = 0;
+  os.Reply({0x90, 0x50, 0x07, 0xFF});
+  EXPECT_EQ(QM2150_GetRegisterValue(0x72, &value), 0);
+  EXPECT_EQ(value, 0x70);
+  EXPECT_EQ(Hex(BytesOf(gtUart1ViscaCmdInq)),
+            "AA 02 06 81 09 04 02 24 72 00 00 00 00 00 00 00 00 00 00 00 00 00 00 FF 2B 55");
+  EXPECT_THAT(gtUart1ViscaResp.middle, ElementsAre(0x07, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0));
 }
 
 TEST_F(Registers, AReadJoinsTwoNibbles) {
@@ -125,6 +152,17 @@ TEST_F(Registers, TheVersionReplyHoldsModelAndRomVersion) {
   EXPECT_EQ(model, 0x0506);
   EXPECT_EQ(romVersion, 0x0123);
   EXPECT_THAT(os.Frames(), ElementsAre(Bytes{0xAA, 0x02, 0x05, 0x81, 0x09, 0x00, 0x02, 0xFF, 0xC4, 0x55}));
+}
+
+TEST_F(Registers, TheVersionInquiryClearsBothRecordsFirst) {
+  FillBothRecords();
+  uint16_t model = 0xEEEE, romVersion = 0xEEEE;
+  os.Reply({0x90, 0x50, 0x00, 0x01, 0x05, 0xFF});
+  EXPECT_EQ(QM2150_GetVersion(&model, &romVersion), 0);
+  EXPECT_EQ(model, 0x0500);
+  EXPECT_EQ(romVersion, 0);
+  EXPECT_EQ(Hex(BytesOf(gtUart1ViscaCmdInq)),
+            "AA 02 05 81 09 00 01 02 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 FF C4 55");
 }
 
 TEST_F(Registers, TheVersionReplyIsNotChecked) {

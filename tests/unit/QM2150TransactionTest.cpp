@@ -50,7 +50,9 @@ TEST_F(Visca, ACommandTakesTwelveDataBytes) {
 TEST_F(Visca, ACommandOf13To16DataBytesIsRefusedByTheLink) {
   for (const uint8_t count : Bytes{13, 14, 15, 16}) {
     os.Forget();
+    gbUart1Command = 0x77;
     EXPECT_EQ(QM2150_Command(count, kData), -57) << int{count};
+    EXPECT_EQ(gbUart1Command, 0x02);  // noted before the link refuses
     EXPECT_THAT(os.Log(), ElementsAre(Err("Len > VISCA_PACKET_MAX_LEN"), Err("QM2150_FillZR4410 failed!"),
                                       Err("QM2150_ProcessVisca failed!")));
     EXPECT_THAT(os.Requests(), IsEmpty());

@@ -264,6 +264,16 @@ TEST_F(Settings, TheWriterLogsAFailedRename) {
   EXPECT_EQ(os.files[kTemporary], "EXT_DEBUG=3\n");
 }
 
+TEST_F(Settings, TheWriterKeepsAFileThatCannotBeReadOn) {
+  os.files[kPath] = "EXT_DEBUG=5";
+  os.Fail("read", EIO, 2);
+  EXPECT_EQ(sysconf_fset(kPath, "EXT_DEBUG", "3"), -1);
+  EXPECT_THAT(os.Log(), ElementsAre(Err("moving file error.")));
+  EXPECT_EQ(os.files[kPath], "EXT_DEBUG=5");
+  EXPECT_EQ(os.files[kTemporary], "");  // the piece of a line is not written either
+  EXPECT_EQ(os.OpenFiles(), 0U);
+}
+
 TEST_F(Settings, TheTemporaryPathIsAtMost127Characters) {
   const std::string fits = "/" + std::string(122, 'p');  // 123, and 4 for ".tmp"
   os.files[fits] = "EXT_DEBUG=5\n";

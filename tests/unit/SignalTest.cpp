@@ -8,6 +8,10 @@
 #include "support/Log.h"
 #include "tests/support/Fixtures.h"
 
+extern "C" {
+extern RelayMessage gtMsgqTxBuf;
+}
+
 namespace {
 
 class Signals : public Linked {};
@@ -84,6 +88,7 @@ constexpr char kNotice2[] =
     "00 00";
 
 TEST_F(Signals, TheNoticeIsThirteenBytesAndZeros) {
+  gtMsgqTxBuf = Filled<RelayMessage>(0x5A);
   SendZR4410Msgq(1);
   SendZR4410Msgq(2);
   EXPECT_THAT(os.Timeline(), ElementsAre("receive nothing", kNotice1, "receive nothing", kNotice2));
@@ -148,6 +153,21 @@ TEST_F(Signals, TheWorkerLooksEvery100Ms) {
   EXPECT_EQ(Thread(), 0);
   EXPECT_THAT(os.Timeline(), ElementsAre("log 6 Start thread.", "sleep 100000", "sleep 100000", "sleep 100000",
                                          "log 6 Finish thread."));
+}
+
+TEST_F(Signals, OnlyAStopFlagOfOneEndsTheWorker) {
+  SetSigID(2);
+  os.StopAt("usleep", 2);
+  EXPECT_EQ(Thread(), 0);
+  EXPECT_EQ(os.Calls("usleep"), 2);
+}
+
+TEST_F(Signals, OnlyALatchOfOneMakesANotice) {
+  giUsr1SigID = 2;
+  os.StopAt("usleep", 1);
+  EXPECT_EQ(Thread(), 0);
+  EXPECT_THAT(os.Requests(), IsEmpty());
+  EXPECT_EQ(giUsr1SigID, 2);
 }
 
 TEST_F(Signals, TheWorkerTurnsSigusr1IntoOneNotice) {
