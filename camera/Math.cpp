@@ -24,9 +24,10 @@ int InterpolationY(const InterpolationPoint* p0, const InterpolationPoint* p1, I
   return RESULT_OK;
 }
 
+// The natural logarithm, on purpose.
 double Gain2dB(double gain) {
   return 20.0 * std::log(gain);
-}  // the natural logarithm, on purpose
+}
 
 int Gain2GainLevel(double gain, int32_t* level) {
   if (!(gain >= 1.0 && gain <= 128.5)) {  // refuses what is not a number too

@@ -3,7 +3,7 @@
  * Unless told otherwise a routine returns 0 on success and writes its output only then, or a negative result:
  *   -1   request too long; queue not open, or send failed; relay header, sequence id or command code of the reply
  *        wrong; command not acknowledged, or its acknowledgement damaged
- *   -15  stop flag set    -55 receive error    -56 time-out    -57 packet too long
+ *   -15  stop flag set    -55 receive error    -56 time-out    -57 packet too long, or reply too short
  *   -58  camera reply frame: start, checksum or stop wrong
  *   -59  VISCA error reply, or a reply of a wrong length or content
  *   -60  a written value did not read back
@@ -37,7 +37,7 @@ typedef struct {
 } tWdrParam;
 
 extern ViscaRequestFrame gtUart1ViscaCmdInq; /* the request frame of every camera exchange */
-extern ViscaReplyFrame gtUart1ViscaResp;     /* the reply frame of the last inquiry */
+extern ViscaReplyFrame gtUart1ViscaResp;     /* the reply frame of the last inquiry; zero after a command */
 
 /* --- Transactions --- */
 

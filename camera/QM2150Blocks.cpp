@@ -164,7 +164,11 @@ int GetBlock(uint8_t block, const char* lengthFailure, std::span<const Field> fi
     const uint16_t value = Extract(field.bits, reply.bData);
     const uint8_t low = static_cast<uint8_t>(value);
     uint8_t* const place = static_cast<uint8_t*>(record) + field.offset;
-    field.width == sizeof value ? memcpy(place, &value, sizeof value) : memcpy(place, &low, sizeof low);
+    if (field.width == sizeof value) {
+      memcpy(place, &value, sizeof value);
+    } else {
+      memcpy(place, &low, sizeof low);
+    }
   }
   DumpData(reply.bData, reply.length);
   for (const Field& field : fields) {

@@ -34,8 +34,8 @@ tWdrParam WdrFields(const uint8_t* d) {
   return {nibble(0), nibble(1), nibble(2), nibble(3), static_cast<uint8_t>((d[4] << 4) + d[5])};
 }
 
-// --- How the command carries the value v after the code: 0 a zero byte, P and Q the value's nibbles. Each
-// returns the number of bytes ---
+// --- How the command carries the value v after the code: 0 a zero byte, V the whole value, VV
+// its two bytes, P and Q its nibbles. Each returns the number of bytes ---
 
 uint32_t Put(uint8_t* d, std::initializer_list<int> bytes) {
   std::transform(bytes.begin(), bytes.end(), d, [](int byte) { return static_cast<uint8_t>(byte); });
@@ -70,8 +70,6 @@ uint32_t PutWdr(tWdrParam v, uint8_t* d) {
 // value read; a text may leave them unused.
 template <typename T>
 struct Setting {
-  const char* getter;
-  const char* setter;
   uint8_t code;         // of inquiry and command
   uint8_t replyLength;  // data bytes
   struct {
@@ -79,6 +77,8 @@ struct Setting {
   } zero;  // reply bytes that must be 0x00
   T (*value)(const uint8_t* d);
   uint32_t (*data)(T value, uint8_t* d);
+  const char* getter;
+  const char* setter;
   const char* lengthFailure;
   const char* zeroFailure;
   const char* readFailure;  // of the first read-back
@@ -87,7 +87,7 @@ struct Setting {
   int lengthResult = RESULT_BAD_REPLY;
 };
 
-constexpr char kLen[] = "%s len fail!\n";
+constexpr char kLen[] = "%s len fail!\n";  // with the getter's name
 constexpr char kWbLen[] = "GetWbMode len fail!\n";
 constexpr char kZ1[] = "tVisca.bData[6] != 0x00 || tVisca.bData[7] != 0x00\n";
 constexpr char kZ2[] = "tVisca.bData[0] != 0x00 || tVisca.bData[1] != 0x00\n";
@@ -97,53 +97,75 @@ constexpr char kBValue[] = "%s bValue(0x%02x) != bReadValue(0x%02x)\n";
 
 // clang-format off
 using Byte = Setting<uint8_t>;
+using Word = Setting<uint16_t>;
+using Wdr = Setting<tWdrParam>;
 
-//                                                                                    code  reply  zero    value         command
-constexpr Byte kNR              = {"QM2150_GetNR", "QM2150_SetNR",                           0x53, 1, {},     LowNibble0,   PutQ,
-  kLen, nullptr, "QM2150_GetNR bReadValue fail\n", kBValue};
-constexpr Setting<tWdrParam> kWdrParams = {"QM2150_GetWdrParams", "QM2150_SetWdrParams",     0x2D, 8, {6, 2}, WdrFields,    PutWdr,
-  kLen, kZ1, "QM2150_GetWdrParams tReadWdrParams fail\n", "%s tWdrParam != tReadWdrParams\n"};
-constexpr Byte kWdrMode         = {"QM2150_GetWdrMode", "QM2150_SetWdrMode",                 0x3D, 1, {},     Byte0,        PutV,
-  kLen, nullptr, "QM2150_GetWdrMode bReadWdrMode fail!\n", "%s bWdrMode(0x%02x) != bReadWdrMode(0x%02x)\n"};
-constexpr Byte kBgain           = {"QM2150_GetBgain", "QM2150_SetBgain",                     0x44, 4, {0, 2}, Nibbles2And3, Put00PQ,
-  kLen, kZ2, "QM2150_GetBgain bReadValue fail\n", kBValue};
-constexpr Byte kRgain           = {"QM2150_GetRgain", "QM2150_SetRgain",                     0x43, 4, {0, 2}, Nibbles2And3, Put00PQ,
-  kLen, kZ2, "QM2150_GetRgain bReadValue fail\n", kBValue};
-constexpr Byte kIrisPos         = {"QM2150_GetIrisPos", "QM2150_SetIrisPos",                 0x4B, 4, {0, 2}, Nibbles2And3, Put00PQ,
-  kLen, kZ3, "QM2150_GetIrisPos bReadValue fail\n", kBValue};
-constexpr Byte kGainPos         = {"QM2150_GetGainPos", "QM2150_SetGainPos",                 0x4C, 4, {0, 2}, Nibbles2And3, Put00PQ,
-  kLen, kZ2, "QM2150_GetGainPos bReadGainPos fail!\n", "%s bGainPos(0x%02x) != bReadGainPos(0x%02x)\n"};
-constexpr Byte kGainLimit       = {"QM2150_GetGainLimit", "QM2150_SetGainLimit",             0x2C, 1, {},     LowNibble0,   PutQ,
-  kLen, nullptr, "QM2150_GetGainLimit bReadGainLimit fail!\n", "%s bGainLimit(0x%02x) != bReadGainLimit(0x%02x)\n"};
-constexpr Byte kHighSensitivity = {"QM2150_GetHighSensitivity", "QM2150_SetHighSensitivity", 0x5E, 1, {},     Byte0,        PutV,
-  kLen, nullptr, "QM2150_GetHighSensitivity bReadOnOrOff fail!\n", "QM2150_SetHighSensitivity bOnOrOff != bReadOnOrOff.\n"};
-constexpr Byte kExpCompStep     = {"QM2150_GetExpCompStep", "QM2150_SetExpCompStep",         0x4E, 4, {0, 3}, Byte3,        Put00PQ, // sent as two nibbles, read as one byte, on purpose
-  kLen, kZ4, "QM2150_GetExpCompStep bReadExpCompStep fail!\n", "QM2150_SetExpCompStep bExpCompStep != bReadExpCompStep!\n"};
-constexpr Byte kExpComp         = {"QM2150_GetExpComp", "QM2150_SetExpComp",                 0x3E, 1, {},     Byte0,        PutV,
-  kLen, nullptr, "QM2150_GetExpComp bReadExpComp fail!\n", "QM2150_SetExpComp bExpComp != bReadExpComp.\n"};
-constexpr Byte kPictureFlip     = {"QM2150_GetPictureFlip", "QM2150_SetPictureFlip",         0x66, 1, {},     Byte0,        PutV,
-  kLen, nullptr, "QM2150_GetPictureFlip bReadPictureFlip fail!\n", "QM2150_SetPictureFlip bPictureFlip != bReadPictureFlip.\n"};
-constexpr Byte kLrReverse       = {"QM2150_GetLrReverse", "QM2150_SetLrReverse",             0x61, 1, {},     Byte0,        PutV,
-  "QM2150_GetMirror len fail!\n", nullptr, "QM2150_GetLrReverse bReadLrReverse fail!\n", "QM2150_GetMirror bLrReverse != bReadLrReverse.\n",
-  "QM2150_SetLrReverse bReadLrReverse fail!\n"};
-constexpr Byte kIcr             = {"QM2150_GetIcr", "QM2150_SetIcr",                         0x01, 1, {},     Byte0,        PutV,
-  kLen, nullptr, "QM2150_GetIcr bReadIcr fail!\n", "QM2150_SetIcr bIcr != bReadIcr.\n"};
-constexpr Byte kAutoIcr         = {"QM2150_GetAutoIcr", "QM2150_SetAutoIcr",                 0x51, 1, {},     Byte0,        PutV,
-  kLen, nullptr, "QM2150_GetAutoIcr bReadAutoIcr fail!\n", "QM2150_SetAutoIcr bAutoIcr != bReadAutoIcr.\n"};
-constexpr Byte kColorGain       = {"QM2150_GetColorGain", "QM2150_SetColorGain",             0x49, 4, {0, 3}, Byte3,        Put000V, // one whole byte, on purpose
-  kLen, kZ4, "QM2150_GetColorGain sReadShutter fail!\n", "QM2150_SetShutter bColorGain != bReadColorGain.\n",
-  "QM2150_GetColorGain bReadColorGain fail!\n"};
-constexpr Setting<uint16_t> kShutter = {"QM2150_GetShutter", "QM2150_SetShutter",            0x4A, 4, {0, 2}, Bytes2And3,   Put00VV, // two whole bytes, no nibbles, on purpose
-  "QM2150_GetShtter len fail!\n", kZ4, "QM2150_GetShutter sReadShutter fail!\n", "QM2150_SetShutter sShutter != sReadShutter!\n"};
-constexpr Byte kAfMode          = {"QM2150_GetAfMode", "QM2150_SetAfMode",                   0x57, 1, {},     Byte0,        PutV,
-  kWbLen, nullptr, "QM2150_GetAfMode bReadAfMode fail!\n", "QM2150_SetAfMode bAfMode != bReadAfMode!\n"};
-constexpr Byte kFocusMode       = {"QM2150_GetFocusMode", "QM2150_SetFocusMode",             0x38, 1, {},     Byte0,        PutV,
-  kLen, nullptr, "QM2150_GetFocusMode bReadFocusMode fail!\n", "%s bFocusMode != bReadFocusMode!\n"};
-constexpr Byte kAeMode          = {"QM2150_GetAeMode", "QM2150_SetAeMode",                   0x39, 1, {},     Byte0,        PutV,
-  kWbLen, nullptr, "QM2150_GetAeMode bReadAeMode fail!\n", "QM2150_SetAeMode bAeMode != bReadAeMode!\n"};
-constexpr Byte kWbMode          = {"QM2150_GetWbMode", "QM2150_SetWbMode",                   0x35, 1, {},     Byte0,        PutV,
-  kWbLen, nullptr, "QM2150_GetWbMode bReadWbMode fail!\n", "QM2150_SetWbMode bWbMode != bReadWbMode!\n",
-  nullptr, RESULT_NOT_CONFIRMED};  // -60 for a wrong length: this one alone, on purpose
+//                                 code, reply, zero, value,   command,
+//                                 getter, setter, length failure, zero failure,
+//                                 read failure, mismatch[, second read failure[, length result]]
+constexpr Byte kNR              = {0x53, 1, {},     LowNibble0,   PutQ,
+    "QM2150_GetNR", "QM2150_SetNR", kLen, nullptr,
+    "QM2150_GetNR bReadValue fail\n", kBValue};
+constexpr Wdr  kWdrParams       = {0x2D, 8, {6, 2}, WdrFields,    PutWdr,
+    "QM2150_GetWdrParams", "QM2150_SetWdrParams", kLen, kZ1,
+    "QM2150_GetWdrParams tReadWdrParams fail\n", "%s tWdrParam != tReadWdrParams\n"};
+constexpr Byte kWdrMode         = {0x3D, 1, {},     Byte0,        PutV,
+    "QM2150_GetWdrMode", "QM2150_SetWdrMode", kLen, nullptr,
+    "QM2150_GetWdrMode bReadWdrMode fail!\n", "%s bWdrMode(0x%02x) != bReadWdrMode(0x%02x)\n"};
+constexpr Byte kBgain           = {0x44, 4, {0, 2}, Nibbles2And3, Put00PQ,
+    "QM2150_GetBgain", "QM2150_SetBgain", kLen, kZ2,
+    "QM2150_GetBgain bReadValue fail\n", kBValue};
+constexpr Byte kRgain           = {0x43, 4, {0, 2}, Nibbles2And3, Put00PQ,
+    "QM2150_GetRgain", "QM2150_SetRgain", kLen, kZ2,
+    "QM2150_GetRgain bReadValue fail\n", kBValue};
+constexpr Byte kIrisPos         = {0x4B, 4, {0, 2}, Nibbles2And3, Put00PQ,
+    "QM2150_GetIrisPos", "QM2150_SetIrisPos", kLen, kZ3,
+    "QM2150_GetIrisPos bReadValue fail\n", kBValue};
+constexpr Byte kGainPos         = {0x4C, 4, {0, 2}, Nibbles2And3, Put00PQ,
+    "QM2150_GetGainPos", "QM2150_SetGainPos", kLen, kZ2,
+    "QM2150_GetGainPos bReadGainPos fail!\n", "%s bGainPos(0x%02x) != bReadGainPos(0x%02x)\n"};
+constexpr Byte kGainLimit       = {0x2C, 1, {},     LowNibble0,   PutQ,
+    "QM2150_GetGainLimit", "QM2150_SetGainLimit", kLen, nullptr,
+    "QM2150_GetGainLimit bReadGainLimit fail!\n", "%s bGainLimit(0x%02x) != bReadGainLimit(0x%02x)\n"};
+constexpr Byte kHighSensitivity = {0x5E, 1, {},     Byte0,        PutV,
+    "QM2150_GetHighSensitivity", "QM2150_SetHighSensitivity", kLen, nullptr,
+    "QM2150_GetHighSensitivity bReadOnOrOff fail!\n", "QM2150_SetHighSensitivity bOnOrOff != bReadOnOrOff.\n"};
+constexpr Byte kExpCompStep     = {0x4E, 4, {0, 3}, Byte3,        Put00PQ,    // sent as two nibbles, read as one byte, on purpose
+    "QM2150_GetExpCompStep", "QM2150_SetExpCompStep", kLen, kZ4,
+    "QM2150_GetExpCompStep bReadExpCompStep fail!\n", "QM2150_SetExpCompStep bExpCompStep != bReadExpCompStep!\n"};
+constexpr Byte kExpComp         = {0x3E, 1, {},     Byte0,        PutV,
+    "QM2150_GetExpComp", "QM2150_SetExpComp", kLen, nullptr,
+    "QM2150_GetExpComp bReadExpComp fail!\n", "QM2150_SetExpComp bExpComp != bReadExpComp.\n"};
+constexpr Byte kPictureFlip     = {0x66, 1, {},     Byte0,        PutV,
+    "QM2150_GetPictureFlip", "QM2150_SetPictureFlip", kLen, nullptr,
+    "QM2150_GetPictureFlip bReadPictureFlip fail!\n", "QM2150_SetPictureFlip bPictureFlip != bReadPictureFlip.\n"};
+constexpr Byte kLrReverse       = {0x61, 1, {},     Byte0,        PutV,
+    "QM2150_GetLrReverse", "QM2150_SetLrReverse", "QM2150_GetMirror len fail!\n", nullptr,
+    "QM2150_GetLrReverse bReadLrReverse fail!\n", "QM2150_GetMirror bLrReverse != bReadLrReverse.\n", "QM2150_SetLrReverse bReadLrReverse fail!\n"};
+constexpr Byte kIcr             = {0x01, 1, {},     Byte0,        PutV,
+    "QM2150_GetIcr", "QM2150_SetIcr", kLen, nullptr,
+    "QM2150_GetIcr bReadIcr fail!\n", "QM2150_SetIcr bIcr != bReadIcr.\n"};
+constexpr Byte kAutoIcr         = {0x51, 1, {},     Byte0,        PutV,
+    "QM2150_GetAutoIcr", "QM2150_SetAutoIcr", kLen, nullptr,
+    "QM2150_GetAutoIcr bReadAutoIcr fail!\n", "QM2150_SetAutoIcr bAutoIcr != bReadAutoIcr.\n"};
+constexpr Byte kColorGain       = {0x49, 4, {0, 3}, Byte3,        Put000V,    // one whole byte, on purpose
+    "QM2150_GetColorGain", "QM2150_SetColorGain", kLen, kZ4,
+    "QM2150_GetColorGain sReadShutter fail!\n", "QM2150_SetShutter bColorGain != bReadColorGain.\n", "QM2150_GetColorGain bReadColorGain fail!\n"};
+constexpr Word kShutter         = {0x4A, 4, {0, 2}, Bytes2And3,   Put00VV,    // two whole bytes, no nibbles, on purpose
+    "QM2150_GetShutter", "QM2150_SetShutter", "QM2150_GetShtter len fail!\n", kZ4,
+    "QM2150_GetShutter sReadShutter fail!\n", "QM2150_SetShutter sShutter != sReadShutter!\n"};
+constexpr Byte kAfMode          = {0x57, 1, {},     Byte0,        PutV,
+    "QM2150_GetAfMode", "QM2150_SetAfMode", kWbLen, nullptr,
+    "QM2150_GetAfMode bReadAfMode fail!\n", "QM2150_SetAfMode bAfMode != bReadAfMode!\n"};
+constexpr Byte kFocusMode       = {0x38, 1, {},     Byte0,        PutV,
+    "QM2150_GetFocusMode", "QM2150_SetFocusMode", kLen, nullptr,
+    "QM2150_GetFocusMode bReadFocusMode fail!\n", "%s bFocusMode != bReadFocusMode!\n"};
+constexpr Byte kAeMode          = {0x39, 1, {},     Byte0,        PutV,
+    "QM2150_GetAeMode", "QM2150_SetAeMode", kWbLen, nullptr,
+    "QM2150_GetAeMode bReadAeMode fail!\n", "QM2150_SetAeMode bAeMode != bReadAeMode!\n"};
+constexpr Byte kWbMode          = {0x35, 1, {},     Byte0,        PutV,
+    "QM2150_GetWbMode", "QM2150_SetWbMode", kWbLen, nullptr,
+    "QM2150_GetWbMode bReadWbMode fail!\n", "QM2150_SetWbMode bWbMode != bReadWbMode!\n", nullptr, RESULT_NOT_CONFIRMED};  // -60 for a wrong length: this one alone, on purpose
 // clang-format on
 
 // --- Reading and writing ---

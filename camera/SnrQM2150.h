@@ -52,7 +52,8 @@ int SnrQM2150_WbMode2Str(uint32_t code, char* text);  /* white balance mode, 0x0
 /* --- Operations: 0; -60 for an argument that is not accepted, with nothing sent; otherwise the result of the camera
    or MCU routine that failed --- */
 
-/* What the last start-up read; a field whose read failed is 0. */
+/* What the last start-up read; a field whose read failed is 0. snrMode is the last sensor mode read, also by
+   SnrQM2150_SetSnrMode. */
 typedef struct {
   uint8_t mcuVersion;
   uint16_t model, romVersion;
@@ -71,16 +72,17 @@ int SnrQM2150_SetDnNightMode(void);
 int SnrQM2150_SetDnDayMode(void);
 int SnrQM2150_SetSaturation(int32_t index); /* 124..138 span colour gain 0..14, limited outside */
 
-/* Changes the sensor mode for 50 Hz (1080p 25fps) or 60 Hz (1080p 30fps) mains, with a power cycle of the camera: 9 to
-   about 13 seconds, at once if the mode is set already. -59 for another frequency or a mode that never took. */
+/* Changes the sensor mode for 50 Hz (1080p 25fps) or 60 Hz (1080p 30fps) mains, with a power cycle of the camera: at
+   least 9 seconds, about 19 if the camera wakes up at the last try, more while it is silent; at once if the mode is
+   set already. -59 for another frequency or a mode that never took. */
 int SnrQM2150_SetSnrMode(int32_t hz);
 
 /* Raw VISCA command 81 01 04 <bytes> FF: QM2150_Command. */
 int SnrQM2150_Command(uint32_t count, const uint8_t* bytes);
 
 /* Raw VISCA inquiry; the reply as lower-case hex bytes with single blanks between, "90 50 01 23 ff".
-   size: that many bytes of text are cleared first. It does not bound the writing: text must hold 57 characters and
-   its terminating zero. On failure text is untouched. */
+   size: that many bytes of text are cleared first. It does not bound the writing: text must hold 57 bytes, its
+   terminating zero included. On failure text is untouched. */
 int SnrQM2150_Inquiry(uint8_t category, uint32_t count, const uint8_t* bytes, uint32_t size, char* text);
 
 /* Camera start-up for 50 or 60 Hz mains: sensor mode, versions and present settings into gtParams. Goes on after

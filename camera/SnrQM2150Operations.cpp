@@ -128,8 +128,8 @@ int SnrQM2150_SetDnNightMode(void) {
 
 int SnrQM2150_SetDnDayMode(void) {
   if (const int result = QM2150_SetAutoIcr(kOff); result < 0) {
-    return Failed("QM2150_SetAutoIcr failed!\n",
-                  result);  // a stop request too, unlike everywhere else, on purpose
+    // A stop request too gets the line, unlike everywhere else, on purpose.
+    return Failed("QM2150_SetAutoIcr failed!\n", result);
   }
   return Checked(QM2150_SetIcr(kOff), "QM2150_SetIcr failed!\n");
 }

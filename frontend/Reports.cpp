@@ -1,4 +1,4 @@
-// Several report lines stand at error level although they tell no error: on purpose, the log is filtered by level.
+// Several report lines stand at error level although they tell no error, on purpose.
 #include "frontend/Reports.h"
 
 #include <algorithm>

@@ -3,7 +3,7 @@
 #define ZR4410_FRONTEND_REPORTS_H
 
 extern "C" {
-// Sends the inquiry gbArgv[giArgv1] of category giCategoryCode and prints the reply. 0 or -1.
+// Sends the first giArgv1 bytes of gbArgv as an inquiry of category giCategoryCode and prints the reply. 0 or -1.
 int Inquiry(void);
 
 // Logs report giArgv1: 0 lens, 1 exposure, 2 day/night, 3 enlarged functions, 4 wide dynamic range.

@@ -16,6 +16,7 @@ from device import ERROR, INFO, all_queues, ftok
     ("-m 12 1", ""),
     ("-i 04 00", "Inquiry Packet: 90 50 02 ff\n"),
     ("-i 04 2472", "Inquiry Packet: 90 50 00 06 ff\n"),
+    ("-i 7E 7E00", "Inquiry Packet: 90 50 00 00 00 00 0d 00 08 00 00 00 00 05 00 ff\n"),
     ("-y 0", "(13): \n00 00 00 00 0D 00 08 00 00 00 00 05 00 \n"),
     ("-y 1", "(13): \n0C 08 0B 04 00 08 00 00 06 0E 01 11 07 \n"),
     ("-y 2", "(13): \n01 00 00 00 00 00 01 02 03 04 00 00 00 \n"),
@@ -56,6 +57,13 @@ def test_a_setting_shows_in_the_report(simulator, tool):
     assert (INFO, before) in tool("-y", "1").action()
     assert tool("-c", "3903").action() == [(INFO, "Send Command OK!\n")]
     assert (INFO, after) in tool("-y", "1").action()
+
+
+def test_a_raw_command_switches_the_power(simulator, tool):
+    simulator("--fast", "--wake-up", "0")
+    for data, state in [("0003", "03"), ("0002", "02")]:
+        assert tool("-c", data).action() == [(INFO, "Send Command OK!\n")]
+        assert tool("-i", "04", "00").output == f"Inquiry Packet: 90 50 {state} ff\n"
 
 
 def test_an_unknown_inquiry_is_a_syntax_error(simulator, tool):

@@ -459,6 +459,29 @@ TEST_F(SensorModeChange, TenFailedAttemptsEndItWithTheLastResult) {
   }
 }
 
+TEST_F(SensorModeChange, TenFailedAttemptsSayTheFrequency) {
+  Mode(0x08);
+  Acknowledge();
+  Mode(0x06);
+  Acknowledge();
+  Acknowledge();
+  for (int i = 1; i <= 10; ++i) {
+    Broken();
+  }
+  EXPECT_EQ(SnrQM2150_SetSnrMode(60), -1);
+  EXPECT_THAT(StoryOf(os), testing::Contains("error: [init] 60 Hz SnrQM2150_SetSnrMode = 0x00 failed!\n"));
+}
+
+// The machine has run for 50 days: 32 bits of milliseconds are used up. And the clock leaps on in the middle.
+TEST_F(SensorModeChange, TheTimeIsCountedIn64Bits) {
+  os.SetClock(4'320'000'000'000'000);
+  PowerCycle();
+  Mode(0x08);
+  os.On("sleep", 4, [this] { os.SetClock(7'320'003'350'000'000); });  // 3,000,000 s later than it was
+  EXPECT_EQ(SnrQM2150_SetSnrMode(50), 0);
+  EXPECT_THAT(StoryOf(os), testing::Contains("info: [init] Set SnrMode Time = 3000009300 (ms)\n"));
+}
+
 TEST_F(SensorModeChange, TenOtherModesEndItWithoutALine) {
   Story story = powerCycle;
   PowerCycle();
