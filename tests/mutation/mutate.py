@@ -57,7 +57,8 @@ class Mutant:
         self.file, self.operator, self.change = file, operator, change
         self.at, self.end, self.replacement = at, end, replacement
         self.line = source.count("\n", 0, at) + 1
-        self.source_line = source.splitlines()[self.line - 1].strip()
+        lines = [line.strip() for line in source.splitlines()[: self.line]]
+        self.source_line, self.lines = lines[-1], lines
         self.outcome = self.killer = None
 
     def __str__(self):
@@ -260,7 +261,7 @@ class Bench:
         for name in ["CMakeLists.txt", "CMakePresets.json"]:
             shutil.copy(root / name, self.source)
         self.run("cmake", "-S", self.source, "-B", self.build, "-G", "Ninja", "-DZR4410_SIMULATOR=OFF",
-                 "-DCMAKE_BUILD_TYPE=", "-DCMAKE_CXX_FLAGS=-O0 -w", "-DCMAKE_SKIP_RPATH=ON")
+                 "-DCMAKE_BUILD_TYPE=", "-DCMAKE_CXX_FLAGS=-O0 -Werror=return-type", "-DCMAKE_SKIP_RPATH=ON")
         self.run("cmake", "--build", self.build, "--target", "mutation_tests")
         self.library = next(self.build.rglob("libmutated.so"))
         self.tests = self.build / "bin" / "mutation_tests"
@@ -381,19 +382,23 @@ class Worker:
 
 
 def read_equivalents(path):
-    """Pairs of (file, source line) and change: the reason. Told apart by text, not by line number."""
-    reasons, key, changes = {}, None, []
+    """(file, lines of the source, change) of each. Told by text, not by line number, so that they last."""
+    found, file, lines, changes = [], "", [], []
     for line in path.read_text().splitlines() if path.exists() else []:
-        if line.startswith("#") or not line.strip():
-            key, changes = None, []
-        elif not line.startswith(" "):
-            key = tuple(part.strip() for part in line.split("|", 1))
+        if line.startswith("#"):
+            continue
+        if not line.startswith(" "):
+            file, lines, changes = line.strip(), [], []
+        elif line.startswith("  > "):
+            lines.append(line[4:].strip())
         elif line.startswith("  - "):
-            changes.append(line[4:].strip())
-        else:
-            for change in changes:
-                reasons[(*key, change)] = (reasons.get((*key, change), "") + " " + line.strip()).strip()
-    return reasons
+            found.append((file, lines, line[4:].strip()))
+    return found
+
+
+def is_equivalent(mutant, equivalents):
+    return any(mutant.file == file and mutant.change == change and mutant.lines[-len(lines) :] == lines
+               for file, lines, change in equivalents)
 
 
 def main():
@@ -429,7 +434,7 @@ def main():
 
     equivalents = read_equivalents(root / "tests" / "mutation" / "equivalent.txt")
     for mutant in mutants:
-        if (mutant.file, mutant.source_line, mutant.change) in equivalents:
+        if is_equivalent(mutant, equivalents):
             mutant.outcome = "equivalent"
     todo = collections.deque(m for m in mutants if m.outcome is None)
     print(f"{len(mutants)} mutants, {bench.count} tests of {bench.seconds:.0f} s", flush=True)

@@ -49,8 +49,10 @@ Ended RunProgram(std::vector<std::string> arguments) {
   optind = 0;  // starts getopt_long anew
   sigset_t before;
   pthread_sigmask(SIG_BLOCK, nullptr, &before);
-  Ended ended{testZR4410_main(static_cast<int>(arguments.size()), argv.data()), ""};
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);  // a program that ends leaves its signals held back
+  Ended ended{testZR4410_main(static_cast<int>(arguments.size()), argv.data()), "", false};
+  sigset_t after;
+  pthread_sigmask(SIG_SETMASK, &before, &after);  // a program that ends leaves its signals held back
+  ended.signalsHeld = sigismember(&after, SIGTERM) == 1;
   fclose(stderr);
   stderr = realErrors;
   ended.errors.assign(text, size);

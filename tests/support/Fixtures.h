@@ -33,6 +33,7 @@ void ResetProduct();
 struct Ended {
   int status;          // what main returned: the exit status, but for -1, which the system makes 255
   std::string errors;  // standard error
+  bool signalsHeld;    // whether SIGTERM could not be caught any more
 };
 Ended RunProgram(std::vector<std::string> arguments);
 

@@ -14,6 +14,14 @@ using testing::Each;
 
 class Opening : public Machine {};
 
+// As they are when a program starts, before any test.
+const int32_t kTxAtStart = giMsgIdTx, kRxAtStart = giMsgIdRx;
+
+TEST_F(Opening, NoQueueIsOpenWhenTheProgramStarts) {
+  EXPECT_EQ(kTxAtStart, -1);
+  EXPECT_EQ(kRxAtStart, -1);
+}
+
 TEST_F(Opening, MakesBothKeysThenBothQueues) {
   EXPECT_EQ(giMsgIdTx, -1);
   EXPECT_EQ(giMsgIdRx, -1);
@@ -256,6 +264,12 @@ TEST_F(Receiving, GivesUpAfterStrictlyMoreThan2000Ms) {
   EXPECT_THAT(BytesOf(message), Each(0x5A));
 }
 
+TEST_F(Receiving, A2001stMillisecondIsTooLate) {
+  os.On("usleep", 7, [this] { os.AdvanceMs(1); });
+  EXPECT_EQ(ZR4410_MsgQ_Receive(&message), -56);
+  EXPECT_EQ(os.ElapsedMs(), 2001);
+}
+
 TEST_F(Receiving, TakesAMessageAtTheLastLook) {
   os.Arrive(Bytes(36, 0xC3), 2050);
   EXPECT_EQ(ZR4410_MsgQ_Receive(&message), 0);
@@ -384,6 +398,16 @@ TEST_F(Receiving, WithoutAStartTimeItGivesUpAtTheFirstEmptyLook) {
   EXPECT_EQ(ZR4410_MsgQ_Receive(&message), -56);
   EXPECT_THAT(os.Timeline(), ElementsAre("log 6 GetMsFromStart failed!\n", "sleep 50000", "receive nothing"));
   EXPECT_EQ(os.Output(), "clock_gettime failed.\n");
+}
+
+TEST_F(Receiving, AMissingStartTimeIs0) {
+  for (const auto& [first, looks] : {std::pair<uint64_t, int>{1950, 2}, {1951, 1}}) {
+    os.Forget();
+    os.SetClock(first * 1000000);
+    os.Fail("clock_gettime", EINVAL);
+    EXPECT_EQ(ZR4410_MsgQ_Receive(&message), -56);
+    EXPECT_EQ(os.Calls("msgrcv"), looks);
+  }
 }
 
 TEST_F(Receiving, ALaterClockFailureKeepsTheLastTimeRead) {

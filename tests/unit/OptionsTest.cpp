@@ -102,6 +102,7 @@ TEST_F(Options, HelpIsUsageWhateverElseIsThere) {
   ExpectUsage({"-h"});
   ExpectUsage({"--help"});
   ExpectUsage({"-h", "1", "2", "3", "4", "5", "6"});
+  ExpectUsage({"--help", "04", "00"});
   ExpectUsage({"-s", "1", "2", "-h"});
   EXPECT_EQ(giOption, 0);
 }

@@ -93,6 +93,11 @@ TEST_F(Program, InstallsTheHandlerForFourSignals) {
   }
 }
 
+TEST_F(Program, NoSignalIsCaughtBehindTheFinishBanner) {
+  EXPECT_TRUE(RunProgram({"-g"}).signalsHeld);
+  EXPECT_FALSE(RunProgram({"-h"}).signalsHeld);
+}
+
 TEST_F(Program, StandardOutputIsLineBuffered) {
   EXPECT_EQ(RunProgram({"-g"}).status, 0);
   EXPECT_TRUE(__flbf(stdout));
@@ -148,6 +153,17 @@ TEST_F(Program, TheParserComplainsBeforeTheUsage) {
     EXPECT_THAT(os.Output(), StartsWith("Usage: testZR4410 [OPTION]\n"));
     EXPECT_EQ(os.Log(), kStart);
     EXPECT_THAT(os.Opened(), IsEmpty());
+  }
+}
+
+TEST_F(Program, NoOtherLetterOrDigitIsAnOption) {
+  const std::string letters = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabdefjklnopqtuvwxz";
+  for (const char letter : letters) {
+    ResetProduct();
+    os.Forget();
+    EXPECT_EQ(RunProgram({std::string{'-', letter}}).errors,
+              std::string("testZR4410: invalid option -- '") + letter + "'\n");
+    EXPECT_EQ(os.Log(), kStart);
   }
 }
 

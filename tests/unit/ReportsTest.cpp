@@ -99,6 +99,14 @@ TEST_P(EachReport, EndsWhenTheCameraIsSilent) {
   EXPECT_EQ(os.Output(), "");
 }
 
+TEST_P(EachReport, EndsOnTheReplyToAnotherRequest) {
+  os.Reply(GetParam().replies[0]).Id(0x7F);
+  EXPECT_EQ(Report(GetParam().number), -1);
+  EXPECT_EQ(os.Log(), std::vector<LogLine>({Err("SeqID failed!"), Err("QM2150_CheckZR4410Packet failed!"),
+                                            Err("QM2150_ProcessVisca failed!"), Err("QM2150_Inquiry fail!\n")}) +
+                          BlockFailed(GetParam().number));
+}
+
 TEST_P(EachReport, EndsOnAnErrorReply) {
   os.Reply({0x90, 0x60, 0x41, 0xFF});
   EXPECT_EQ(Report(GetParam().number), -59);
@@ -506,6 +514,22 @@ TEST_F(ExposureReport, EndsWhenTheHighSensitivityIsNotAnswered) {
   EXPECT_THAT(LinesAfter(kFields), ElementsAre(Err("ZR4410_MsgQ_Receive timeout!"), Err("QM2150_ProcessVisca failed!"),
                                                Err("QM2150_Inquiry fail!\n"), Err("QM2150_GetCameraControl failed!\n"),
                                                Err("GetCameraControlInquiry failed!\n")));
+  EXPECT_EQ(os.Requests().size(), 3U);
+}
+
+TEST_F(ExposureReport, EndsWhenTheSecondOrThirdReplyIsToAnotherRequest) {
+  os.Reply(Completed(kCameraData));
+  os.Reply(kSnrMode50Hz).Id(0x7F);
+  EXPECT_EQ(Report(1), -1);
+  EXPECT_EQ(os.Log().back(), Err("GetCameraControlInquiry failed!\n"));
+  EXPECT_EQ(os.Requests().size(), 2U);
+
+  os.Forget();
+  os.Reply(Completed(kCameraData));
+  os.Reply(kSnrMode50Hz);
+  os.Reply(kHighSensitivityOn).Id(0x7F);
+  EXPECT_EQ(Report(1), -1);
+  EXPECT_EQ(os.Log().back(), Err("GetCameraControlInquiry failed!\n"));
   EXPECT_EQ(os.Requests().size(), 3U);
 }
 
