@@ -146,6 +146,12 @@ def find_mutants(file, source):
             inside = code[start + 1 : closing(code, start)]
             negate(source, inside, add, text)
     found += removed_statements(file, source, code)
+    seen = collections.Counter()
+    for mutant in found:  # the second such change of a line is "... (no. 2)"
+        place = (mutant.line, mutant.change)
+        seen[place] += 1
+        if seen[place] > 1:
+            mutant.change += f" (no. {seen[place]})"
     return found
 
 

@@ -61,6 +61,19 @@ TEST_F(Settings, QuotesAreDropped) {
   EXPECT_EQ(Value("EXT_DEBUG=7\"8\"\n"), "7\"8\"");
 }
 
+TEST_F(Settings, EveryOtherPrintableCharacterBelongsToTheValue) {
+  for (char c = '!'; c <= '~'; ++c) {
+    if (c != '"') {
+      EXPECT_EQ(Value(std::string("EXT_DEBUG= ") + c + "5\n"), (std::string{c, '5'}));
+    }
+  }
+}
+
+TEST_F(Settings, EmptyLinesAreReadOver) {
+  EXPECT_EQ(Value("\n\nOTHER=1\n\nEXT_DEBUG=5\n"), "5");
+  EXPECT_EQ(Written("\nEXT_DEBUG=5\n\n", "3"), "\nEXT_DEBUG=3\n\n");
+}
+
 TEST_F(Settings, AnEmptyValueIsEmpty) {
   EXPECT_EQ(Value("EXT_DEBUG=\n"), "");
   EXPECT_EQ(Value("EXT_DEBUG="), "");
