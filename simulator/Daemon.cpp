@@ -138,7 +138,7 @@ void Daemon::Flush(Time now) {
       Reopen();
       sent = replies_.Send(message);
     }
-    if (!sent && errno == EAGAIN) {
+    if (!sent && errno == EAGAIN && out->exchange != 0) {  // what nobody asked for is not worth waiting for
       stuck_ = std::move(out);
       retry_at_ = now + kRetry;
       return;

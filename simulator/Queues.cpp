@@ -12,7 +12,7 @@
 namespace sim {
 namespace {
 
-constexpr std::size_t kMaxBody = 8192;  // the kernel's own default limit
+constexpr std::size_t kMaxBody = 8192;  // the kernel's own default limit; where it was raised, the rest is cut off
 
 // The kernel's message: a native long, 64 bits on most hosts, then the body.
 struct KernelMessage {
@@ -55,7 +55,7 @@ bool Queue::Open(const std::string& path, int project) {
 
 std::optional<QueueMessage> Queue::Receive() {
   static thread_local KernelMessage message;
-  const ssize_t size = msgrcv(id_, &message, kMaxBody, 0, 0);
+  const ssize_t size = msgrcv(id_, &message, kMaxBody, 0, MSG_NOERROR);
   if (size < 0) {
     return std::nullopt;
   }

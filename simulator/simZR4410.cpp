@@ -137,7 +137,7 @@ int Run(const Options& options, const sim::Setup& setup) {
                        }
                      });
   if (std::string error; !daemon.Open(error)) {
-    return Fail(error);
+    return Fail(error + " (--key-path takes another file)");
   }
   if (serial != nullptr) {
     daemon.Watch(*serial);
@@ -145,7 +145,8 @@ int Run(const Options& options, const sim::Setup& setup) {
   if (terminal) {
     const std::string name = terminal->Open(options.visca_link);
     if (name.empty()) {
-      return Fail(std::string("no pseudo-terminal: ") + std::strerror(errno));
+      return Fail("no pseudo-terminal" + (options.visca_link.empty() ? "" : " on " + options.visca_link) + ": " +
+                  std::strerror(errno));
     }
     std::printf("simZR4410: VISCA on %s\n", name.c_str());
     daemon.Watch(*terminal);

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstring>
 #include <fstream>
@@ -30,8 +31,10 @@ class RunningDaemon {
  public:
   explicit RunningDaemon(const sim::Setup& setup = {.fast = true}, bool remove = true)
       : device_(setup),
-        daemon_(device_, {.key_path = queues_.path(), .remove_queues = remove},
-                [this](const sim::Event& e) { events_ += e.direction == sim::Direction::Request ? 'q' : 'r'; }) {}
+        daemon_(device_, {.key_path = queues_.path(), .remove_queues = remove}, [this](const sim::Event& e) {
+          events_ += e.direction == sim::Direction::Request ? 'q' : 'r';
+          not_sent_ += e.note.starts_with("not sent") ? 1 : 0;
+        }) {}
   void Start() {
     std::string error;
     ASSERT_TRUE(daemon_.Open(error)) << error;
@@ -48,6 +51,7 @@ class RunningDaemon {
 
   TestQueues queues_;
   std::string events_;
+  std::atomic<int> not_sent_ = 0;
   sim::Device device_;
   sim::Daemon daemon_;
   std::thread thread_;
@@ -197,6 +201,15 @@ TEST_F(Daemon, WaitsUntilSomebodyReadsAFullQueue) {
     ASSERT_EQ(reply->body[2], i & 0xFF);
   }
   asker.join();
+}
+
+TEST_F(Daemon, DropsReportsThatNobodyReads) {
+  RunningDaemon run(sim::Setup{.fast = true, .report_every = 1_ms});
+  run.Start();
+  run.queues_.Send(9, Body("AA AA 01 06 AA 11 01 01 43 55"));
+  ASSERT_TRUE(Eventually([&run] { return run.not_sent_ > 20; }));
+  run.Stop();
+  EXPECT_EQ(run.device_.Waiting(), 0U);
 }
 
 std::size_t OpenFiles() {
@@ -384,7 +397,9 @@ TEST_F(Program, DoesNotStartWithAWrongScenario) {
 TEST_F(Program, DoesNotStartWithoutAKeyPath) {
   Running program({"--key-path", "/no/such/file"});
   EXPECT_EQ(program.End(), 1);
-  EXPECT_EQ(program.output(), "simZR4410: no message queues on /no/such/file: No such file or directory\n");
+  EXPECT_EQ(
+      program.output(),
+      "simZR4410: no message queues on /no/such/file: No such file or directory (--key-path takes another file)\n");
 }
 
 TEST_F(Program, RefusesAWrongFault) {
