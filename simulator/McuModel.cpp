@@ -33,8 +33,8 @@ Bytes McuModel::Handle(std::uint8_t id, ByteView data, Time now) {
       state_[v.field->var] = v.value;
     }
   }
-  if (id == 0x12) {
-    pan_rate_ = tilt_rate_ = 0;  // a position ends whatever movement there was
+  if (id == kSetPtz || row->act == Act::LoadDefault) {  // both end whatever movement there was
+    Turn(0, 0, now);
   }
   if (row->act == Act::Pelco) {
     Pelco(now);
@@ -59,8 +59,13 @@ void McuModel::Pelco(Time now) {
     return ((bits & plus) != 0 ? 1 : 0) - ((bits & minus) != 0 ? 1 : 0);
   };
   const auto speed = [this](Var var) { return std::min<std::int64_t>(state_[var], kTopSpeed); };
-  pan_rate_ = direction(0x02, 0x04) * speed(Var::pelco_3) * state_[Var::max_speed] * kPanTurn / 360 / kTopSpeed;
-  tilt_rate_ = direction(0x08, 0x10) * speed(Var::pelco_4) * 10;
+  Turn(direction(0x02, 0x04) * speed(Var::pelco_3) * state_[Var::max_speed] * kPanTurn / 360 / kTopSpeed,
+       direction(0x08, 0x10) * speed(Var::pelco_4) * 10, now);
+}
+
+void McuModel::Turn(std::int64_t pan_rate, std::int64_t tilt_rate, Time now) {
+  pan_rate_ = pan_rate;
+  tilt_rate_ = tilt_rate;
   pan_from_ = state_[Var::pan];
   tilt_from_ = state_[Var::tilt];
   since_ = now;
@@ -74,8 +79,13 @@ void McuModel::MoveTo(Time now) {
     state_[Var::pan] = static_cast<std::uint32_t>(pan < 0 ? pan + kPanTurn : pan);
   }
   if (tilt_rate_ != 0) {
+    const std::int64_t end = tilt_rate_ < 0 ? 0 : std::max(tilt_from_, kTiltEnd);
     const std::int64_t tilt = tilt_from_ + tilt_rate_ * passed / kSecond;
-    state_[Var::tilt] = static_cast<std::uint32_t>(std::clamp<std::int64_t>(tilt, 0, std::max(tilt_from_, kTiltEnd)));
+    const bool there = tilt_rate_ < 0 ? tilt <= end : tilt >= end;
+    state_[Var::tilt] = static_cast<std::uint32_t>(there ? end : tilt);
+    if (there) {
+      Turn(pan_rate_, 0, now);
+    }
   }
 }
 

@@ -19,6 +19,7 @@ class McuModel {
  private:
   void MoveTo(Time now);
   void Pelco(Time now);
+  void Turn(std::int64_t pan_rate, std::int64_t tilt_rate, Time now);
 
   State& state_;
   const State start_;
@@ -28,6 +29,7 @@ class McuModel {
 };
 
 constexpr std::uint8_t kGetPtz = 0x11;
+constexpr std::uint8_t kSetPtz = 0x12;
 constexpr std::uint8_t kGetMotorState = 0x14;
 
 }  // namespace sim

@@ -105,6 +105,28 @@ TEST_F(Mcu, TurnsWithPelcoDUntilItIsToldToStop) {
   EXPECT_EQ(Say(0x11, "00"), "00 00 7D 00 01 2C 00 00");
 }
 
+TEST_F(Mcu, StandsStillAtAPositionThatWasSet) {
+  Say(0x01, "00 02 3F 00");
+  EXPECT_EQ(Say(0x14, "00"), "01");
+  Say(0x12, "00 00 00 00 00 64 00 00");
+  EXPECT_EQ(Say(0x14, "00"), "00");
+  now_ += 1_s;
+  EXPECT_EQ(Say(0x11, "00"), "00 00 00 00 00 64 00 00");
+}
+
+TEST_F(Mcu, StopsAtTheEndsOfTheTilt) {
+  Say(0x12, "00 00 00 00 00 64 00 00");
+  Say(0x01, "00 10 00 3F");  // down
+  EXPECT_EQ(Say(0x14, "00"), "01");
+  now_ += 1_s;
+  EXPECT_EQ(Say(0x11, "00"), "00 00 00 00 00 00 00 00");
+  EXPECT_EQ(Say(0x14, "00"), "00");
+  Say(0x01, "00 08 00 3F");  // up
+  now_ += 10_s;
+  EXPECT_EQ(Say(0x11, "00"), "00 00 00 00 03 98 00 00");
+  EXPECT_EQ(Say(0x14, "00"), "00");
+}
+
 TEST_F(Mcu, LoadsItsDefaults) {
   Say(0x03, "00 1E");
   Say(0x13, "01");
@@ -112,6 +134,11 @@ TEST_F(Mcu, LoadsItsDefaults) {
   EXPECT_EQ(Say(0x0D, ""), "10");
   EXPECT_EQ(state_[sim::Var::max_speed], 300U);
   EXPECT_EQ(state_[sim::Var::alarm_out], 0U);
+  Say(0x12, "00 00 00 00 00 64 00 00");
+  Say(0x01, "00 02 3F 00");
+  Say(0x0D, "");
+  now_ += 1_s;
+  EXPECT_EQ(Say(0x11, "00"), "00 00 00 00 00 64 00 00") << "and stands still";
 }
 
 }  // namespace
