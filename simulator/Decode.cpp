@@ -22,9 +22,25 @@ std::size_t Decode(std::istream& in, std::ostream& out, bool colour) {
   Direction direction = Direction::Request;
   std::size_t whole = 0;
   Bytes bytes;
+  // Of a dump that was cut the frame may still be whole.
+  const auto print = [&] {
+    const bool cut = bytes.size() < whole;
+    Event event{.time = -1, .direction = direction, .type = 0, .exchange = 0, .body = {}, .note = cut ? "cut" : ""};
+    if (at == Dump && bytes.size() > kTypeWord) {
+      std::memcpy(&event.type, bytes.data(), kTypeWord);
+      event.body.assign(bytes.begin() + kTypeWord, bytes.end());
+      event.body.resize(kBodySize, 0);  // the sent dump leaves out the last four, which no frame reaches
+      if (!cut || DecodeRelay(event.body).flaw == Flaw::None) {
+        out << dissector.Line(event, colour) << '\n';
+        ++messages;
+      }
+    }
+    at = Looking;
+  };
   for (std::string line; std::getline(in, line);) {
     const bool sent = line.find("client msgsnd:") != std::string::npos;
     if (sent || line.find("client msgrcv:") != std::string::npos) {
+      print();
       at = Heading;
       direction = sent ? Direction::Request : Direction::Reply;
       whole = sent ? kSentDump : kReceivedDump;
@@ -43,22 +59,17 @@ std::size_t Decode(std::istream& in, std::ostream& out, bool colour) {
     std::istringstream words{std::string(rest)};
     for (std::string word; words >> word && bytes.size() < whole;) {
       const auto byte = word.size() == 2 ? FromHex(word) : std::nullopt;
-      if (!byte) {  // the dump was cut
-        at = Looking;
+      if (!byte) {
+        print();
         break;
       }
       bytes.push_back(byte->front());
     }
     if (at == Dump && bytes.size() == whole) {
-      Event event{.time = -1, .direction = direction, .type = 0, .exchange = 0, .body = {}, .note = ""};
-      std::memcpy(&event.type, bytes.data(), kTypeWord);
-      event.body.assign(bytes.begin() + kTypeWord, bytes.end());
-      event.body.resize(kBodySize, 0);  // the sent dump leaves out the last four, which no frame reaches
-      out << dissector.Line(event, colour) << '\n';
-      ++messages;
-      at = Looking;
+      print();
     }
   }
+  print();
   return messages;
 }
 

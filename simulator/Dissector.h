@@ -24,7 +24,7 @@ class Dissector {
  public:
   // "CAM_AE manual", "Get PTZ → pan 64000, tilt 300, zoom 16"
   std::string Meaning(Direction direction, ByteView body);
-  // "   12.345 reply   #1   AA 90 01 21 A4 55   Get Version → 33"
+  // "   12.345 reply   #1   AA 90 01 21 A4 55   Get Version → 0x21"
   std::string Line(const Event& event, bool colour);
 
  private:

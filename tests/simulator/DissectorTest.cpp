@@ -110,6 +110,15 @@ TEST(Decode, PassesOverWhatIsNoDump) {
   EXPECT_EQ(Decoded("[testZR4410] client msgsnd:\n(36): \n4D 00 XX\n"), "");
 }
 
+TEST(Decode, ReadsWhatACutDumpStillHolds) {
+  const std::string reply = "[testZR4410] client msgrcv:\n(40): \n4D 00 00 00 AA AA 01 06 AA 90 01 21 A4 55 00 00 \n";
+  const std::string line = "reply   #1   AA 90 01 21 A4 55                 Get Version → 0x21  [cut]\n";
+  EXPECT_EQ(Decoded(reply), line);
+  EXPECT_EQ(Decoded(reply + "Terminated\n"), line);
+  EXPECT_EQ(Decoded(reply + reply), line + line);
+  EXPECT_EQ(Decoded(reply.substr(0, reply.find("A4"))), "");
+}
+
 TEST(Decode, ReadsOnAfterADumpThatWasCut) {
   const std::string dump = kDump;
   for (std::size_t cut = 0; cut < dump.size(); ++cut) {
