@@ -15,12 +15,9 @@ constexpr std::uint32_t kOrdinarySpeed = 5;
 
 constexpr std::uint8_t kLastSensorMode = 0x12;
 
-}  // namespace
+constexpr std::uint8_t k50HzModes[] = {0x04, 0x05, 0x08, 0x0C, 0x0D, 0x11, 0x12};
 
-bool Is50Hz(std::uint8_t mode) {
-  static constexpr std::uint8_t kModes[] = {0x04, 0x05, 0x08, 0x0C, 0x0D, 0x11, 0x12};
-  return std::find(std::begin(kModes), std::end(kModes), mode) != std::end(kModes);
-}
+}  // namespace
 
 std::uint8_t ViscaError(ByteView packet) {
   return packet.size() == 4 && (packet[1] & 0xF0) == 0x60 ? packet[2] : std::uint8_t{0};
@@ -51,6 +48,10 @@ void CameraModel::SetSupply(bool on, Time now) {
   awake_at_ = now + options_.wake_up;
   announced_ = false;
   address_ = 1;
+}
+
+bool CameraModel::Shows50Hz() const {
+  return std::ranges::find(k50HzModes, video_mode_) != std::end(k50HzModes);
 }
 
 void CameraModel::Forget() {
@@ -103,7 +104,7 @@ std::vector<Bytes> CameraModel::Handle(ByteView packet, Time now) {
   if (packet[1] == 0x01) {
     return Command(data, now);
   }
-  return packet[1] == 0x09 ? Inquiry(data, now) : std::vector<Bytes>{Error(0, kErrSyntax)};
+  return packet[1] == 0x09 ? Inquiry(data) : std::vector<Bytes>{Error(0, kErrSyntax)};
 }
 
 std::vector<Bytes> CameraModel::Command(ByteView data, Time now) {
@@ -138,7 +139,7 @@ std::vector<Bytes> CameraModel::Command(ByteView data, Time now) {
   return {acknowledged, Reply({static_cast<std::uint8_t>(0x50 + number)})};
 }
 
-std::vector<Bytes> CameraModel::Inquiry(ByteView data, Time now) {
+std::vector<Bytes> CameraModel::Inquiry(ByteView data) {
   const auto found = FindInquiry(data);
   if (!found) {
     return {Error(0, kErrSyntax)};
@@ -153,8 +154,7 @@ std::vector<Bytes> CameraModel::Inquiry(ByteView data, Time now) {
   }
   state_[Var::zoom_moving] = zoom_.rate != 0;
   state_[Var::focus_moving] = focus_.rate != 0;
-  state_[Var::field_50hz] = Is50Hz(video_mode_);
-  (void)now;
+  state_[Var::field_50hz] = Shows50Hz();
   Bytes packet = Reply({0x50});
   const Bytes values = Fill(found->row->reply, found->row->fields, state_);
   packet.insert(packet.end() - 1, values.begin(), values.end());
@@ -230,6 +230,7 @@ Time CameraModel::Perform(const Row& row, const Values& values, Socket& socket, 
     case Act::MoveZoom:
     case Act::MoveFocus: {
       Axis& axis = row.act == Act::MoveZoom ? zoom_ : focus_;
+      SettleZoom();
       // "2s" and "3s" carry a speed, "0m" a direction; far lowers the focus position as wide lowers the zoom's.
       const bool speed = values.front().field->var == Var::speed;
       const bool up = speed ? row.name.ends_with("Tele") || row.name.ends_with("Far") : first() == 2;
@@ -268,6 +269,7 @@ Time CameraModel::Perform(const Row& row, const Values& values, Socket& socket, 
     case Act::MemoryRecall: {
       const State& stored = memories_[first()] ? *memories_[first()] : start_;
       std::copy_n(stored.values.begin(), static_cast<std::size_t>(kFirstKept), state_.values.begin());
+      SettleZoom();
       break;
     }
     case Act::Nothing:
@@ -317,9 +319,9 @@ void CameraModel::MoveTo(Time now) {
     if (there) {
       axis->rate = 0;
     }
-  }
-  if (zoom_.since != 0) {
-    SettleZoom();
+    if (axis == &zoom_) {
+      SettleZoom();
+    }
   }
 }
 

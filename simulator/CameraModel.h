@@ -22,6 +22,7 @@ class CameraModel {
 
   void SetSupply(bool on, Time now);
   bool Awake(Time now) const { return supply_ && now >= awake_at_; }
+  bool Shows50Hz() const;  // else 60 Hz
 
   // Answers at once: a reply, or an acknowledgement that a completion follows, or an error. Nothing when the camera
   // is not awake or not addressed.
@@ -46,7 +47,7 @@ class CameraModel {
   Bytes Reply(std::initializer_list<std::uint8_t> bytes) const;
   Bytes Error(int socket, std::uint8_t code) const;
   std::vector<Bytes> Command(ByteView data, Time now);
-  std::vector<Bytes> Inquiry(ByteView data, Time now);
+  std::vector<Bytes> Inquiry(ByteView data);
   std::vector<Bytes> Cancel(int socket, Time now);
   bool Executable(Needs needs) const;
   // Carries the command out; how long it takes.
@@ -71,8 +72,6 @@ class CameraModel {
   Axis focus_{.var = Var::focus_pos, .least = 0x1000, .greatest = 0xF000};
 };
 
-// Whether a sensor mode belongs to the 50 Hz family.
-bool Is50Hz(std::uint8_t mode);
 // The VISCA error code in a camera's answer; 0 when it is no error.
 std::uint8_t ViscaError(ByteView packet);
 

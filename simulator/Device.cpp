@@ -6,12 +6,6 @@
 namespace sim {
 namespace {
 
-// The signal notice: four bytes that are no VISCA packet; nobody waits for an answer.
-bool IsNotice(const Frame& frame) {
-  return frame.code == kCameraCode && frame.data.size() == 4 && frame.data[1] == 0x22 && frame.data[2] == 0x33 &&
-         frame.data[3] == 0x44;
-}
-
 constexpr std::size_t kMostSaid = 16;
 
 std::uint8_t ReplyCode(std::uint8_t code) {
@@ -116,7 +110,7 @@ Time Device::OnTheWire(std::size_t bytes) const {
 }
 
 Time Device::Field() const {
-  return kSecond / (Is50Hz(state_.registers[kSensorModeRegister]) ? 50 : 60);
+  return kSecond / (camera_.Shows50Hz() ? 50 : 60);
 }
 
 // One exchange holds the line from its first byte to its last. The camera takes one command a field and answers at the

@@ -96,7 +96,7 @@ std::string Dissector::Meaning(Direction direction, ByteView body) {
     Asked asked;
     if (frame.code != kCameraCode) {
       asked.text = McuRequestText(frame, asked.row);
-    } else if (frame.data.size() == 4 && frame.data[1] == 0x22 && frame.data[2] == 0x33) {
+    } else if (IsNotice(frame)) {
       asked.text = "notice " + std::to_string(frame.data[0]);
     } else {
       asked.text = ViscaRequestText(frame.data, &asked.row);

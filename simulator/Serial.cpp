@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <libserialport.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -60,6 +61,10 @@ std::string ViscaTerminal::Open(const std::string& link) {
     return "";
   }
   if (!link.empty()) {
+    struct stat old {};
+    if (lstat(link.c_str(), &old) == 0 && S_ISLNK(old.st_mode)) {
+      unlink(link.c_str());  // left behind by one that was killed
+    }
     if (symlink(name, link.c_str()) != 0) {
       return "";
     }
@@ -176,6 +181,9 @@ std::string SerialRelay::Request(std::int32_t type, ByteView body, Time now) {
   const Relay relay = DecodeRelay(body);
   if (relay.flaw != Flaw::None) {
     return std::string(FlawText(relay.flaw)) + ", dropped";
+  }
+  if (IsNotice(relay.frame)) {  // for the daemon; on the line it would hold up what comes next
+    return "";
   }
   if (asked_.size() >= kMostAsked) {
     return "too many requests, dropped";

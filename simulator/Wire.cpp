@@ -36,6 +36,11 @@ Bytes Frame::Encode() const {
   return bytes;
 }
 
+bool IsNotice(const Frame& frame) {
+  return frame.code == kCameraCode && frame.data.size() == 4 && frame.data[1] == 0x22 && frame.data[2] == 0x33 &&
+         frame.data[3] == 0x44;
+}
+
 std::string_view FlawText(Flaw flaw) {
   switch (flaw) {
     case Flaw::None:

@@ -28,6 +28,9 @@ struct Frame {
 // Sums to zero with the bytes before it.
 std::uint8_t Checksum(ByteView bytes);
 
+// The tool's signal notice: four bytes that are no VISCA packet, meant for the daemon; nobody waits for an answer.
+bool IsNotice(const Frame& frame);
+
 enum class Flaw : std::uint8_t { None, Size, Header, FrameLength, Start, Length, Checksum, Stop };
 std::string_view FlawText(Flaw flaw);
 

@@ -274,6 +274,12 @@ TEST_F(Camera, ZoomsAsLongAsItIsTold) {
   EXPECT_EQ(Say("81 09 04 47 FF"), "90 50 00 00 00 00 FF");
 }
 
+TEST_F(Camera, StopsAtTheOpticalEnd) {
+  EXPECT_EQ(Say("81 01 04 07 27 FF"), kDone);
+  now_ += 3_s;  // 5600 positions a second: at the optical end
+  EXPECT_EQ(Block(0), "90 50 04 00 00 00 0D 00 08 00 00 00 00 05 00 FF");
+}
+
 TEST_F(Camera, ZoomsDigitallyBeyondTheOpticalEnd) {
   Say("81 01 04 47 07 00 00 00 FF");
   now_ += 10_s;

@@ -113,6 +113,21 @@ TEST_F(ViscaTerminal, AnnouncesTheCamerasReturn) {
   EXPECT_EQ(line_->Read(3), "90 38 FF");
 }
 
+TEST_F(ViscaTerminal, TakesOverTheLinkOfOneThatWasKilledButNoFile) {
+  const std::string link = queues_.path() + ".link";
+  ASSERT_EQ(symlink("/dev/pts/no-such", link.c_str()), 0);
+  {
+    sim::ViscaTerminal next(device_, true, [](const std::string&) {});
+    const std::string name = next.Open(link);
+    char target[128] = "";
+    EXPECT_EQ(readlink(link.c_str(), target, sizeof target - 1), static_cast<ssize_t>(name.size()));
+    EXPECT_EQ(target, name);
+  }
+  EXPECT_NE(access(queues_.path().c_str(), F_OK), -1);
+  sim::ViscaTerminal wrong(device_, true, [](const std::string&) {});
+  EXPECT_EQ(wrong.Open(queues_.path()), "");
+}
+
 TEST_F(ViscaTerminal, OutlivesItsUser) {
   line_.reset();
   line_.emplace(open(name_.c_str(), O_RDWR | O_NOCTTY));
@@ -222,6 +237,15 @@ TEST_F(SerialRelay, LetsNoDamagedRequestOntoTheLine) {
   queues_.Send(5, Packet(7, 0xAA));
   queues_.Send(5, Body("AA AA 07 06 AA 0C 01 01 48 55"));
   EXPECT_EQ(hardware_->Read(6), "AA 0C 01 01 48 55");
+}
+
+TEST_F(SerialRelay, KeepsTheToolsNoticeOffTheLine) {
+  ASSERT_NO_FATAL_FAILURE(Start(kVisca));
+  queues_.Send(5, Body("AA AA 00 09 AA 02 04 01 22 33 44 B6 55"));
+  queues_.Send(5, Body("AA AA 05 0B AA 02 06 81 09 04 24 72 FF 2B 55"));
+  EXPECT_EQ(hardware_->Read(6), "81 09 04 24 72 FF");
+  hardware_->Write("90 50 00 06 FF");
+  EXPECT_EQ(Reply(), "AA AA 05 0A AA 82 05 90 50 00 06 FF EA 55");
 }
 
 TEST_F(SerialRelay, GivesUpWaitingBeforeTheToolDoes) {
