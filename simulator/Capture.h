@@ -50,7 +50,6 @@ class Replay : public Peer {
 
   const bool fast_;
   std::map<Bytes, Known> known_;
-  std::uint32_t exchange_ = 0;
 };
 
 }  // namespace sim

@@ -94,6 +94,7 @@ void Daemon::Receive() {
       const Time now = Now();
       Event event{now, Direction::Request, message->type, 0, message->body, ""};
       event.note = peer_.Request(message->type, message->body, now);
+      event.exchange = peer_.LastExchange();
       sink_(event);
       Flush(now);
       if (NextDue(now)) {

@@ -54,7 +54,6 @@ class Device : public Peer {
   FaultPicker faults_;
   std::vector<Bytes> said_;  // by the camera, for a VISCA line
   std::int32_t type_ = 1;    // of the last requester
-  std::uint32_t exchange_ = 0;
   std::uint8_t sequence_ = 0;
   Time line_free_ = 0;
   Time next_report_ = 0;

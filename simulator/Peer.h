@@ -2,6 +2,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cstdint>
 #include <deque>
 #include <optional>
 #include <string>
@@ -65,9 +66,11 @@ class Peer {
     return due && event ? std::min(*due, *event) : due ? due : event;
   }
   std::size_t Waiting() const { return outbox_.Size(); }
+  std::uint32_t LastExchange() const { return exchange_; }
 
  protected:
   Outbox outbox_;
+  std::uint32_t exchange_ = 0;  // number of the last request, from 1
 };
 
 }  // namespace sim

@@ -96,7 +96,6 @@ class SerialRelay : public Peer, public Watched {
   bool asking_ = false;
   Time give_up_at_ = 0;
   std::int32_t type_ = 1;
-  std::uint32_t exchange_ = 0;
   State mcu_state_;
   McuModel mcu_{mcu_state_};
 };
