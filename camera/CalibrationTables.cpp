@@ -3,9 +3,7 @@
 
 namespace {
 
-constexpr CalibrationEntry At(uint16_t position, int32_t value) {
-  return {value, position, {}};
-}
+constexpr CalibrationEntry At(uint16_t position, int32_t value) { return {value, position, {}}; }
 
 }  // namespace
 

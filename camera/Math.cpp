@@ -25,9 +25,7 @@ int InterpolationY(const InterpolationPoint* p0, const InterpolationPoint* p1, I
 }
 
 // The natural logarithm, on purpose.
-double Gain2dB(double gain) {
-  return 20.0 * std::log(gain);
-}
+double Gain2dB(double gain) { return 20.0 * std::log(gain); }
 
 int Gain2GainLevel(double gain, int32_t* level) {
   if (!(gain >= 1.0 && gain <= 128.5)) {  // refuses what is not a number too
@@ -38,9 +36,7 @@ int Gain2GainLevel(double gain, int32_t* level) {
   return RESULT_OK;
 }
 
-double dB2Gain(double dB) {
-  return std::pow(10.0, dB / 20.0);
-}
+double dB2Gain(double dB) { return std::pow(10.0, dB / 20.0); }
 
 int GainLevel2Gain(uint32_t level, double* gain) {
   if (level > kMaxLevel) {

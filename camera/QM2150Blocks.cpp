@@ -29,21 +29,13 @@ struct Bits {
   bool wholeSecond;  // the second byte counts whole and with its low nibble set: see CameraId
 };
 
-constexpr Bits Masked(uint8_t byte, uint8_t mask) {
-  return {byte, 1, mask, 0, false};
-}
-constexpr Bits Bit(uint8_t byte, uint8_t bit) {
-  return Masked(byte, static_cast<uint8_t>(1 << bit));
-}
-constexpr Bits Nibbles(uint8_t first, uint8_t count, uint8_t shift = 0) {
-  return {first, count, 0x0F, shift, false};
-}
+constexpr Bits Masked(uint8_t byte, uint8_t mask) { return {byte, 1, mask, 0, false}; }
+constexpr Bits Bit(uint8_t byte, uint8_t bit) { return Masked(byte, static_cast<uint8_t>(1 << bit)); }
+constexpr Bits Nibbles(uint8_t first, uint8_t count, uint8_t shift = 0) { return {first, count, 0x0F, shift, false}; }
 
 // Four nibbles, but for the second: its byte is ORed with 0x0F where one expects AND, on purpose. Bits 8..11
 // are always ones, and the byte's high nibble reaches bits 12..15.
-constexpr Bits CameraId(uint8_t first) {
-  return {first, 4, 0x0F, 0, true};
-}
+constexpr Bits CameraId(uint8_t first) { return {first, 4, 0x0F, 0, true}; }
 
 uint16_t Extract(const Bits& bits, const uint8_t* d) {
   unsigned value = 0;

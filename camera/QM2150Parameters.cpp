@@ -13,21 +13,11 @@ namespace {
 
 // --- Where the value stands in the reply's data bytes ---
 
-uint8_t Byte0(const uint8_t* d) {
-  return d[0];
-}
-uint8_t LowNibble0(const uint8_t* d) {
-  return d[0] & 0x0F;
-}
-uint8_t Byte3(const uint8_t* d) {
-  return d[3];
-}
-uint8_t Nibbles2And3(const uint8_t* d) {
-  return static_cast<uint8_t>(d[2] * 16 + d[3]);
-}
-uint16_t Bytes2And3(const uint8_t* d) {
-  return static_cast<uint16_t>(d[2] * 256 + d[3]);
-}
+uint8_t Byte0(const uint8_t* d) { return d[0]; }
+uint8_t LowNibble0(const uint8_t* d) { return d[0] & 0x0F; }
+uint8_t Byte3(const uint8_t* d) { return d[3]; }
+uint8_t Nibbles2And3(const uint8_t* d) { return static_cast<uint8_t>(d[2] * 16 + d[3]); }
+uint16_t Bytes2And3(const uint8_t* d) { return static_cast<uint16_t>(d[2] * 256 + d[3]); }
 
 tWdrParam WdrFields(const uint8_t* d) {
   const auto nibble = [d](int k) { return static_cast<uint8_t>(d[k] & 0x0F); };
@@ -42,21 +32,11 @@ uint32_t Put(uint8_t* d, std::initializer_list<int> bytes) {
   return static_cast<uint32_t>(bytes.size());
 }
 
-uint32_t PutV(uint8_t v, uint8_t* d) {
-  return Put(d, {v});
-}
-uint32_t PutQ(uint8_t v, uint8_t* d) {
-  return Put(d, {v & 0x0F});
-}
-uint32_t Put00PQ(uint8_t v, uint8_t* d) {
-  return Put(d, {0x00, 0x00, v >> 4, v & 0x0F});
-}
-uint32_t Put000V(uint8_t v, uint8_t* d) {
-  return Put(d, {0x00, 0x00, 0x00, v});
-}
-uint32_t Put00VV(uint16_t v, uint8_t* d) {
-  return Put(d, {0x00, 0x00, v >> 8, v & 0xFF});
-}
+uint32_t PutV(uint8_t v, uint8_t* d) { return Put(d, {v}); }
+uint32_t PutQ(uint8_t v, uint8_t* d) { return Put(d, {v & 0x0F}); }
+uint32_t Put00PQ(uint8_t v, uint8_t* d) { return Put(d, {0x00, 0x00, v >> 4, v & 0x0F}); }
+uint32_t Put000V(uint8_t v, uint8_t* d) { return Put(d, {0x00, 0x00, 0x00, v}); }
+uint32_t Put00VV(uint16_t v, uint8_t* d) { return Put(d, {0x00, 0x00, v >> 8, v & 0xFF}); }
 
 uint32_t PutWdr(tWdrParam v, uint8_t* d) {
   return Put(d, {v.parameter1 & 0x0F, v.parameter2 & 0x0F, v.parameter3 & 0x0F, v.parameter4 & 0x0F, v.parameter5 >> 4,
@@ -192,18 +172,14 @@ template <typename T>
 bool Same(T first, T second) {
   return first == second;
 }
-bool Same(tWdrParam first, tWdrParam second) {
-  return QM2150_CompareWdrParams(&first, &second) == 0;
-}
+bool Same(tWdrParam first, tWdrParam second) { return QM2150_CompareWdrParams(&first, &second) == 0; }
 
 // A value as the mismatch texts show it; the text of the parameters shows none.
 template <typename T>
 unsigned Shown(T value) {
   return value;
 }
-unsigned Shown(tWdrParam) {
-  return 0;
-}
+unsigned Shown(tWdrParam) { return 0; }
 
 // The value read back is compared with the value as passed: one that the command does not carry whole is
 // never confirmed, on purpose.
@@ -238,129 +214,45 @@ int QM2150_CompareWdrParams(const tWdrParam* first, const tWdrParam* second) {
   return equal ? RESULT_OK : RESULT_NOT_CONFIRMED;
 }
 
-int QM2150_GetNR(uint8_t* value) {
-  return Get(kNR, value);
-}
-int QM2150_SetNR(uint8_t value) {
-  return Set(kNR, value);
-}
-int QM2150_GetWdrParams(tWdrParam* params) {
-  return Get(kWdrParams, params);
-}
-int QM2150_SetWdrParams(const tWdrParam* params) {
-  return Set(kWdrParams, *params);
-}
-int QM2150_GetWdrMode(uint8_t* value) {
-  return Get(kWdrMode, value);
-}
-int QM2150_SetWdrMode(uint8_t value) {
-  return Set(kWdrMode, value);
-}
-int QM2150_GetBgain(uint8_t* value) {
-  return Get(kBgain, value);
-}
-int QM2150_SetBgain(uint8_t value) {
-  return Set(kBgain, value);
-}
-int QM2150_GetRgain(uint8_t* value) {
-  return Get(kRgain, value);
-}
-int QM2150_SetRgain(uint8_t value) {
-  return Set(kRgain, value);
-}
-int QM2150_GetIrisPos(uint8_t* value) {
-  return Get(kIrisPos, value);
-}
-int QM2150_SetIrisPos(uint8_t value) {
-  return Set(kIrisPos, value);
-}
-int QM2150_GetGainPos(uint8_t* value) {
-  return Get(kGainPos, value);
-}
-int QM2150_SetGainPos(uint8_t value) {
-  return Set(kGainPos, value);
-}
-int QM2150_GetGainLimit(uint8_t* value) {
-  return Get(kGainLimit, value);
-}
-int QM2150_SetGainLimit(uint8_t value) {
-  return Set(kGainLimit, value);
-}
-int QM2150_GetHighSensitivity(uint8_t* value) {
-  return Get(kHighSensitivity, value);
-}
-int QM2150_SetHighSensitivity(uint8_t value) {
-  return Set(kHighSensitivity, value);
-}
-int QM2150_GetExpCompStep(uint8_t* value) {
-  return Get(kExpCompStep, value);
-}
-int QM2150_SetExpCompStep(uint8_t value) {
-  return Set(kExpCompStep, value);
-}
-int QM2150_GetExpComp(uint8_t* value) {
-  return Get(kExpComp, value);
-}
-int QM2150_SetExpComp(uint8_t value) {
-  return Set(kExpComp, value);
-}
-int QM2150_GetPictureFlip(uint8_t* value) {
-  return Get(kPictureFlip, value);
-}
-int QM2150_SetPictureFlip(uint8_t value) {
-  return Set(kPictureFlip, value);
-}
-int QM2150_GetLrReverse(uint8_t* value) {
-  return Get(kLrReverse, value);
-}
-int QM2150_SetLrReverse(uint8_t value) {
-  return Set(kLrReverse, value);
-}
-int QM2150_GetIcr(uint8_t* value) {
-  return Get(kIcr, value);
-}
-int QM2150_SetIcr(uint8_t value) {
-  return Set(kIcr, value);
-}
-int QM2150_GetAutoIcr(uint8_t* value) {
-  return Get(kAutoIcr, value);
-}
-int QM2150_SetAutoIcr(uint8_t value) {
-  return Set(kAutoIcr, value);
-}
-int QM2150_GetColorGain(uint8_t* value) {
-  return Get(kColorGain, value);
-}
-int QM2150_SetColorGain(uint8_t value) {
-  return Set(kColorGain, value);
-}
-int QM2150_GetShutter(uint16_t* value) {
-  return Get(kShutter, value);
-}
-int QM2150_SetShutter(uint16_t value) {
-  return Set(kShutter, value);
-}
-int QM2150_GetAfMode(uint8_t* value) {
-  return Get(kAfMode, value);
-}
-int QM2150_SetAfMode(uint8_t value) {
-  return Set(kAfMode, value);
-}
-int QM2150_GetFocusMode(uint8_t* value) {
-  return Get(kFocusMode, value);
-}
-int QM2150_SetFocusMode(uint8_t value) {
-  return Set(kFocusMode, value);
-}
-int QM2150_GetAeMode(uint8_t* value) {
-  return Get(kAeMode, value);
-}
-int QM2150_SetAeMode(uint8_t value) {
-  return Set(kAeMode, value);
-}
-int QM2150_GetWbMode(uint8_t* value) {
-  return Get(kWbMode, value);
-}
-int QM2150_SetWbMode(uint8_t value) {
-  return Set(kWbMode, value);
-}
+int QM2150_GetNR(uint8_t* value) { return Get(kNR, value); }
+int QM2150_SetNR(uint8_t value) { return Set(kNR, value); }
+int QM2150_GetWdrParams(tWdrParam* params) { return Get(kWdrParams, params); }
+int QM2150_SetWdrParams(const tWdrParam* params) { return Set(kWdrParams, *params); }
+int QM2150_GetWdrMode(uint8_t* value) { return Get(kWdrMode, value); }
+int QM2150_SetWdrMode(uint8_t value) { return Set(kWdrMode, value); }
+int QM2150_GetBgain(uint8_t* value) { return Get(kBgain, value); }
+int QM2150_SetBgain(uint8_t value) { return Set(kBgain, value); }
+int QM2150_GetRgain(uint8_t* value) { return Get(kRgain, value); }
+int QM2150_SetRgain(uint8_t value) { return Set(kRgain, value); }
+int QM2150_GetIrisPos(uint8_t* value) { return Get(kIrisPos, value); }
+int QM2150_SetIrisPos(uint8_t value) { return Set(kIrisPos, value); }
+int QM2150_GetGainPos(uint8_t* value) { return Get(kGainPos, value); }
+int QM2150_SetGainPos(uint8_t value) { return Set(kGainPos, value); }
+int QM2150_GetGainLimit(uint8_t* value) { return Get(kGainLimit, value); }
+int QM2150_SetGainLimit(uint8_t value) { return Set(kGainLimit, value); }
+int QM2150_GetHighSensitivity(uint8_t* value) { return Get(kHighSensitivity, value); }
+int QM2150_SetHighSensitivity(uint8_t value) { return Set(kHighSensitivity, value); }
+int QM2150_GetExpCompStep(uint8_t* value) { return Get(kExpCompStep, value); }
+int QM2150_SetExpCompStep(uint8_t value) { return Set(kExpCompStep, value); }
+int QM2150_GetExpComp(uint8_t* value) { return Get(kExpComp, value); }
+int QM2150_SetExpComp(uint8_t value) { return Set(kExpComp, value); }
+int QM2150_GetPictureFlip(uint8_t* value) { return Get(kPictureFlip, value); }
+int QM2150_SetPictureFlip(uint8_t value) { return Set(kPictureFlip, value); }
+int QM2150_GetLrReverse(uint8_t* value) { return Get(kLrReverse, value); }
+int QM2150_SetLrReverse(uint8_t value) { return Set(kLrReverse, value); }
+int QM2150_GetIcr(uint8_t* value) { return Get(kIcr, value); }
+int QM2150_SetIcr(uint8_t value) { return Set(kIcr, value); }
+int QM2150_GetAutoIcr(uint8_t* value) { return Get(kAutoIcr, value); }
+int QM2150_SetAutoIcr(uint8_t value) { return Set(kAutoIcr, value); }
+int QM2150_GetColorGain(uint8_t* value) { return Get(kColorGain, value); }
+int QM2150_SetColorGain(uint8_t value) { return Set(kColorGain, value); }
+int QM2150_GetShutter(uint16_t* value) { return Get(kShutter, value); }
+int QM2150_SetShutter(uint16_t value) { return Set(kShutter, value); }
+int QM2150_GetAfMode(uint8_t* value) { return Get(kAfMode, value); }
+int QM2150_SetAfMode(uint8_t value) { return Set(kAfMode, value); }
+int QM2150_GetFocusMode(uint8_t* value) { return Get(kFocusMode, value); }
+int QM2150_SetFocusMode(uint8_t value) { return Set(kFocusMode, value); }
+int QM2150_GetAeMode(uint8_t* value) { return Get(kAeMode, value); }
+int QM2150_SetAeMode(uint8_t value) { return Set(kAeMode, value); }
+int QM2150_GetWbMode(uint8_t* value) { return Get(kWbMode, value); }
+int QM2150_SetWbMode(uint8_t value) { return Set(kWbMode, value); }

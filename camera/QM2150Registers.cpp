@@ -35,9 +35,7 @@ int QM2150_GetRegisterValue(uint8_t number, uint8_t* value) {
   return RESULT_OK;
 }
 
-int QM2150_GetSnrMode(uint8_t* mode) {
-  return QM2150_GetRegisterValue(kRegisterSnrMode, mode);
-}
+int QM2150_GetSnrMode(uint8_t* mode) { return QM2150_GetRegisterValue(kRegisterSnrMode, mode); }
 
 int QM2150_SetSnrMode(uint8_t mode) {
   if (const int result = QM2150_SetRegisterValue(kRegisterSnrMode, mode); result < 0) {

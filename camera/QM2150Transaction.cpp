@@ -79,9 +79,7 @@ int UnwrapAcknowledgement() {
 }
 
 // The second line of a failed exchange.
-int Concluded(int result) {
-  return result < 0 ? FailedUnlessStopped("QM2150_ProcessVisca failed!", result) : result;
-}
+int Concluded(int result) { return result < 0 ? FailedUnlessStopped("QM2150_ProcessVisca failed!", result) : result; }
 
 struct ViscaError {
   uint8_t code;
@@ -117,13 +115,9 @@ void PrepareRequest(uint8_t selector, uint8_t category, uint32_t count, const ui
   std::copy_n(data, count, gtUart1ViscaCmdInq.data);
 }
 
-int ProcessVisca() {
-  return Concluded(QM2150_ProcessVisca());
-}
+int ProcessVisca() { return Concluded(QM2150_ProcessVisca()); }
 
-int CheckAcknowledged() {
-  return gtUart1Resp.data[0] == kAcknowledged ? RESULT_OK : RESULT_FAILED;
-}
+int CheckAcknowledged() { return gtUart1Resp.data[0] == kAcknowledged ? RESULT_OK : RESULT_FAILED; }
 
 int QM2150_ProcessVisca(void) {
   if (const int result = Exchange(); result < 0) {

@@ -85,14 +85,8 @@ int SnrQM2150_FocusPos(uint16_t position, double* out) {
   return Interpolate(gtFocusPosTb, position, out);
 }
 
-int SnrQM2150_DigitalZoom(uint32_t position, double* out) {
-  return Interpolate(gtDigitalZoomTb, position, out);
-}
+int SnrQM2150_DigitalZoom(uint32_t position, double* out) { return Interpolate(gtDigitalZoomTb, position, out); }
 
-int SnrQM2150_OpticalZoom(uint32_t position, double* out) {
-  return Interpolate(gtOpticalZoomTb, position, out);
-}
+int SnrQM2150_OpticalZoom(uint32_t position, double* out) { return Interpolate(gtOpticalZoomTb, position, out); }
 
-int SnrQM2150_CombineZoom(uint32_t position, double* out) {
-  return Interpolate(gtCombineZoomTb, position, out);
-}
+int SnrQM2150_CombineZoom(uint32_t position, double* out) { return Interpolate(gtCombineZoomTb, position, out); }

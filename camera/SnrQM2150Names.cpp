@@ -55,14 +55,8 @@ int CopyName(std::span<const ModeName> modes, uint32_t code, char* text) {
 
 }  // namespace
 
-int SnrQM2150_SnrMode2Str(uint32_t code, char* text) {
-  return CopyName(kSnrModes, code, text);
-}
+int SnrQM2150_SnrMode2Str(uint32_t code, char* text) { return CopyName(kSnrModes, code, text); }
 
-int SnrQM2150_AeMode2Str(uint32_t code, char* text) {
-  return CopyName(kAeModes, code, text);
-}
+int SnrQM2150_AeMode2Str(uint32_t code, char* text) { return CopyName(kAeModes, code, text); }
 
-int SnrQM2150_WbMode2Str(uint32_t code, char* text) {
-  return CopyName(kWbModes, code, text);
-}
+int SnrQM2150_WbMode2Str(uint32_t code, char* text) { return CopyName(kWbModes, code, text); }

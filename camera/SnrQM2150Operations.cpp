@@ -22,17 +22,11 @@ constexpr uint8_t kOn = 2;   // or automatic
 constexpr uint8_t kOff = 3;  // or manual
 
 // A failed call's line, but none for a stop request; success passes.
-int Checked(int result, const char* line) {
-  return result < 0 ? FailedUnlessStopped(line, result) : result;
-}
+int Checked(int result, const char* line) { return result < 0 ? FailedUnlessStopped(line, result) : result; }
 
-bool IsSwitch(int32_t value) {
-  return value == 0 || value == 1;
-}
+bool IsSwitch(int32_t value) { return value == 0 || value == 1; }
 
-uint8_t OnOff(bool on) {
-  return on ? kOn : kOff;
-}
+uint8_t OnOff(bool on) { return on ? kOn : kOff; }
 
 int32_t TargetMode(int32_t hz) {
   switch (hz) {
@@ -115,9 +109,7 @@ int SnrQM2150_SetMirrorFlip(int32_t mirror, int32_t flip) {
   return Checked(QM2150_SetPictureFlip(OnOff(flip == 1)), "QM2150_SetPictureFlip failed!\n");
 }
 
-int SnrQM2150_SetDnIsMode(void) {
-  return Checked(QM2150_SetAutoIcr(kOn), "QM2150_SetAutoIcr failed!\n");
-}
+int SnrQM2150_SetDnIsMode(void) { return Checked(QM2150_SetAutoIcr(kOn), "QM2150_SetAutoIcr failed!\n"); }
 
 int SnrQM2150_SetDnNightMode(void) {
   if (const int result = QM2150_SetAutoIcr(kOff); result < 0) {
@@ -193,9 +185,7 @@ int SnrQM2150_SetSnrMode(int32_t hz) {
   return RESULT_BAD_REPLY;
 }
 
-int SnrQM2150_Command(uint32_t count, const uint8_t* bytes) {
-  return QM2150_Command(count, bytes);
-}
+int SnrQM2150_Command(uint32_t count, const uint8_t* bytes) { return QM2150_Command(count, bytes); }
 
 int SnrQM2150_Inquiry(uint8_t category, uint32_t count, const uint8_t* bytes, uint32_t size, char* text) {
   tVisca reply;

@@ -170,9 +170,7 @@ int ReportDayNight() {
 }
 
 // A failed report's own line.
-int Summed(int result, const char* line) {
-  return result < 0 ? Failed(line, result) : result;
-}
+int Summed(int result, const char* line) { return result < 0 ? Failed(line, result) : result; }
 
 }  // namespace
 

@@ -31,9 +31,7 @@ struct KernelMessage {
   uint8_t body[kBodySize];
 };
 
-ssize_t ReceiveNow(KernelMessage& message) {
-  return msgrcv(giMsgIdRx, &message, kBodySize, 0, IPC_NOWAIT);
-}
+ssize_t ReceiveNow(KernelMessage& message) { return msgrcv(giMsgIdRx, &message, kBodySize, 0, IPC_NOWAIT); }
 
 void Dump(const char* direction, const RelayMessage* message, int32_t count) {
   if (gfDebugFlag) {
@@ -145,6 +143,4 @@ int ZR4410_MsgQ_Receive(RelayMessage* message) {
   }
 }
 
-int ZR4410_MsgQ_Close(void) {
-  return RESULT_OK;
-}
+int ZR4410_MsgQ_Close(void) { return RESULT_OK; }

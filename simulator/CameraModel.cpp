@@ -50,9 +50,7 @@ void CameraModel::SetSupply(bool on, Time now) {
   address_ = 1;
 }
 
-bool CameraModel::Shows50Hz() const {
-  return std::ranges::find(k50HzModes, video_mode_) != std::end(k50HzModes);
-}
+bool CameraModel::Shows50Hz() const { return std::ranges::find(k50HzModes, video_mode_) != std::end(k50HzModes); }
 
 void CameraModel::Forget() {
   sockets_ = {};

@@ -18,9 +18,7 @@ Bytes Key(ByteView body) {
   return key;
 }
 
-std::uint8_t Sequence(ByteView body) {
-  return body.size() > 2 ? body[2] : std::uint8_t{0};
-}
+std::uint8_t Sequence(ByteView body) { return body.size() > 2 ? body[2] : std::uint8_t{0}; }
 
 }  // namespace
 

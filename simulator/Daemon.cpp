@@ -51,9 +51,7 @@ Daemon::Daemon(Peer& peer, Options options, Sink sink)
   sigaction(SIGUSR2, &nudge, nullptr);
 }
 
-Daemon::~Daemon() {
-  close(wake_fd_);
-}
+Daemon::~Daemon() { close(wake_fd_); }
 
 bool Daemon::Open(std::string& error) {
   if (requests_.Open(options_.key_path, kRequestProject) && replies_.Open(options_.key_path, kReplyProject)) {

@@ -8,9 +8,7 @@ namespace {
 
 constexpr std::size_t kMostSaid = 16;
 
-std::uint8_t ReplyCode(std::uint8_t code) {
-  return static_cast<std::uint8_t>(code + kReplyBit);
-}
+std::uint8_t ReplyCode(std::uint8_t code) { return static_cast<std::uint8_t>(code + kReplyBit); }
 
 Bytes WithoutSocket(Bytes packet) {
   if (packet.size() > 1 && packet[1] >= 0x40) {
@@ -109,9 +107,7 @@ Time Device::OnTheWire(std::size_t bytes) const {
   return static_cast<Time>(bytes) * 10 * kSecond / setup_.baud;  // start bit, eight, stop bit
 }
 
-Time Device::Field() const {
-  return kSecond / (camera_.Shows50Hz() ? 50 : 60);
-}
+Time Device::Field() const { return kSecond / (camera_.Shows50Hz() ? 50 : 60); }
 
 // One exchange holds the line from its first byte to its last. The camera takes one command a field and answers at the
 // next field; the MCU needs a millisecond.
@@ -286,8 +282,6 @@ std::vector<Bytes> Device::Visca(ByteView packet, Time now) {
   return camera_.Handle(packet, now);
 }
 
-std::vector<Bytes> Device::TakeVisca() {
-  return std::exchange(said_, {});
-}
+std::vector<Bytes> Device::TakeVisca() { return std::exchange(said_, {}); }
 
 }  // namespace sim

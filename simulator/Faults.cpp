@@ -50,9 +50,7 @@ bool Number(std::string_view text, std::int64_t& out) {
 
 }  // namespace
 
-std::span<const FaultInfo> FaultTable() {
-  return kFaults;
-}
+std::span<const FaultInfo> FaultTable() { return kFaults; }
 
 const FaultInfo* FindFault(std::string_view name) {
   const auto it =

@@ -155,13 +155,9 @@ std::string_view NextToken(std::string_view& text) {
   return token;
 }
 
-bool IsLetter(char c) {
-  return c >= 'a' && c <= 'z';
-}
+bool IsLetter(char c) { return c >= 'a' && c <= 'z'; }
 
-unsigned Literal(char c) {
-  return static_cast<unsigned>(c <= '9' ? c - '0' : c - 'A' + 10);
-}
+unsigned Literal(char c) { return static_cast<unsigned>(c <= '9' ? c - '0' : c - 'A' + 10); }
 
 std::uint32_t Encode(Code code, std::uint32_t value) {
   static constexpr std::uint32_t kBlockWdrMode[] = {2, 3, 1, 0, 4};
@@ -258,12 +254,8 @@ std::string_view NeedsText(Needs needs) {
 
 }  // namespace
 
-std::span<const Row> CameraTable() {
-  return kCamera;
-}
-std::span<const Row> McuTable() {
-  return kMcu;
-}
+std::span<const Row> CameraTable() { return kCamera; }
+std::span<const Row> McuTable() { return kMcu; }
 
 std::optional<Values> Match(std::string_view text, std::span<const Field> fields, ByteView data) {
   std::uint32_t sums[26] = {};
@@ -338,12 +330,8 @@ std::string ValuesText(const Values& values) {
   return text;
 }
 
-std::optional<Match1> FindCommand(ByteView data) {
-  return Find(&Row::command, data);
-}
-std::optional<Match1> FindInquiry(ByteView data) {
-  return Find(&Row::inquiry, data);
-}
+std::optional<Match1> FindCommand(ByteView data) { return Find(&Row::command, data); }
+std::optional<Match1> FindInquiry(ByteView data) { return Find(&Row::inquiry, data); }
 
 const Row* FindMcu(std::uint8_t id) {
   for (const Row& row : kMcu) {

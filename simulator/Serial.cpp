@@ -130,9 +130,7 @@ std::optional<Time> ViscaTerminal::NextDue() const {
 SerialRelay::SerialRelay(std::string device, std::uint32_t baud, Protocol protocol, LineSink sink)
     : device_(std::move(device)), baud_(baud), protocol_(protocol), sink_(std::move(sink)) {}
 
-SerialRelay::~SerialRelay() {
-  Close();
-}
+SerialRelay::~SerialRelay() { Close(); }
 
 // libserialport knows the ports of the machine; a terminal that it does not list, such as a pseudo-terminal or the
 // port of a bridge program, is opened as a plain terminal.

@@ -30,9 +30,7 @@ std::optional<std::uint32_t> VarInfo::FromName(std::string_view text) const {
   return std::nullopt;
 }
 
-const VarInfo& Info(Var var) {
-  return kVars[static_cast<std::size_t>(var)];
-}
+const VarInfo& Info(Var var) { return kVars[static_cast<std::size_t>(var)]; }
 
 std::optional<Var> FindVar(std::string_view name) {
   for (std::size_t i = 0; i < kVarCount; ++i) {

@@ -140,9 +140,7 @@ std::optional<Bytes> FromHex(std::string_view text) {
   return bytes;
 }
 
-void FrameSplitter::Feed(ByteView bytes) {
-  pending_.insert(pending_.end(), bytes.begin(), bytes.end());
-}
+void FrameSplitter::Feed(ByteView bytes) { pending_.insert(pending_.end(), bytes.begin(), bytes.end()); }
 
 std::optional<Frame> FrameSplitter::Next() {
   std::size_t at = 0;

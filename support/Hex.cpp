@@ -11,13 +11,9 @@ int SetBitUint(uint32_t bit, uint32_t value, uint32_t* word) {
   return 0;
 }
 
-int GetBitUint(uint32_t bit, uint32_t word) {
-  return bit > 31 ? -1 : static_cast<int>(word >> bit & 1);
-}
+int GetBitUint(uint32_t bit, uint32_t word) { return bit > 31 ? -1 : static_cast<int>(word >> bit & 1); }
 
-int IsHexString(const char* text) {
-  return text[strspn(text, "0123456789ABCDEFabcdef")] == 0 ? 0 : -1;
-}
+int IsHexString(const char* text) { return text[strspn(text, "0123456789ABCDEFabcdef")] == 0 ? 0 : -1; }
 
 uint8_t Hex2Byte(const char* text) {
   char digits[3] = {};

@@ -15,9 +15,7 @@ void Log(int level, const char* format, ...) {
   va_end(arguments);
 }
 
-void LogSeparator() {
-  Log(LOG_INFO, "===================================================");
-}
+void LogSeparator() { Log(LOG_INFO, "==================================================="); }
 
 int Failed(const char* line, int result) {
   Log(LOG_ERR, "%s", line);

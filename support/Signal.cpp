@@ -12,13 +12,9 @@ static_assert(std::atomic_ref<int32_t>::is_always_lock_free, "the handler must n
 
 // An atomic stands where a mutex would: the handler runs on the thread that it interrupts, which could hold
 // the mutex.
-void SetSigID(int32_t value) {
-  std::atomic_ref(giSigID).store(value);
-}
+void SetSigID(int32_t value) { std::atomic_ref(giSigID).store(value); }
 
-int32_t GetSigID(void) {
-  return std::atomic_ref(giSigID).load();
-}
+int32_t GetSigID(void) { return std::atomic_ref(giSigID).load(); }
 
 void SignalHandler(int signal) {
   const int interruptedErrno = errno;

@@ -11,12 +11,8 @@
 #include "tests/support/FakeOs.h"
 
 // The failing input is to be kept in a real file: the fake operating system ends before.
-extern "C" void __asan_on_error() {
-  FakeOs::current = nullptr;
-}
-extern "C" void __ubsan_on_report() {
-  FakeOs::current = nullptr;
-}
+extern "C" void __asan_on_error() { FakeOs::current = nullptr; }
+extern "C" void __ubsan_on_report() { FakeOs::current = nullptr; }
 
 namespace {
 

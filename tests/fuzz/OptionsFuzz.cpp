@@ -11,9 +11,7 @@ enum class Outcome { Usage, BadHex, Finished };
 
 // --- What is to come of a command line whose one option is the first argument, in its short form ---
 
-bool IsHex(const std::string& text) {
-  return text.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
-}
+bool IsHex(const std::string& text) { return text.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos; }
 
 std::optional<Outcome> Expected(const std::vector<std::string>& arguments) {
   const size_t count = arguments.size();

@@ -72,9 +72,7 @@ Path Operation(int (*operation)(int32_t), int requests) {
   return {[operation] { return operation(static_cast<int32_t>(gArgument % 4)); }, requests, 100 * requests};
 }
 
-Path Operation(int (*operation)(), int requests) {
-  return {operation, requests, 100 * requests};
-}
+Path Operation(int (*operation)(), int requests) { return {operation, requests, 100 * requests}; }
 
 // The whole program in one of its run modes.
 Path Program(std::vector<std::string> arguments, int requests, int pauseMs) {

@@ -25,9 +25,7 @@ std::vector<std::string> Lines(const std::string& file) {
 }
 
 // The text of a line is over at a zero byte.
-std::string Text(const std::string& line) {
-  return line.substr(0, line.find('\0'));
-}
+std::string Text(const std::string& line) { return line.substr(0, line.find('\0')); }
 
 // Where the '=' of a line with this key stands, npos in any other line.
 size_t Assignment(const std::string& line, const std::string& key) {

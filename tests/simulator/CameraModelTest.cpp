@@ -82,9 +82,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Setting{"WbMode", "", "81 09 04 35 FF", "90 50 00 FF", "81 01 04 35 08 FF", "90 50 08 FF"}),
     [](const testing::TestParamInfo<Setting>& one) { return std::string(one.param.name); });
 
-TEST_F(Camera, TellsItsVersion) {
-  EXPECT_EQ(Say("81 09 00 02 FF"), "90 50 00 20 07 20 01 03 02 FF");
-}
+TEST_F(Camera, TellsItsVersion) { EXPECT_EQ(Say("81 09 00 02 FF"), "90 50 00 20 07 20 01 03 02 FF"); }
 
 TEST_F(Camera, KeepsABankOfRegisters) {
   EXPECT_EQ(Say("81 09 04 24 72 FF"), "90 50 00 06 FF");
@@ -352,9 +350,7 @@ TEST_F(Camera, RemembersSettings) {
   EXPECT_EQ(Say("81 09 04 53 FF"), "90 50 01 FF");
 }
 
-TEST_F(Camera, TriggersAOnePushWhiteBalance) {
-  EXPECT_EQ(Say("81 01 04 10 05 FF"), kDone);
-}
+TEST_F(Camera, TriggersAOnePushWhiteBalance) { EXPECT_EQ(Say("81 01 04 10 05 FF"), kDone); }
 
 // Whatever bytes come, the camera answers with well-formed packets or not at all.
 TEST_F(Camera, SurvivesAnyBytes) {

@@ -92,9 +92,7 @@ TEST_F(DeviceTest, SwitchesTheCameraOffAndOn) {
   EXPECT_EQ(Ask(kSensorMode), kSensorModeReply);
 }
 
-TEST_F(DeviceTest, LeavesANoticeUnanswered) {
-  EXPECT_EQ(Ask("AA AA 00 09 AA 02 04 01 22 33 44 B6 55"), "");
-}
+TEST_F(DeviceTest, LeavesANoticeUnanswered) { EXPECT_EQ(Ask("AA AA 00 09 AA 02 04 01 22 33 44 B6 55"), ""); }
 
 TEST_F(DeviceTest, DropsWhatIsNoRequest) {
   EXPECT_EQ(Ask("AB AA 01 06 AA 10 01 01 44 55"), "");

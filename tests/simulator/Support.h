@@ -47,9 +47,5 @@ inline std::string Hex(const Packets& packets) {
   return text;
 }
 
-constexpr sim::Time operator""_ms(unsigned long long ms) {
-  return static_cast<sim::Time>(ms) * 1000;
-}
-constexpr sim::Time operator""_s(unsigned long long s) {
-  return static_cast<sim::Time>(s) * 1000000;
-}
+constexpr sim::Time operator""_ms(unsigned long long ms) { return static_cast<sim::Time>(ms) * 1000; }
+constexpr sim::Time operator""_s(unsigned long long s) { return static_cast<sim::Time>(s) * 1000000; }

@@ -24,13 +24,9 @@ constexpr size_t kBodySize = 36;
 constexpr uint8_t kJunk = 0xEE;  // behind the stop byte of a reply, where nothing may be read
 constexpr long kEndless = 1000000;
 
-uint64_t Nanoseconds(int milliseconds) {
-  return uint64_t{1000000} * static_cast<unsigned>(milliseconds);
-}
+uint64_t Nanoseconds(int milliseconds) { return uint64_t{1000000} * static_cast<unsigned>(milliseconds); }
 
-std::string Number(long value) {
-  return std::to_string(value);
-}
+std::string Number(long value) { return std::to_string(value); }
 
 bool HandledSignalsHeld(bool all) {
   sigset_t mask;
@@ -51,15 +47,9 @@ std::string Hex(const Bytes& bytes) {
   return text.substr(0, text.empty() ? 0 : text.size() - 1);
 }
 
-LogLine Err(std::string text) {
-  return {3, std::move(text)};
-}
-LogLine Info(std::string text) {
-  return {6, std::move(text)};
-}
-LogLine Debug(std::string text) {
-  return {7, std::move(text)};
-}
+LogLine Err(std::string text) { return {3, std::move(text)}; }
+LogLine Info(std::string text) { return {6, std::move(text)}; }
+LogLine Debug(std::string text) { return {7, std::move(text)}; }
 
 std::ostream& operator<<(std::ostream& out, const LogLine& line) {
   return out << "level " << line.level << ' ' << testing::PrintToString(line.text);
@@ -96,9 +86,7 @@ Bytes Reply::Body(const Request& request) const {
   return body;
 }
 
-Reply& FakeOs::Reply(Bytes payload) {
-  return script_.emplace_back(std::move(payload));
-}
+Reply& FakeOs::Reply(Bytes payload) { return script_.emplace_back(std::move(payload)); }
 
 Reply& FakeOs::NoReply() {
   ::Reply& reply = script_.emplace_back();
@@ -224,9 +212,7 @@ void FakeOs::SignalAt(int milliseconds, int signal) {
   timed_.emplace(nowNs_ + Nanoseconds(milliseconds), Timed{[signal] { SignalHandler(signal); }, true});
 }
 
-void FakeOs::AdvanceMs(int milliseconds) {
-  Advance(Nanoseconds(milliseconds));
-}
+void FakeOs::AdvanceMs(int milliseconds) { Advance(Nanoseconds(milliseconds)); }
 
 bool FakeOs::Advance(uint64_t nanoseconds) {
   const uint64_t end = nowNs_ + nanoseconds;

@@ -17,9 +17,7 @@ struct Fault {
   int result;
   std::vector<LogLine> lines;
 };
-inline std::ostream& operator<<(std::ostream& out, const Fault& fault) {
-  return out << fault.name;
-}
+inline std::ostream& operator<<(std::ostream& out, const Fault& fault) { return out << fault.name; }
 
 // Of a camera inquiry: QM2150_Inquiry, or QM2150_ProcessVisca with an inquiry.
 const std::vector<Fault>& InquiryFaults();
@@ -31,9 +29,7 @@ const std::vector<Fault>& CommandFaults();
 const std::vector<Fault>& McuFaults();
 
 // As a generator of parameterised tests: INSTANTIATE_TEST_SUITE_P(Each, SomeTest, ValuesIn(InquiryFaults()), FaultName);
-std::string FaultName(const auto& info) {
-  return info.param.name;
-}
+std::string FaultName(const auto& info) { return info.param.name; }
 
 // The lines, and one more error line behind them unless the result is that of a stop (-15).
 std::vector<LogLine> ThenUnlessStopped(const Fault& fault, std::initializer_list<const char*> errorLines);

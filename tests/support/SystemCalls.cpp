@@ -46,9 +46,7 @@ std::string Format(const char* format, va_list arguments) {
 
 // --- Buffered streams: libc's own, on a file of the FakeOs ---
 
-int FileOf(void* cookie) {
-  return static_cast<int>(reinterpret_cast<intptr_t>(cookie));
-}
+int FileOf(void* cookie) { return static_cast<int>(reinterpret_cast<intptr_t>(cookie)); }
 
 ssize_t StreamRead(void* cookie, char* out, size_t size) {
   os->NeedSignalsHeld("a stream's read");
@@ -104,9 +102,7 @@ ssize_t msgrcv(int queue, void* message, size_t size, long type, int flags) {
             : Libc<ssize_t(int, void*, size_t, long, int)>("msgrcv")(queue, message, size, type, flags);
 }
 
-pid_t getpid() noexcept {
-  return os ? FakeOs::kPid : Libc<pid_t()>("getpid")();
-}
+pid_t getpid() noexcept { return os ? FakeOs::kPid : Libc<pid_t()>("getpid")(); }
 
 // --- Log: without a FakeOs nothing is logged, tests leave no traces in the machine's log ---
 
@@ -130,9 +126,7 @@ void syslog(int priority, const char* format, ...) {
 }
 
 // What the two become in a fortified build.
-void __vsyslog_chk(int priority, int, const char* format, va_list arguments) {
-  vsyslog(priority, format, arguments);
-}
+void __vsyslog_chk(int priority, int, const char* format, va_list arguments) { vsyslog(priority, format, arguments); }
 
 void __syslog_chk(int priority, int, const char* format, ...) {
   va_list arguments;
@@ -261,24 +255,16 @@ ssize_t write(int file, const void* data, size_t size) {
                                 : Libc<ssize_t(int, const void*, size_t)>("write")(file, data, size);
 }
 
-int fsync(int file) {
-  return os && os->IsOpen(file) ? os->Fsync(file) : Libc<int(int)>("fsync")(file);
-}
+int fsync(int file) { return os && os->IsOpen(file) ? os->Fsync(file) : Libc<int(int)>("fsync")(file); }
 
-int close(int file) {
-  return os && os->IsOpen(file) ? os->Close(file) : Libc<int(int)>("close")(file);
-}
+int close(int file) { return os && os->IsOpen(file) ? os->Close(file) : Libc<int(int)>("close")(file); }
 
 int rename(const char* from, const char* to) noexcept {
   return os ? os->Rename(from, to) : Libc<int(const char*, const char*)>("rename")(from, to);
 }
 
-int unlink(const char* path) noexcept {
-  return os ? os->Unlink(path) : Libc<int(const char*)>("unlink")(path);
-}
+int unlink(const char* path) noexcept { return os ? os->Unlink(path) : Libc<int(const char*)>("unlink")(path); }
 
-int remove(const char* path) noexcept {
-  return os ? os->Unlink(path) : Libc<int(const char*)>("remove")(path);
-}
+int remove(const char* path) noexcept { return os ? os->Unlink(path) : Libc<int(const char*)>("remove")(path); }
 
 }  // extern "C"

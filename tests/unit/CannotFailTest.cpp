@@ -8,9 +8,7 @@ namespace {
 const char* gFailing = "";  // name of the routine that fails
 int gCallsBefore;           // ... after this many calls that do not
 
-bool Fails(std::string_view name) {
-  return name == gFailing && gCallsBefore-- == 0;
-}
+bool Fails(std::string_view name) { return name == gFailing && gCallsBefore-- == 0; }
 
 }  // namespace
 
@@ -24,13 +22,9 @@ int __wrap_SnrQM2150_FocusPos(uint16_t position, double* out) {
   return Fails("FocusPos") ? -59 : __real_SnrQM2150_FocusPos(position, out);
 }
 int __real_MCU_Cmd2Str(uint32_t id, char* text);
-int __wrap_MCU_Cmd2Str(uint32_t id, char* text) {
-  return Fails("Cmd2Str") ? -1 : __real_MCU_Cmd2Str(id, text);
-}
+int __wrap_MCU_Cmd2Str(uint32_t id, char* text) { return Fails("Cmd2Str") ? -1 : __real_MCU_Cmd2Str(id, text); }
 int __real_ZR4410_MsgQ_Close();
-int __wrap_ZR4410_MsgQ_Close() {
-  return Fails("Close") ? -1 : __real_ZR4410_MsgQ_Close();
-}
+int __wrap_ZR4410_MsgQ_Close() { return Fails("Close") ? -1 : __real_ZR4410_MsgQ_Close(); }
 }
 
 namespace {

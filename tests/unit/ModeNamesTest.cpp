@@ -62,17 +62,11 @@ void ExpectNames(Lookup lookup, const Names& names) {
   EXPECT_THAT(os.Log(), IsEmpty());
 }
 
-TEST(ModeNames, EverySensorModeAndNoOther) {
-  ExpectNames(SnrQM2150_SnrMode2Str, kSensorModes);
-}
+TEST(ModeNames, EverySensorModeAndNoOther) { ExpectNames(SnrQM2150_SnrMode2Str, kSensorModes); }
 
-TEST(ModeNames, EveryExposureModeAndNoOther) {
-  ExpectNames(SnrQM2150_AeMode2Str, kAeModes);
-}
+TEST(ModeNames, EveryExposureModeAndNoOther) { ExpectNames(SnrQM2150_AeMode2Str, kAeModes); }
 
-TEST(ModeNames, EveryWhiteBalanceModeAndNoOther) {
-  ExpectNames(SnrQM2150_WbMode2Str, kWbModes);
-}
+TEST(ModeNames, EveryWhiteBalanceModeAndNoOther) { ExpectNames(SnrQM2150_WbMode2Str, kWbModes); }
 
 TEST(ModeNames, TheLastSensorModeIs0x12) {
   char text[64] = "as it was";

@@ -94,9 +94,7 @@ class Options : public Machine {
 
 // --- Each option ---
 
-TEST_F(Options, NoArgumentAtAllIsUsage) {
-  ExpectUsage({});
-}
+TEST_F(Options, NoArgumentAtAllIsUsage) { ExpectUsage({}); }
 
 TEST_F(Options, HelpIsUsageWhateverElseIsThere) {
   ExpectUsage({"-h"});

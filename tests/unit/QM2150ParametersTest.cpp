@@ -59,24 +59,12 @@ Pair WdrParams() {
 }
 
 // The value that the data bytes of a reply carry.
-unsigned LowNibbleOf0(const Bytes& data) {
-  return data[0] & 0x0F;
-}
-unsigned Byte0(const Bytes& data) {
-  return data[0];
-}
-unsigned Byte3(const Bytes& data) {
-  return data[3];
-}
-unsigned Nibbles2And3(const Bytes& data) {
-  return (data[2] * 16U + data[3]) % 256;
-}
-unsigned Bytes2And3(const Bytes& data) {
-  return data[2] * 256U + data[3];
-}
-unsigned Nibbles4And5(const Bytes& data) {
-  return (data[4] * 16U + data[5]) % 256;
-}
+unsigned LowNibbleOf0(const Bytes& data) { return data[0] & 0x0F; }
+unsigned Byte0(const Bytes& data) { return data[0]; }
+unsigned Byte3(const Bytes& data) { return data[3]; }
+unsigned Nibbles2And3(const Bytes& data) { return (data[2] * 16U + data[3]) % 256; }
+unsigned Bytes2And3(const Bytes& data) { return data[2] * 256U + data[3]; }
+unsigned Nibbles4And5(const Bytes& data) { return (data[4] * 16U + data[5]) % 256; }
 
 struct Member {
   const char* name;
@@ -270,9 +258,7 @@ std::string Mismatch(const Member& member, unsigned passed, unsigned read) {
   return "error: " + text;
 }
 
-std::string Error(const char* line) {
-  return std::string("error: ") + line;
-}
+std::string Error(const char* line) { return std::string("error: ") + line; }
 
 class QM2150Settings : public Linked, public testing::WithParamInterface<Member> {
  protected:
@@ -579,17 +565,13 @@ TEST_P(QM2150Settings, AStopBetweenExchangesIsToldBySenderAndWriter) {
 INSTANTIATE_TEST_SUITE_P(All, QM2150Settings, testing::ValuesIn(kMembers),
                          [](const auto& test) { return std::string(test.param.name); });
 
-void PrintTo(const Member& member, std::ostream* out) {
-  *out << member.name;
-}
+void PrintTo(const Member& member, std::ostream* out) { *out << member.name; }
 
 // --- What is particular to one member or another ---
 
 using QM2150SettingsTest = Linked;
 
-TEST_F(QM2150SettingsTest, ThereAreTwentyOneMembers) {
-  EXPECT_EQ(kMembers.size(), 21U);
-}
+TEST_F(QM2150SettingsTest, ThereAreTwentyOneMembers) { EXPECT_EQ(kMembers.size(), 21U); }
 
 TEST_F(QM2150SettingsTest, ASampleOfEachWrittenOutInFull) {
   ASSERT_EQ(kSamples.size(), kMembers.size());
@@ -650,6 +632,15 @@ TEST_F(QM2150SettingsTest, NoiseReduction0x12SendsItsLowNibbleAndIsNeverConfirme
 }
 
 // The reading is masked too: a camera that reports 0x12 whole does not confirm it either.
+TEST_F(QM2150SettingsTest, TheReplyToAnotherRequestConfirmsNothing) {
+  os.Reply({0x10});
+  os.Reply({0x90, 0x50, 0x05, 0xFF}).Id(0x7F);
+  EXPECT_EQ(QM2150_SetNR(0x05), -1);
+  ASSERT_FALSE(os.Log().empty());
+  EXPECT_EQ(os.Log().back(), Err("QM2150_GetNR bReadValue fail\n"));
+  EXPECT_EQ(os.Requests().size(), 2U);
+}
+
 TEST_F(QM2150SettingsTest, NibbleMembersMaskWhatTheyRead) {
   uint8_t value = kJunk;
   os.Reply({0x90, 0x50, 0x12, 0xFF});

@@ -18,9 +18,7 @@ Body BodyOf(const Bytes& used, uint8_t rest = 0xEE) {
   return body;
 }
 
-std::string Text(const Body& body) {
-  return Hex(BytesOf(body.bytes));
-}
+std::string Text(const Body& body) { return Hex(BytesOf(body.bytes)); }
 
 class Relay : public Machine {};
 

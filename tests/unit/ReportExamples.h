@@ -12,9 +12,7 @@ struct ReportExample {
   std::string output;
 };
 
-inline void PrintTo(const ReportExample& report, std::ostream* out) {
-  *out << "report " << report.number;
-}
+inline void PrintTo(const ReportExample& report, std::ostream* out) { *out << "report " << report.number; }
 
 inline std::vector<LogLine> operator+(std::vector<LogLine> first, const std::vector<LogLine>& second) {
   first.insert(first.end(), second.begin(), second.end());

@@ -47,9 +47,7 @@ TEST_F(Settings, BlanksAroundTheEqualsSignDoNotMatter) {
   EXPECT_EQ(Value("EXT_DEBUG    =5\n"), "5");
 }
 
-TEST_F(Settings, BlanksBehindTheValueStayInIt) {
-  EXPECT_EQ(Value("EXT_DEBUG=5  \n"), "5  ");
-}
+TEST_F(Settings, BlanksBehindTheValueStayInIt) { EXPECT_EQ(Value("EXT_DEBUG=5  \n"), "5  "); }
 
 TEST_F(Settings, QuotesAreDropped) {
   EXPECT_EQ(Value("EXT_DEBUG=\"7\"\n"), "7");
@@ -91,9 +89,7 @@ TEST_F(Settings, AValueEndsAtTheFirstUnprintableCharacter) {
   EXPECT_EQ(Value("EXT_DEBUG= ~!\n"), "~!");
 }
 
-TEST_F(Settings, ATabBeforeTheValueIsNotSkipped) {
-  EXPECT_EQ(Value("EXT_DEBUG=\t5\n"), "");
-}
+TEST_F(Settings, ATabBeforeTheValueIsNotSkipped) { EXPECT_EQ(Value("EXT_DEBUG=\t5\n"), ""); }
 
 TEST_F(Settings, AKeyMatchesEveryLineThatBeginsWithIt) {
   EXPECT_EQ(Value("EXT_DEBUGGING=1\nEXT_DEBUG=5\n"), "1");
@@ -101,9 +97,7 @@ TEST_F(Settings, AKeyMatchesEveryLineThatBeginsWithIt) {
   EXPECT_EQ(Value("first=3\n", ""), "3");
 }
 
-TEST_F(Settings, TheFirstMatchWins) {
-  EXPECT_EQ(Value("EXT_DEBUG=1\nEXT_DEBUG=2\n"), "1");
-}
+TEST_F(Settings, TheFirstMatchWins) { EXPECT_EQ(Value("EXT_DEBUG=1\nEXT_DEBUG=2\n"), "1"); }
 
 TEST_F(Settings, AKeyMatchesAtTheLinesBeginningOnly) {
   EXPECT_EQ(Value(" EXT_DEBUG=5\n"), kUntouched);
@@ -112,9 +106,7 @@ TEST_F(Settings, AKeyMatchesAtTheLinesBeginningOnly) {
   EXPECT_EQ(Value("EXT_DEBU=5\n"), kUntouched);
 }
 
-TEST_F(Settings, AKeyMayHoldAnEqualsSign) {
-  EXPECT_EQ(Value("A=B=C\n", "A=B"), "B=C");
-}
+TEST_F(Settings, AKeyMayHoldAnEqualsSign) { EXPECT_EQ(Value("A=B=C\n", "A=B"), "B=C"); }
 
 TEST_F(Settings, CommentsAreIgnored) {
   EXPECT_EQ(Value("#EXT_DEBUG=9\n"), kUntouched);
@@ -149,9 +141,7 @@ TEST_F(Settings, EachPieceOf255CharactersCountsAsALine) {
   EXPECT_EQ(Value(std::string(254, 'x') + "\nEXT_DEBUG=7\n"), "7");
 }
 
-TEST_F(Settings, AZeroByteEndsAValue) {
-  EXPECT_EQ(Value(std::string("EXT_DEBUG=5\0006\n", 13)), "5");
-}
+TEST_F(Settings, AZeroByteEndsAValue) { EXPECT_EQ(Value(std::string("EXT_DEBUG=5\0006\n", 13)), "5"); }
 
 TEST_F(Settings, TheReaderRefusesAMissingArgument) {
   char value[256] = "untouched";

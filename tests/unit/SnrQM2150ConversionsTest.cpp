@@ -233,17 +233,11 @@ void ExpectZoom(int (*zoom)(uint32_t, double*), std::span<const Row> rows) {
   }
 }
 
-TEST(DigitalZoom, KnowsEveryPosition) {
-  ExpectZoom(SnrQM2150_DigitalZoom, kDigital);
-}
+TEST(DigitalZoom, KnowsEveryPosition) { ExpectZoom(SnrQM2150_DigitalZoom, kDigital); }
 
-TEST(OpticalZoom, KnowsEveryPosition) {
-  ExpectZoom(SnrQM2150_OpticalZoom, kOptical);
-}
+TEST(OpticalZoom, KnowsEveryPosition) { ExpectZoom(SnrQM2150_OpticalZoom, kOptical); }
 
-TEST(CombineZoom, KnowsEveryPosition) {
-  ExpectZoom(SnrQM2150_CombineZoom, kCombined);
-}
+TEST(CombineZoom, KnowsEveryPosition) { ExpectZoom(SnrQM2150_CombineZoom, kCombined); }
 
 // --- Single points, written out ---
 

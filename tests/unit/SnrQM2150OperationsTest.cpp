@@ -949,9 +949,7 @@ struct SimpleSetter {
   const char* line;
 };
 
-void PrintTo(const SimpleSetter& setter, std::ostream* out) {
-  *out << setter.name;
-}
+void PrintTo(const SimpleSetter& setter, std::ostream* out) { *out << setter.name; }
 
 const SimpleSetter kSimpleSetters[] = {
     {"FocusAuto", [] { return SnrQM2150_SetFocusMode(1); }, "81 01 04 38 02 FF", "81 09 04 38 FF", 2,
