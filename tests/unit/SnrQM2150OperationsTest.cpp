@@ -51,6 +51,26 @@ auto ParamsNow() {
                 gtParams.wbMode, gtParams.afMode, gtParams.shutter);
 }
 
+// --- Exchanges that fail with -1 ---
+
+TEST_F(SnrQM2150Operations, ABrokenReplyEndsASetter) {
+  Broken();
+  EXPECT_EQ(SnrQM2150_SetBlcIndex(4), -1);
+  EXPECT_EQ(os.Log().back(), Err("QM2150_GetExpComp failed!\n"));
+  Anew();
+  Data({3});
+  Broken();
+  EXPECT_EQ(SnrQM2150_SetBlcIndex(4), -1);
+  EXPECT_EQ(os.Log().back(), Err("QM2150_SetExpComp failed!\n"));
+  for (int (*const switchDayNight)() : {SnrQM2150_SetDnNightMode, SnrQM2150_SetDnDayMode}) {
+    Anew();
+    Broken();
+    EXPECT_EQ(switchDayNight(), -1);
+    EXPECT_EQ(os.Log().back(), Err("QM2150_SetAutoIcr failed!\n"));
+    EXPECT_EQ(os.Requests().size(), 1U);
+  }
+}
+
 // --- Sensor-mode change ---
 
 const Story kRead{"81 09 04 24 72 FF"};
