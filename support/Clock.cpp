@@ -39,13 +39,13 @@ int IsRtcTime(void) {
   static constexpr char kPath[] = "/proc/driver/rtc";
   const int file = open(kPath, O_RDONLY);
   if (file < 0) {
-    Log(LOG_ERR, "Open %s failed", kPath);
+    LOG(LOG_ERR, "Open %s failed", kPath);
     return -1;
   }
   char text[256] = {};
   const ssize_t count = read(file, text, sizeof text);
   if (count < 1) {
-    Log(LOG_ERR, "Read %s failed", kPath);
+    LOG(LOG_ERR, "Read %s failed", kPath);
   }
   close(file);
   text[sizeof text - 1] = 0;

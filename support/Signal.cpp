@@ -20,23 +20,23 @@ void SignalHandler(int signal) {
   const int interruptedErrno = errno;
   switch (signal) {
     case SIGINT:
-      Log(LOG_DEBUG, "Catch SIGINT!");
+      LOG(LOG_DEBUG, "Catch SIGINT!");
       SetSigID(1);
       break;
     case SIGTERM:
-      Log(LOG_DEBUG, "Catch SIGTERM!");
+      LOG(LOG_DEBUG, "Catch SIGTERM!");
       SetSigID(1);
       break;
     case SIGUSR1:
-      Log(LOG_DEBUG, "Catch SIGUSR1!");
+      LOG(LOG_DEBUG, "Catch SIGUSR1!");
       std::atomic_ref(giUsr1SigID).store(1);
       break;
     case SIGUSR2:
-      Log(LOG_DEBUG, "Catch SIGUSR2!");
+      LOG(LOG_DEBUG, "Catch SIGUSR2!");
       std::atomic_ref(giUsr2SigID).store(1);
       break;
     default:
-      Log(LOG_DEBUG, "Catch signal = %d!\n", signal);
+      LOG(LOG_DEBUG, "Catch signal = %d!\n", signal);
   }
   errno = interruptedErrno;
 }
