@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
-#include <limits>
 
 #include "support/Debug.h"
 #include "support/Log.h"
@@ -60,7 +59,7 @@ const ModeOption* FindModeOption(int letter) {
 
 bool CheckHex(const char* text) {
   if (IsHexString(text) < 0) {
-    Log(LOG_ERR, "IsHexString failed!\n");
+    LOG(LOG_ERR, "IsHexString failed!\n");
     return false;
   }
   return true;
@@ -74,7 +73,7 @@ bool StoreHex(const char* text) {
   memset(gbArgv, 0, sizeof gbArgv);
   giArgv1 = static_cast<int32_t>(strlen(text) / 2);
   if (HexStr2Bytes(text, gbArgv) < 0) {
-    Log(LOG_ERR, "HexStr2Bytes failed!\n");
+    LOG(LOG_ERR, "HexStr2Bytes failed!\n");
     return false;
   }
   return true;
@@ -133,10 +132,7 @@ void usage(void) {
       stdout);
 }
 
-int32_t ParseDecimal(const char* text) {
-  using Limits = std::numeric_limits<int32_t>;
-  return static_cast<int32_t>(std::clamp<long>(strtol(text, nullptr, 10), Limits::min(), Limits::max()));
-}
+int32_t ParseDecimal(const char* text) { return static_cast<int32_t>(strtol(text, nullptr, 10)); }
 
 CommandLine ParseCommandLine(int argc, char** argv) {
   int letter;
