@@ -4,9 +4,12 @@
 
 #include <stdint.h>
 
+#include "link/MsgqClient.h"
 #include "support/CDecls.h"
 
 ZR4410_BEGIN_DECLS
+
+extern RelayMessage gtMsgqTxBuf; /* the notice as it was last sent; zero before */
 
 /* Sends the 36-byte notice AA AA 00 09 AA 02 04 <code> 22 33 44 <checksum> 55 on the request queue. The shared
    sequence counter is neither read nor advanced and no reply is awaited; a failed send is logged and forgotten.
