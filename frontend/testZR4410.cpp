@@ -1,10 +1,10 @@
 // testZR4410: asks or sets one thing of the camera module or the motor microcontroller.
+#include <stdio_ext.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
-#include <initializer_list>
 
 #include "camera/SnrQM2150.h"
 #include "frontend/DeviceActions.h"
@@ -30,22 +30,27 @@ constexpr int kExitBadHex = -1;  // exit status 255
 
 void LogBanner(const char* word) {
   LogSeparator();
-  Log(LOG_INFO, "%s %s (v%s).", word, kProgram, kVersion);
+  LOG(LOG_INFO, "%s %s (v%s).", word, kProgram, kVersion);
   LogSeparator();
 }
 
-void InstallSignalHandler() {
-  for (const int signal : {SIGINT, SIGTERM, SIGUSR1, SIGUSR2}) {
-    struct sigaction action = {};  // no flags, empty mask: SignalGuard keeps the handler from itself
-    action.sa_handler = SignalHandler;
-    sigaction(signal, &action, nullptr);
+void Handle(int signal, void (*handler)(int)) {
+  struct sigaction action = {};  // no flags, empty mask: SignalGuard keeps the handler from itself
+  action.sa_handler = handler;
+  sigaction(signal, &action, nullptr);
+}
+
+void InstallSignalHandlers() {
+  for (const int signal : kHandledSignals) {
+    Handle(signal, SignalHandler);
   }
+  Handle(SIGPIPE, SIG_IGN);  // a reader that leaves early must not end an action halfway: its output is lost instead
 }
 
 void ReadDebugLevel() {
   char value[256] = {};  // as long as a settings line
   if (sysconf_fget(kSettingsPath, "EXT_DEBUG", value) < 0) {
-    Log(LOG_ERR, "sysconf_fget failed!\n");
+    LOG(LOG_ERR, "sysconf_fget failed!\n");
   }
   giDebug = ParseDecimal(value);
 }
@@ -54,14 +59,14 @@ void ReadDebugLevel() {
 int64_t ReadClock() {
   uint64_t milliseconds = 0;
   if (GetMsFromStart(&milliseconds) < 0) {
-    Log(LOG_INFO, "GetMsFromStart failed!\n");  // info, not error, on purpose
+    LOG(LOG_INFO, "GetMsFromStart failed!\n");  // info, not error, on purpose
   }
   return static_cast<int64_t>(milliseconds);
 }
 
 // Takes whatever arrives on the reply queue until the stop flag is set; with -g the queue client dumps it.
 void ReadLoop() {
-  Log(LOG_INFO, "Start main loop.");
+  LOG(LOG_INFO, "Start main loop.");
   while (GetSigID() != 1) {
     gtMsgqRxBuf = {};
     const int result = ZR4410_MsgQ_Receive(&gtMsgqRxBuf);
@@ -69,18 +74,18 @@ void ReadLoop() {
       break;
     }
     if (result < 0) {
-      Log(LOG_ERR, "ZR4410_MsgQ_Receive fail!\n");
+      LOG(LOG_ERR, "ZR4410_MsgQ_Receive fail!\n");
     }
     usleep(1000);
   }
-  Log(LOG_INFO, "Finish main loop.");
+  LOG(LOG_INFO, "Finish main loop.");
 }
 
 void RawCommand() {
   if (SnrQM2150_Command(static_cast<uint8_t>(giArgv1), gbArgv) < 0) {
-    Log(LOG_ERR, "SnrQM2150_Command failed!\n");
+    LOG(LOG_ERR, "SnrQM2150_Command failed!\n");
   } else {
-    Log(LOG_INFO, "Send Command OK!\n");
+    LOG(LOG_INFO, "Send Command OK!\n");
   }
 }
 
@@ -112,19 +117,12 @@ void RunTimed() {
   const int64_t start = ReadClock();
   RunAction();
   const int64_t end = ReadClock();
-  Log(LOG_INFO, "Delta Time (ms) : %lld\n", static_cast<long long>(end - start));
+  LOG(LOG_INFO, "Delta Time (ms) : %lld\n", static_cast<long long>(end - start));
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  // Line by line also into a pipe or a file: what was dumped is there when the tool is killed. The buffer is ours
-  // because the program has no heap of its own.
-  static char outputBuffer[1024];
-  setvbuf(stdout, outputBuffer, _IOLBF, sizeof outputBuffer);
-
+int Run(int argc, char** argv) {
   LogBanner("Start");
-  InstallSignalHandler();
+  InstallSignalHandlers();
   switch (ParseCommandLine(argc, argv)) {
     case CommandLine::Usage:
       return 0;
@@ -135,14 +133,30 @@ int main(int argc, char** argv) {
   }
   ReadDebugLevel();
   if (ZR4410_MsgQ_Open() < 0) {
-    Log(LOG_ERR, "ZR4410_MsgQ_Open fail!\n");
+    LOG(LOG_ERR, "ZR4410_MsgQ_Open fail!\n");
   } else {
     RunTimed();
     if (ZR4410_MsgQ_Close() < 0) {
-      Log(LOG_ERR, "ZR4410_MsgQ_Close fail!\n");
+      LOG(LOG_ERR, "ZR4410_MsgQ_Close fail!\n");
     }
   }
-  HoldSignals(nullptr);  // for good: a signal that comes now is not logged after the finish banner, or inside it
   LogBanner("Finish");
   return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // Line by line even into a pipe or a file, so that what was dumped is there if the tool is killed. The buffer is
+  // ours because the program has no heap of its own.
+  static char outputBuffer[1024];
+  setvbuf(stdout, outputBuffer, _IOLBF, sizeof outputBuffer);
+
+  const int status = Run(argc, argv);
+  // Until here each signal is caught and logged. In exit the handler could meet a lock of libc's that it needs itself.
+  HoldSignals(nullptr);
+  if (ferror(stdout)) {
+    __fpurge(stdout);  // lost once is lost: exit must not wait for a reader while the signals are held
+  }
+  return status;
 }
