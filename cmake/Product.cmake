@@ -72,7 +72,8 @@ zr4410_link_as_c(testZR4410)
 install(TARGETS testZR4410 zr4410 zr4410_shared)
 set(ZR4410_PUBLIC_HEADERS
     camera/Math.h camera/QM2150.h camera/SnrQM2150.h link/MsgqClient.h link/Relay.h mcu/McuComm.h
-    support/CDecls.h support/Debug.h support/Results.h support/Signal.h support/Thread.h support/Utils.h)
+    support/CDecls.h support/Clock.h support/Debug.h support/Hex.h support/Results.h support/Settings.h
+    support/Signal.h support/Thread.h support/Utils.h)
 foreach(header ${ZR4410_PUBLIC_HEADERS})
   get_filename_component(folder ${header} DIRECTORY)
   install(FILES ${PROJECT_SOURCE_DIR}/${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zr4410/${folder})

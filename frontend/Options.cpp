@@ -9,16 +9,15 @@
 #include <iterator>
 
 #include "support/Debug.h"
+#include "support/Hex.h"
 #include "support/Log.h"
-#include "support/Utils.h"
 
 int32_t giOption, giArgv1, giArgv2, giCategoryCode;
 uint8_t gbArgv[16];
 
 namespace {
 
-// Values are read from argv[2] and argv[3] whatever the parser takes for an option's argument; in the short form
-// only y is declared with one.
+// Values are read from argv[2] and argv[3], not from the parser: in the short form only y is declared with an argument.
 constexpr char kShortOptions[] = "hgrmciy:s";
 
 constexpr option kLongOptions[] = {
@@ -38,7 +37,7 @@ enum class Values { None, Number, TwoNumbers, Hex, CategoryAndHex };
 struct ModeOption {
   int letter;
   int32_t mode;
-  int minArgc;  // one more is accepted: room for a trailing -g
+  int minArgc;  // one more is accepted, for a trailing -g
   Values values;
 };
 
@@ -79,7 +78,7 @@ bool StoreHex(const char* text) {
   return true;
 }
 
-// Only a hex text is checked.
+// Returns false, after logging, if a hex text is refused; numbers are not checked.
 bool StoreValues(Values values, char** argv) {
   switch (values) {
     case Values::None:

@@ -1,4 +1,5 @@
-// testZR4410: asks or sets one thing of the camera module or the motor microcontroller.
+// testZR4410: performs one action on the camera module or the motor microcontroller. The actions are elsewhere; this is
+// the course of a run.
 #include <stdio_ext.h>
 #include <unistd.h>
 
@@ -11,11 +12,12 @@
 #include "frontend/Options.h"
 #include "frontend/Reports.h"
 #include "link/MsgqClient.h"
+#include "support/Clock.h"
 #include "support/Debug.h"
 #include "support/Log.h"
+#include "support/Settings.h"
 #include "support/Signal.h"
 #include "support/SignalGuard.h"
-#include "support/Utils.h"
 
 extern "C" {
 RelayMessage gtMsgqRxBuf;  // of the read loop
@@ -59,12 +61,12 @@ void ReadDebugLevel() {
 int64_t ReadClock() {
   uint64_t milliseconds = 0;
   if (GetMsFromStart(&milliseconds) < 0) {
-    LOG(LOG_INFO, "GetMsFromStart failed!\n");  // info, not error, on purpose
+    LOG(LOG_INFO, "GetMsFromStart failed!\n");  // Intentional: info, not error; scripts depend on the level
   }
   return static_cast<int64_t>(milliseconds);
 }
 
-// Takes whatever arrives on the reply queue until the stop flag is set; with -g the queue client dumps it.
+// Receives messages from the reply queue until the stop flag is set; with -g the queue client dumps them.
 void ReadLoop() {
   LOG(LOG_INFO, "Start main loop.");
   while (GetSigID() != 1) {
@@ -89,7 +91,7 @@ void RawCommand() {
   }
 }
 
-// An action's result goes to the log only: it does not change the exit status.
+// The result of an action is only logged; it does not change the exit status.
 void RunAction() {
   switch (giOption) {
     case MODE_CAMERA:
@@ -147,16 +149,16 @@ int Run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // Line by line even into a pipe or a file, so that what was dumped is there if the tool is killed. The buffer is
-  // ours because the program has no heap of its own.
+  // Line-buffered even into a pipe or a file, so that no complete line is lost if the tool is killed. The buffer is
+  // static because the program uses no heap.
   static char outputBuffer[1024];
   setvbuf(stdout, outputBuffer, _IOLBF, sizeof outputBuffer);
 
   const int status = Run(argc, argv);
-  // Until here each signal is caught and logged. In exit the handler could meet a lock of libc's that it needs itself.
+  // Every signal up to here is caught and logged. During exit the handler could wait for a lock of libc for ever.
   HoldSignals(nullptr);
   if (ferror(stdout)) {
-    __fpurge(stdout);  // lost once is lost: exit must not wait for a reader while the signals are held
+    __fpurge(stdout);  // exit must not try a failed write again: it could wait, and no signal would end it
   }
   return status;
 }

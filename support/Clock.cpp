@@ -1,3 +1,5 @@
+#include "support/Clock.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -7,7 +9,6 @@
 
 #include "support/Log.h"
 #include "support/SignalGuard.h"
-#include "support/Utils.h"
 
 int GetMsFromStart(uint64_t* milliseconds) {
   timespec now;

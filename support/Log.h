@@ -14,7 +14,7 @@
 // format: as for printf, checked by the compiler.
 #define LOG(level, ...) (false ? CheckLogFormat(__VA_ARGS__) : WriteLogLine(level, __VA_ARGS__))
 
-// Never called: gives the compiler the format together with its arguments.
+// Never called: it lets the compiler check the format against the arguments.
 [[gnu::format(printf, 1, 2)]] void CheckLogFormat(const char* format, ...);
 
 // What stands around the one call of syslog. `before`: the signals held back until then.

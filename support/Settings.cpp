@@ -1,6 +1,8 @@
-// The settings file. What is slow here, opening a path and reading or writing, may be interrupted by a stop signal;
-// what allocates or takes a lock in libc, as logging does, is not: that is making and closing a stream. So a path is
-// opened first and then made a stream, and each stream has a buffer of its own.
+// Opening, reading and writing may wait, so a stop signal must be able to interrupt them. Creating and closing a stream
+// allocate memory, and so may logging in the handler: signals are held back there. So the path is opened first, and the
+// stream on it gets a buffer of its own.
+#include "support/Settings.h"
+
 #include <fcntl.h>
 #include <stdio_ext.h>
 #include <unistd.h>
@@ -11,7 +13,6 @@
 #include "support/Log.h"
 #include "support/Results.h"
 #include "support/SignalGuard.h"
-#include "support/Utils.h"
 
 namespace {
 
@@ -20,7 +21,7 @@ using Line = char[256];  // 255 characters: a longer line is read as several
 // A buffered stream with a buffer of its own, so that reading and writing it allocate nothing.
 class Stream {
  public:
-  // file: just opened; below 0 if that failed, which leaves it without a stream.
+  // file: the descriptor, or a negative number if it could not be opened; then there is no stream.
   Stream(int file, const char* mode) {
     if (file < 0) {
       return;
@@ -39,7 +40,7 @@ class Stream {
   bool IsOpen() const { return stream_ != nullptr; }
   FILE* Get() const { return stream_; }
 
-  // Closes a file whose data are written: nothing is left that could wait here. False if closing fails.
+  // Closes a stream that has nothing left to write, so this never waits. Returns false if closing fails.
   bool Close() {
     const SignalGuard guard;
     return fclose(stream_) == 0;
@@ -63,7 +64,7 @@ size_t ReadLine(FILE* file, Line& line) {
   if (fgets(line, sizeof line, file) == nullptr) {
     return 0;
   }
-  // The first line feed is the line's own, with the zero byte of its end behind it, or the first one behind that.
+  // The first line feed is the line's own, with the terminating zero byte after it, or the first one after that byte.
   const auto* const lineFeed = static_cast<const char*>(memchr(line, '\n', sizeof line));
   if (lineFeed == nullptr) {
     return sizeof line - 1;
@@ -104,7 +105,7 @@ int OpenTemporary(const char* path, char (&temporary)[128]) {
   return length < static_cast<int>(sizeof temporary) ? open(temporary, O_WRONLY | O_CREAT | O_TRUNC, 0666) : -1;
 }
 
-// Copies `from` to `to`, with the value of every matching line replaced. False unless all of it is on the disk.
+// Copies `from` to `to` with the value of every matching line replaced. Returns false unless all of it is on the disk.
 bool CopyWithValue(FILE* from, FILE* to, const char* key, const char* value) {
   Line line;
   while (const size_t length = ReadLine(from, line)) {
@@ -155,7 +156,7 @@ int sysconf_fset(const char* path, const char* key, const char* value) {
   char temporary[128];
   Stream to(OpenTemporary(path, temporary), "w");
   if (!to.IsOpen()) {
-    from.Abandon();  // kept: a failed write leaves the settings file open
+    from.Abandon();  // Intentional: the settings file stays open here; it is part of the behaviour that is kept.
     return Failed("Can not create a temp file for write.", RESULT_FAILED);
   }
   // Only a complete file may replace the old one.

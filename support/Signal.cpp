@@ -10,8 +10,7 @@ int32_t giSigID, giUsr1SigID, giUsr2SigID;
 
 static_assert(std::atomic_ref<int32_t>::is_always_lock_free, "the handler must never wait for a lock");
 
-// An atomic stands where a mutex would: the handler runs on the thread that it interrupts, which could hold
-// the mutex.
+// Atomic instead of guarded by a mutex: the handler runs on the thread that it interrupts, which could hold the mutex.
 void SetSigID(int32_t value) { std::atomic_ref(giSigID).store(value); }
 
 int32_t GetSigID(void) { return std::atomic_ref(giSigID).load(); }

@@ -24,8 +24,8 @@ int Thread(void) {
   const std::atomic_ref caught(giUsr1SigID);
   LOG(LOG_INFO, "Start thread.");
   while (GetSigID() != 1) {
-    // Both tests read the SIGUSR1 latch on purpose: the second notice tells of another SIGUSR1 in between,
-    // and SIGUSR2 never sends one.
+    // Intentional: both tests read the SIGUSR1 latch. Code 2 reports a second SIGUSR1 that arrived in between, and
+    // SIGUSR2 never sends a notice.
     for (const uint8_t code : {uint8_t{1}, uint8_t{2}}) {
       if (caught.load() == 1) {
         SendZR4410Msgq(code);

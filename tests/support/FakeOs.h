@@ -136,10 +136,9 @@ class FakeOs {
   FakeOs(const FakeOs&) = delete;
   FakeOs& operator=(const FakeOs&) = delete;
 
-  static constexpr std::string_view kCalls[] = {"ftok",  "msgget",        "msgsnd", "msgrcv", "syslog",   "usleep",
-                                                "sleep", "clock_gettime", "time",   "open",   "read",     "write",
-                                                "fsync", "close",         "rename", "unlink", "sigaction",
-                                                "fdopen"};
+  static constexpr std::string_view kCalls[] = {"ftok",  "msgget",        "msgsnd", "msgrcv", "syslog",    "usleep",
+                                                "sleep", "clock_gettime", "time",   "open",   "read",      "write",
+                                                "fsync", "close",         "rename", "unlink", "sigaction", "fdopen"};
   static constexpr int kPid = 4711;
   static constexpr int kRequestQueue = 0,
                        kReplyQueue = 32769;  // ids of the keys with 'b' and 'a'; 0 is a good id

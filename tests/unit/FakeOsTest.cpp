@@ -265,8 +265,8 @@ TEST(FakeOsWatch, ReportsEachUnguardedUseOfAStream) {
 
 TEST(FakeOsWatch, ReportsWhatMayWaitWithTheSignalsHeld) {
   const std::string held = " /sysconf/conf.img while the handled signals are held back";
-  EXPECT_THAT(Reported(WaitWithSignalsHeld), ElementsAre(HasSubstr("opening" + held), HasSubstr("reading" + held),
-                                                         HasSubstr("writing" + held)));
+  EXPECT_THAT(Reported(WaitWithSignalsHeld),
+              ElementsAre(HasSubstr("opening" + held), HasSubstr("reading" + held), HasSubstr("writing" + held)));
 }
 
 TEST(FakeOsWatch, ThereIsNoneOutsideATest) {

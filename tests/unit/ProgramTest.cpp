@@ -69,8 +69,8 @@ TEST_F(Program, GoesThroughItsStepsInOrder) {
   EXPECT_THAT(
       timeline,
       ElementsAre(banner, "log 6 Start testZR4410 (v0.0.1).", banner, "sigaction 2", "sigaction 15", "sigaction 10",
-                  "sigaction 12", "sigaction 13", "open r /sysconf/conf.img", "close /sysconf/conf.img", "ftok /defconf/conf.ptz b",
-                  "ftok /defconf/conf.ptz a", "msgget 98", "msgget 97", "receive nothing",
+                  "sigaction 12", "sigaction 13", "open r /sysconf/conf.img", "close /sysconf/conf.img",
+                  "ftok /defconf/conf.ptz b", "ftok /defconf/conf.ptz a", "msgget 98", "msgget 97", "receive nothing",
                   "send 4711 AA AA 01 06 AA 10 01 01 44 55 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
                   "00 00 00 00 00 00 00 00 00",
                   "sleep 50000", "receive 36", "log 6 Delta Time (ms) : 50\n", banner,

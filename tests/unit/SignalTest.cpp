@@ -8,8 +8,7 @@
 #include "support/Log.h"
 #include "tests/support/Fixtures.h"
 
-extern "C" {
-}
+extern "C" {}
 
 namespace {
 
