@@ -23,7 +23,7 @@ std::string File(const std::string& name) {
 
 std::string Output(const std::string& arguments) {
   std::string text;
-  FILE* const pipe = popen((std::string(SIM_PROGRAM) + " " + arguments).c_str(), "r");
+  FILE* const pipe = popen(("\"" SIM_PROGRAM "\" " + arguments).c_str(), "r");
   std::array<char, 4096> buffer{};
   while (const std::size_t got = fread(buffer.data(), 1, buffer.size(), pipe)) {
     text.append(buffer.data(), got);
