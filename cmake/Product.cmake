@@ -52,12 +52,14 @@ add_executable(testZR4410 ${PROJECT_SOURCE_DIR}/frontend/testZR4410.cpp ${ZR4410
 target_link_libraries(testZR4410 PRIVATE zr4410_options zr4410)
 zr4410_link_as_c(testZR4410)
 
-install(TARGETS testZR4410 zr4410 zr4410_shared)
-set(ZR4410_PUBLIC_HEADERS
-    camera/Math.h camera/QM2150.h camera/SnrQM2150.h link/MsgqClient.h link/Relay.h mcu/McuComm.h
-    support/CDecls.h support/Debug.h support/Results.h support/Signal.h support/Thread.h support/Utils.h)
-foreach(header ${ZR4410_PUBLIC_HEADERS})
-  get_filename_component(folder ${header} DIRECTORY)
-  install(FILES ${PROJECT_SOURCE_DIR}/${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zr4410/${folder})
-endforeach()
-install(FILES ${PROJECT_SOURCE_DIR}/docs/testZR4410.1 ${PROJECT_SOURCE_DIR}/docs/simZR4410.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+if(ZR4410_INSTALL)
+  install(TARGETS testZR4410 zr4410 zr4410_shared)
+  set(ZR4410_PUBLIC_HEADERS
+      camera/Math.h camera/QM2150.h camera/SnrQM2150.h link/MsgqClient.h link/Relay.h mcu/McuComm.h
+      support/CDecls.h support/Debug.h support/Results.h support/Signal.h support/Thread.h support/Utils.h)
+  foreach(header ${ZR4410_PUBLIC_HEADERS})
+    get_filename_component(folder ${header} DIRECTORY)
+    install(FILES ${PROJECT_SOURCE_DIR}/${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zr4410/${folder})
+  endforeach()
+  install(FILES ${PROJECT_SOURCE_DIR}/docs/testZR4410.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+endif()
