@@ -6,9 +6,17 @@ set(ZR4410_LIBRARY_SOURCES
     camera/SnrQM2150Names.cpp camera/SnrQM2150Operations.cpp
     link/MsgqClient.cpp link/Relay.cpp
     mcu/McuComm.cpp
-    support/Debug.cpp support/Log.cpp support/Signal.cpp support/SignalGuard.cpp support/Thread.cpp support/Clock.cpp support/Hex.cpp
-    support/Settings.cpp)
+    support/Clock.cpp support/Debug.cpp support/Hex.cpp support/Log.cpp support/Settings.cpp support/Signal.cpp
+    support/SignalGuard.cpp support/Thread.cpp)
 list(TRANSFORM ZR4410_LIBRARY_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/)
+
+# The headers that are installed; tests compile each as C11 and as C++17.
+set(ZR4410_PUBLIC_HEADERS
+    camera/Math.h camera/QM2150.h camera/SnrQM2150.h
+    link/MsgqClient.h link/Relay.h
+    mcu/McuComm.h
+    support/CDecls.h support/Clock.h support/Debug.h support/Hex.h support/Results.h support/Settings.h
+    support/Signal.h support/Thread.h support/Utils.h)
 
 set(ZR4410_FRONTEND_SOURCES frontend/DeviceActions.cpp frontend/Options.cpp frontend/Reports.cpp)
 list(TRANSFORM ZR4410_FRONTEND_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/)
@@ -69,13 +77,11 @@ target_link_libraries(testZR4410 PRIVATE zr4410_options zr4410)
 set_target_properties(testZR4410 PROPERTIES POSITION_INDEPENDENT_CODE ON)  # PIE
 zr4410_link_as_c(testZR4410)
 
-install(TARGETS testZR4410 zr4410 zr4410_shared)
-set(ZR4410_PUBLIC_HEADERS
-    camera/Math.h camera/QM2150.h camera/SnrQM2150.h link/MsgqClient.h link/Relay.h mcu/McuComm.h
-    support/CDecls.h support/Clock.h support/Debug.h support/Hex.h support/Results.h support/Settings.h
-    support/Signal.h support/Thread.h support/Utils.h)
-foreach(header ${ZR4410_PUBLIC_HEADERS})
-  get_filename_component(folder ${header} DIRECTORY)
-  install(FILES ${PROJECT_SOURCE_DIR}/${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zr4410/${folder})
-endforeach()
-install(FILES ${PROJECT_SOURCE_DIR}/docs/testZR4410.1 ${PROJECT_SOURCE_DIR}/docs/simZR4410.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+if(ZR4410_INSTALL)
+  install(TARGETS testZR4410 zr4410 zr4410_shared)
+  foreach(header ${ZR4410_PUBLIC_HEADERS})
+    get_filename_component(folder ${header} DIRECTORY)
+    install(FILES ${PROJECT_SOURCE_DIR}/${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zr4410/${folder})
+  endforeach()
+  install(FILES ${PROJECT_SOURCE_DIR}/docs/testZR4410.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+endif()

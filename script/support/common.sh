@@ -1,6 +1,14 @@
-# Sourced by the scripts beside it: where the project is, and how to keep quiet about what went well.
+# Sourced by the scripts beside it: where the project is, --help, and how to keep quiet about what went well.
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+
+# The comment at the top of a script is its help text.
+case ${1:-} in
+  -h | --help)
+    sed -n '2,/^set /{/^# \{0,1\}/s///p}' "$0"
+    exit 0
+    ;;
+esac
 
 say() { printf '%s: %s\n' "script/$(basename "$0")" "$*" >&2; }
 
@@ -9,10 +17,49 @@ die() {
   exit 1
 }
 
-# quiet COMMAND...: its output is shown only if it fails.
+# Passes its input on and, on a terminal, shows the latest line of it.
+progress() {
+  if [ ! -t 2 ]; then
+    cat
+    return
+  fi
+  local line
+  while IFS= read -r line || [ -n "$line" ]; do
+    printf '%s\n' "$line"
+    printf '\r\033[K%.79s' "$line" >&2
+  done
+  printf '\r\033[K' >&2
+}
+
+# quiet COMMAND...: its output is shown only if it fails; on a terminal also how far it is.
 quiet() {
   local output status=0
-  output=$("$@" 2>&1) || status=$?
+  output=$("$@" 2>&1 | progress) || status=$?
   [ "$status" = 0 ] || printf '%s\n' "$output" >&2
+  return "$status"
+}
+
+# build DIRECTORY [TARGET]...: builds what is configured there; says about how long, if most of it is still to be done.
+build() {
+  local object missing=0
+  while read -r object; do
+    [ -e "$1/$object" ] || missing=$((missing + 1))
+  done < <(ninja -C "$1" -t commands "${@:2}" | sed -n 's/.* -o \([^ ]*\.o\) .*/\1/p')
+  # A file takes one core two to three seconds.
+  [ "$missing" -lt 10 ] ||
+    say "building ${1#"$root/"}, $missing files: about $((missing * 3 / $(nproc) + 1)) s"
+  quiet cmake --build "$1" ${2:+--target "${@:2}"}
+}
+
+# run_tests DIRECTORY [CTEST-OPTION]...: the tests built there; of those that pass only ctest's closing lines are shown.
+run_tests() {
+  local log=$1/ctest.log status=0
+  ctest --test-dir "$1" --parallel "$(nproc)" --no-tests=error --output-on-failure "${@:2}" 2>&1 | progress >"$log" ||
+    status=$?
+  if [ "$status" = 0 ]; then
+    sed -n '/% tests passed/,$p' "$log"
+  else
+    grep -vE '^ *Start +[0-9]+:|^ *[0-9]+/[0-9]+ Test .* Passed ' "$log"
+  fi
   return "$status"
 }

@@ -267,7 +267,7 @@ class Bench:
         for name in ["CMakeLists.txt", "CMakePresets.json"]:
             shutil.copy(root / name, self.source)
         self.run("cmake", "-S", self.source, "-B", self.build, "-G", "Ninja", "-DZR4410_SIMULATOR=OFF",
-                 "-DCMAKE_BUILD_TYPE=", "-DCMAKE_CXX_FLAGS=-O0 -Werror=return-type", "-DCMAKE_SKIP_RPATH=ON")
+                 "-DCMAKE_BUILD_TYPE=None", "-DCMAKE_CXX_FLAGS=-O0 -Werror=return-type", "-DCMAKE_SKIP_RPATH=ON")
         self.run("cmake", "--build", self.build, "--target", "mutation_tests")
         self.library = next(self.build.rglob("libmutated.so"))
         self.tests = self.build / "bin" / "mutation_tests"

@@ -278,7 +278,7 @@ void FakeOs::Forget() {
   opened_.clear();
   handlers_.clear();
   for (auto& [call, count] : calls_) {
-    std::erase_if(planned_[call], [count = count](const Planned& event) { return event.n <= count; });
+    std::erase_if(planned_[call], [past = count](const Planned& event) { return event.n <= past; });
     for (Planned& event : planned_[call]) {
       event.n -= count;
     }

@@ -20,6 +20,7 @@ import sysv_ipc
 
 TOOL = shlex.split(os.environ.get("ZR4410_TOOL", "testZR4410"))
 SIMULATOR = shlex.split(os.environ.get("ZR4410_SIM", "simZR4410"))
+LIBC = os.environ.get("ZR4410_LIBC", "glibc")  # of the tool
 BYTE_ORDER = os.environ.get("ZR4410_BYTE_ORDER", "little")  # of the machine the tool is built for
 with open(shutil.which(TOOL[-1]), "rb") as program:
     WIDE_LONG = program.read(5)[4] == 2  # the ELF header's class: whether a long of the tool's machine has 64 bits
@@ -33,6 +34,15 @@ BANNER = (INFO, "===================================================")
 START = [BANNER, (INFO, "Start testZR4410 (v0.0.1)."), BANNER]
 FINISH = [BANNER, (INFO, "Finish testZR4410 (v0.0.1)."), BANNER]
 CAUGHT = [(DEBUG, f"Catch {name}!") for name in ("SIGINT", "SIGTERM", "SIGUSR1", "SIGUSR2")]
+
+
+class LineOfMusl(str):
+    """Without the line feed: musl adds one where the text has none, so whether it has one cannot be seen."""
+
+    def __eq__(self, other):
+        return str(self) == other.removesuffix("\n")
+
+    __hash__ = str.__hash__
 
 
 class Syslog:
@@ -63,7 +73,8 @@ class Syslog:
             if match and int(match[2]) == pid:
                 priority = int(match[1])
                 assert priority & ~7 in (0, self.USER), datagram
-                found.append((priority & 7, match[3].decode("latin-1")))
+                text = match[3].decode("latin-1")
+                found.append((priority & 7, LineOfMusl(text.removesuffix("\n")) if LIBC == "musl" else text))
         return found
 
     def wait_for(self, pid, line, count=1):
@@ -139,7 +150,7 @@ class Run:
     def action(self):
         """The log lines of the action alone; what it took is in `milliseconds` afterwards."""
         *lines, (level, text) = self.body()
-        delta = re.fullmatch(r"Delta Time \(ms\) : (\d+)\n", text)
+        delta = re.fullmatch(r"Delta Time \(ms\) : (\d+)" + ("" if LIBC == "musl" else r"\n"), text)
         assert level == INFO and delta, (level, text)
         self.milliseconds = int(delta[1])
         return lines

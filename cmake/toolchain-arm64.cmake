@@ -1,0 +1,5 @@
+# 64-bit ARM.
+set(CMAKE_SYSTEM_PROCESSOR aarch64)
+set(triple aarch64-linux-gnu)
+set(emulator qemu-aarch64 -L /usr/${triple})
+include(${CMAKE_CURRENT_LIST_DIR}/cross/toolchain.cmake)

@@ -1,0 +1,91 @@
+"""script/bootstrap on other systems than a Debian in good order. Nothing is installed: apt-get is a stand-in."""
+
+import os
+import re
+import subprocess
+from pathlib import Path
+
+import pytest
+
+BOOTSTRAP = Path(__file__).parents[2] / "script" / "bootstrap"
+
+
+@pytest.fixture
+def programs(tmp_path):
+    """A PATH with this machine's programs but the package manager's; a test adds and takes away."""
+    folder = tmp_path / "bin"
+    folder.mkdir()
+    for program in [*Path("/usr/sbin").iterdir(), *Path("/usr/bin").iterdir()]:
+        if not program.name.startswith(("apt", "dpkg", "sudo")):
+            (folder / program.name).unlink(missing_ok=True)
+            (folder / program.name).symlink_to(program)
+    return folder
+
+
+def stand_in(file, text):
+    file.unlink(missing_ok=True)
+    file.write_text("#!/bin/sh\n" + text)
+    file.chmod(0o755)
+
+
+def bootstrap(programs, *groups):
+    return subprocess.run([BOOTSTRAP, *groups], capture_output=True, text=True, timeout=60,
+                          env={**os.environ, "PATH": str(programs)})
+
+
+def test_without_a_package_manager_it_goes_on_with_what_is_there(programs):
+    run = bootstrap(programs, "test")
+    assert (run.returncode, run.stdout, run.stderr) == (0, "", "")
+
+
+def test_without_a_package_manager_it_names_what_is_missing_by_purpose(programs):
+    (programs / "socat").unlink()
+    (programs / "bwrap").unlink()
+    run = bootstrap(programs, "test")
+    assert run.returncode == 1
+    assert run.stderr == "script/bootstrap: this system has no apt-get; please install:\n  bubblewrap (bwrap)\n  socat\n"
+
+
+def test_each_package_has_a_purpose_and_a_check(programs):
+    (programs / "c++").unlink()
+    stand_in(programs / "c++", "exit 1\n")  # no header is found
+    names = re.findall(r"^group\[(\w+)\]", BOOTSTRAP.read_text(), re.MULTILINE)
+    run = bootstrap(programs, *names)
+    assert run.returncode == 1
+    assert "unbound" not in run.stderr
+    assert "  CLI11, C++ headers\n" in run.stderr
+    assert "\n  \n" not in run.stderr
+
+
+def test_a_broken_package_source_is_a_warning(programs, tmp_path):
+    (programs / "socat").unlink()
+    stand_in(programs / "id", "echo 0\n")
+    stand_in(programs / "apt-get", f"""
+        case "$*" in
+          *update) echo 'Hit:1 good'; echo 'E: The repository of somebody has no Release file.' >&2; exit 100 ;;
+          *) echo "$*" >{tmp_path}/installed ;;
+        esac""")
+    run = bootstrap(programs, "test")
+    assert run.returncode == 0
+    assert run.stderr.splitlines() == [
+        "script/bootstrap: installing socat: a minute or two",
+        "script/bootstrap: warning: apt-get update fails, going on with the package lists there are:",
+        "E: The repository of somebody has no Release file."]
+    assert (tmp_path / "installed").read_text().endswith("install --no-install-recommends socat\n")
+
+
+def test_a_package_that_cannot_be_had_stops_it(programs):
+    (programs / "socat").unlink()
+    stand_in(programs / "id", "echo 0\n")
+    stand_in(programs / "apt-get", "echo E: Unable to locate package socat; exit 100\n")
+    run = bootstrap(programs, "test")
+    assert run.returncode == 100
+    assert run.stderr.endswith("E: Unable to locate package socat\n")
+
+
+def test_without_sudo_an_ordinary_user_is_told_the_command(programs):
+    (programs / "socat").unlink()
+    stand_in(programs / "id", "echo 1000\n")
+    stand_in(programs / "apt-get", "exit 1\n")
+    run = bootstrap(programs, "test")
+    assert (run.returncode, run.stderr) == (1, "script/bootstrap: please run as root: apt-get install socat\n")
