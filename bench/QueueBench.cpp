@@ -11,8 +11,8 @@
 #include <string>
 #include <thread>
 
-#include "simulator/Daemon.h"
-#include "simulator/Device.h"
+#include "simulator/connect/Daemon.h"
+#include "simulator/model/Device.h"
 
 namespace {
 

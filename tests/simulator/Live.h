@@ -1,4 +1,4 @@
-// Message queues of a test's own, seen from the tool's side.
+// Message queues of a test's own, seen from the tool's side, and waiting for what happens in another thread.
 #pragma once
 
 #include <sys/ipc.h>
@@ -15,7 +15,7 @@
 #include <thread>
 #include <vector>
 
-// Waits for what must come; a minute is for machines that are very busy.
+// Waits until the condition holds; false after a minute, which is for very busy machines.
 template <typename Condition>
 bool Eventually(Condition condition) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
@@ -35,7 +35,7 @@ class TestQueues {
     std::vector<std::uint8_t> body;
   };
 
-  // A key file whose keys nobody uses.
+  // Makes a key file whose keys nobody uses.
   TestQueues() {
     do {
       if (!path_.empty()) {

@@ -1,4 +1,4 @@
-// Bytes written out, for the tests of the simulator.
+// What the tests of the simulator share: bytes written as text, and messages that many of them use.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -8,7 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "simulator/Device.h"
+#include "simulator/model/Error.h"
+#include "simulator/model/Time.h"
 
 using Packet = std::vector<std::uint8_t>;
 using Packets = std::vector<Packet>;
@@ -23,10 +24,12 @@ inline Packet B(const std::string& text) {
   return bytes;
 }
 
-// A relay body: what is written, then zeros up to 36 bytes.
+constexpr std::size_t kMessageSize = 36;
+
+// A relay message: what is written, then zeros.
 inline Packet Body(const std::string& text) {
   Packet body = B(text);
-  body.resize(36, 0);
+  body.resize(kMessageSize, 0);
   return body;
 }
 
@@ -49,3 +52,29 @@ inline std::string Hex(const Packets& packets) {
 
 constexpr sim::Time operator""_ms(unsigned long long ms) { return static_cast<sim::Time>(ms) * 1000; }
 constexpr sim::Time operator""_s(unsigned long long s) { return static_cast<sim::Time>(s) * 1000000; }
+
+// The text of the Error that a routine throws; empty if it throws none.
+template <typename Routine>
+std::string ErrorOf(Routine routine) {
+  try {
+    routine();
+  } catch (const sim::Error& error) {
+    return error.what();
+  }
+  return "";
+}
+
+// Requests and their replies.
+inline const std::string kVersion = "AA AA 01 06 AA 10 01 01 44 55";
+inline const std::string kVersionReply = "AA AA 01 06 AA 90 01 21 A4 55";
+inline const std::string kGetPtz = "AA AA 02 06 AA 11 01 00 44 55";
+inline const std::string kGetPtzReply = "AA AA 02 0D AA 91 08 00 00 7D 00 01 C2 00 00 7D 55";
+inline const std::string kReportPtz = "AA AA 01 06 AA 11 01 01 43 55";
+inline const std::string kReport = "AA AA 00 0D AA 91 08 00 00 7D 00 01 C2 00 00 7D 55";
+inline const std::string kSupplyOff = "AA AA 01 06 AA 0C 01 00 49 55";
+inline const std::string kSupplyOn = "AA AA 02 06 AA 0C 01 01 48 55";
+inline const std::string kSensorMode = "AA AA 05 0B AA 02 06 81 09 04 24 72 FF 2B 55";
+inline const std::string kSensorModeReply = "AA AA 05 0A AA 82 05 90 50 00 06 FF EA 55";
+inline const std::string kAeManual = "AA AA 09 0B AA 02 06 81 01 04 39 03 FF 8D 55";
+inline const std::string kAcknowledged = "AA AA 09 06 AA 82 01 10 C3 55";
+inline const std::string kUnsupported = "AA AA 04 06 AA 16 01 00 3F 55";
