@@ -36,9 +36,9 @@ bool Boolean(const toml::node& node, const std::string& key) {
   return *value;
 }
 
-const toml::table& Table(const toml::node& node, const std::string& key) {
+const toml::table& Table(const toml::node& node, std::string_view key) {
   if (!node.is_table()) {
-    Refuse(node, key + " must be a table");
+    Refuse(node, std::string(key) + " must be a table");
   }
   return *node.as_table();
 }

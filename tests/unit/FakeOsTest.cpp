@@ -222,7 +222,7 @@ TEST(FakeOsWatch, ReportsEachUnguardedUseOfAStream) {
   ASSERT_EQ(failures.size(), 6);
   for (int i = 0; i < 6; ++i) {
     EXPECT_THAT(failures.GetTestPartResult(i).message(),
-                testing::EndsWith(std::string("a handler that logs can interrupt ") + uses[i]));
+                testing::HasSubstr(std::string("a handler that logs can interrupt ") + uses[i]));
   }
 }
 

@@ -180,7 +180,7 @@ TEST_F(Mcu, ThePositionsModeIsTheLowByte) {
 }
 
 TEST_F(Mcu, PositionsOfAnyOtherLengthFailSilently) {
-  for (const size_t length : {0, 1, 7, 9, 16}) {
+  for (const size_t length : {0U, 1U, 7U, 9U, 16U}) {
     Ptz ptz;
     os.Reply(Bytes(length, 0x01));
     EXPECT_EQ(ptz.Get(), -1) << length;

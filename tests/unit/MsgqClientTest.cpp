@@ -361,7 +361,7 @@ TEST_F(Receiving, AMessageOfAnotherLengthIsAnError) {
 }
 
 TEST_F(Receiving, APoisonMessageFailsEveryReceiveUntilItIsRemoved) {
-  for (const size_t length : {37, 8192}) {
+  for (const size_t length : {37U, 8192U}) {
     os.Arrive(Bytes(length));
     os.Arrive(Bytes(36));
     for (int i = 0; i < 2; ++i) {

@@ -362,7 +362,7 @@ TEST_F(Options, EarlierDataIsCleared) {
 TEST_F(Options, ThirtyThreeDigitsAreTheMost) {
   const std::string digits = "00112233445566778899AABBCCDDEEFF0";
   const Bytes bytes = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88, 0x99, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF};
-  for (const size_t count : {32, 33}) {
+  for (const size_t count : {32U, 33U}) {
     ExpectRun({"-c", digits.substr(0, count)}, 4);
     EXPECT_EQ(giArgv1, 16);
     EXPECT_EQ(Data(), bytes);
@@ -370,7 +370,7 @@ TEST_F(Options, ThirtyThreeDigitsAreTheMost) {
     EXPECT_EQ(giArgv1, 16);
     EXPECT_EQ(Data(), bytes);
   }
-  for (const size_t count : {34, 35, 5000}) {
+  for (const size_t count : {34U, 35U, 5000U}) {
     ExpectBadHex({"-c", std::string(count, '1')}, "HexStr2Bytes failed!\n");
     ExpectBadHex({"-i", "04", std::string(count, '1')}, "HexStr2Bytes failed!\n");
   }

@@ -418,7 +418,7 @@ TEST_P(Blocks, TakeAnyReplyTypeButAnError) {
 // --- Failures: the record stays as it was, and nothing is printed ---
 
 TEST_P(Blocks, RefuseAReplyOf12Or14DataBytes) {
-  for (const size_t count : {12, 14}) {
+  for (const size_t count : {12U, 14U}) {
     os.Forget();
     EXPECT_EQ(GetFrom(Bytes(count, 0x11)), -59);
     ExpectUntouched();

@@ -232,7 +232,7 @@ TEST_F(Relay, TheFirstFaultOfAReplyDecides) {
 }
 
 TEST_F(Relay, EveryByteOfAReplyIsSummed) {
-  for (const size_t place : {1, 2, 3, 4, 6, 7, 22}) {  // not the count, nor the middle beyond it
+  for (const size_t place : {1U, 2U, 3U, 4U, 6U, 7U, 22U}) {  // not the count, nor the middle beyond it
     ViscaReplyFrame frame = GoodReply();
     uint8_t* const byte = &frame.start + place;
     ++*byte;

@@ -284,7 +284,7 @@ TEST_F(Settings, TheTemporaryPathIsAtMost127Characters) {
   EXPECT_EQ(os.files[fits], "EXT_DEBUG=3\n");
   EXPECT_THAT(os.Log(), IsEmpty());
 
-  for (const size_t length : {123, 127, 128, 4000}) {
+  for (const size_t length : {123U, 127U, 128U, 4000U}) {
     const std::string tooLong = "/" + std::string(length, 'p');
     os.files[tooLong] = "EXT_DEBUG=5\n";
     const size_t count = os.files.size();
