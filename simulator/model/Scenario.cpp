@@ -43,6 +43,10 @@ const toml::table& Table(const toml::node& node, std::string_view key) {
   return *node.as_table();
 }
 
+std::uint8_t Register(const toml::node& node, const std::string& key) {
+  return static_cast<std::uint8_t>(Integer(node, key, 0, 0xFF));
+}
+
 // A variable's value: a number that the wire can carry, one of its names, or true and false for on and off.
 std::uint32_t Value(const toml::node& node, const std::string& key, Var var) {
   const VarInfo& info = Info(var);
@@ -63,33 +67,35 @@ std::uint32_t Value(const toml::node& node, const std::string& key, Var var) {
   return *value;
 }
 
+void ReadRegisters(const toml::table& table, Setup& setup) {
+  for (const auto& [key, node] : table) {
+    const std::string text(key.str());
+    const bool hex = text.starts_with("0x");
+    const char* const begin = text.data() + (hex ? 2 : 0);
+    const char* const end = text.data() + text.size();
+    unsigned number = 0;
+    const auto parsed = std::from_chars(begin, end, number, hex ? 16 : 10);
+    if (parsed.ec != std::errc() || parsed.ptr != end || number >= setup.state.registers.size()) {
+      Refuse(node, "'" + text + "' is not a register number");
+    }
+    setup.state.registers[number] = Register(node, text);
+  }
+}
+
+// The variables from `from` to before `to`, and in [camera] the registers.
 void ReadVariables(const toml::table& table, const std::string& section, Var from, Var to, Setup& setup) {
   for (const auto& [key, node] : table) {
     const std::string name(key.str());
-    if (section == "camera" && name == "registers") {
-      for (const auto& [number_key, value] : Table(node, "registers")) {
-        const std::string text(number_key.str());
-        unsigned number = 0;
-        const bool hex = text.starts_with("0x");
-        const char* const begin = text.data() + (hex ? 2 : 0);
-        const char* const end = text.data() + text.size();
-        const auto parsed = std::from_chars(begin, end, number, hex ? 16 : 10);
-        if (parsed.ec != std::errc() || parsed.ptr != end || number > 0xFF) {
-          Refuse(value, "'" + text + "' is not a register number");
-        }
-        setup.state.registers[number] = static_cast<std::uint8_t>(Integer(value, text, 0, 0xFF));
-      }
-      continue;
-    }
-    if (section == "camera" && name == "sensor_mode") {
-      setup.state.registers[kSensorModeRegister] = static_cast<std::uint8_t>(Integer(node, name, 0, 0xFF));
-      continue;
-    }
     const auto var = FindVar(name);
-    if (!var || *var < from || *var >= to) {
+    if (section == "camera" && name == "registers") {
+      ReadRegisters(Table(node, name), setup);
+    } else if (section == "camera" && name == "sensor_mode") {
+      setup.state.registers[kSensorModeRegister] = Register(node, name);
+    } else if (var && *var >= from && *var < to) {
+      setup.state[*var] = Value(node, name, *var);
+    } else {
       Refuse(node, "unknown key '" + name + "' in [" + section + "]");
     }
-    setup.state[*var] = Value(node, name, *var);
   }
 }
 

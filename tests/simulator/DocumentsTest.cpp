@@ -1,8 +1,9 @@
-// What is written about the simulator agrees with it.
+// The documents about the simulator agree with it.
 #include <gtest/gtest.h>
 
 #include <array>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <regex>
 #include <set>
@@ -10,6 +11,7 @@
 #include <string>
 
 #include "simulator/model/Faults.h"
+#include "simulator/model/Setup.h"
 
 namespace {
 
@@ -45,7 +47,9 @@ std::set<std::string> Options(const std::string& text, const std::string& before
   return found;
 }
 
-std::string WithoutEscapes(std::string text) {
+// The manual page, with plain hyphens and each entry ended by a line feed.
+std::string Manual() {
+  std::string text = File("docs/simZR4410.1");
   for (std::size_t at; (at = text.find("\\-")) != std::string::npos;) {
     text.erase(at, 1);
   }
@@ -62,13 +66,36 @@ TEST(Documents, ProtocolPageEndsWithTheTables) {
 TEST(Documents, ManualNamesTheOptionsOfTheHelpText) {
   // Versions of CLI11 indent their help differently.
   const std::set<std::string> help = Options(Output("--help"), " *(?:-[a-z], *)?");
-  const std::set<std::string> manual = Options(WithoutEscapes(File("docs/simZR4410.1")), "\\.B ");
+  const std::set<std::string> manual = Options(Manual(), "\\.B ");
   EXPECT_GE(help.size(), 20U);
   EXPECT_EQ(manual, help);
 }
 
+TEST(Documents, ManualHasTheRangeAndDefaultOfEachOption) {
+  const std::string manual = Manual();
+  const sim::Setup setup;
+  for (const sim::SetupKey& key : sim::SetupKeys()) {
+    const std::size_t at = manual.find("\n.B " + std::string(key.option));
+    ASSERT_NE(at, std::string::npos) << key.option;
+    const std::string entry = manual.substr(at, manual.find("\n.", at + 1) + 1 - at);
+    std::string expected = "Scenario key: " + std::string(key.key);
+    if (!key.is_switch) {
+      expected += ", " + std::to_string(key.least) + " to " + std::to_string(key.greatest) + ". Default " +
+                  std::to_string(key.get(setup));
+    }
+    EXPECT_NE(entry.find("\n" + expected + ".\n"), std::string::npos) << key.option << ": " << expected;
+  }
+}
+
+TEST(Documents, ManualIsOfThisVersion) {
+  std::smatch version;
+  const std::string output = Output("--version");
+  ASSERT_TRUE(std::regex_match(output, version, std::regex("simZR4410 (\\S+)\n")));
+  EXPECT_NE(Manual().find("\"testZR4410 " + version.str(1) + "\""), std::string::npos) << output;
+}
+
 TEST(Documents, ManualSaysWhatTheListOfFaultsSays) {
-  const std::string manual = WithoutEscapes(File("docs/simZR4410.1"));
+  const std::string manual = Manual();
   std::istringstream list(Output("--faults"));
   std::size_t count = 0;
   for (std::string line; std::getline(list, line);) {
@@ -81,6 +108,23 @@ TEST(Documents, ManualSaysWhatTheListOfFaultsSays) {
     ++count;
   }
   EXPECT_EQ(count, sim::FaultTable().size());
+}
+
+// docs/architecture.md says so: what the model may include.
+TEST(Documents, ModelIncludesNothingThatTouchesTheSystem) {
+  const std::regex allowed(R"(#include (<[a-z_]+>|<toml\+\+/toml\.h>|"simulator/model/[A-Za-z]+\.h"))");
+  const std::regex forbidden(R"(#include <(fstream|iostream|filesystem|chrono|ctime|thread|mutex|atomic)>)");
+  std::size_t includes = 0;
+  for (const auto& file : std::filesystem::directory_iterator(SIM_SOURCE "/simulator/model")) {
+    std::ifstream lines(file.path());
+    for (std::string line; std::getline(lines, line);) {
+      if (line.starts_with("#include")) {
+        EXPECT_TRUE(std::regex_match(line, allowed) && !std::regex_match(line, forbidden)) << file.path() << line;
+        ++includes;
+      }
+    }
+  }
+  EXPECT_GT(includes, 50U);
 }
 
 }  // namespace
