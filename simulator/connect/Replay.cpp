@@ -8,7 +8,7 @@
 namespace sim {
 namespace {
 
-constexpr Time kLongest = 2 * 3600 * kSecond;  // between a request and its reply
+constexpr Time kLongest = 2 * Time{3600} * kSecond;  // between a request and its reply
 
 // What makes two requests the same: the frame, or the whole message if it has none.
 Bytes Key(ByteView body) {

@@ -20,8 +20,9 @@ class CameraModel {
     bool travel = true;          // zoom and focus take time to reach a position; false: they jump
   };
 
-  // Keeps a reference to `state` and changes the camera's variables and registers in it; nobody else should while a
-  // motor moves. What `state` holds now is what the camera returns to when its supply comes back.
+  // Keeps a reference to `state` and changes the camera's variables and registers in it. What somebody else writes to
+  // zoom_pos or focus_pos is lost while that motor moves. What `state` holds now is what the camera returns to when its
+  // supply comes back.
   CameraModel(State& state, Options options);
 
   // Times must not run backwards from call to call.

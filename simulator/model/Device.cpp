@@ -6,8 +6,8 @@
 namespace sim {
 namespace {
 
-constexpr std::size_t kMostSaid = 16;  // packets kept for a VISCA line; nobody may be listening
-constexpr Time kBitsPerByte = 10;      // start bit, eight data bits, stop bit
+constexpr std::size_t kMostUnasked = 16;  // packets kept for a VISCA line: there may be none
+constexpr Time kBitsPerByte = 10;         // start bit, eight data bits, stop bit
 constexpr Time kMcuTime = kMillisecond;
 
 Bytes WithoutSocket(Bytes packet) {
@@ -95,7 +95,7 @@ Device::Answer Device::Ask(const Frame& request, Time now) {
     const bool reporting = mcu_.Reports(kGetPtz) || mcu_.Reports(kGetMotorState);
     const Bytes data = mcu_.Handle(request.code, request.data, now);
     if (!supply_back_) {
-      camera_.SetSupply(state_[Var::lens_power] == 1, now);
+      camera_.SetSupply(state_[Var::lens_power] != 0, now);
     }
     if (!reporting) {
       next_report_ = now + setup_.report_every;
@@ -154,7 +154,7 @@ void Device::Deliver(const Relay& request, const Answer& answer, const Fault* fa
 void Device::Advance(Time now) {
   now_ = now;
   if (supply_back_ && now >= *supply_back_) {
-    camera_.SetSupply(state_[Var::lens_power] == 1, *supply_back_);
+    camera_.SetSupply(state_[Var::lens_power] != 0, *supply_back_);
     supply_back_.reset();
   }
   for (Bytes& packet : camera_.Advance(now)) {
@@ -165,8 +165,8 @@ void Device::Advance(Time now) {
                    .body = EncodeRelay(sequence_, Frame{ReplyCode(kCameraCode), packet}.Encode()),
                    .note = "completed"});
     }
-    if (said_.size() < kMostSaid) {
-      said_.push_back(std::move(packet));
+    if (unasked_.size() < kMostUnasked) {
+      unasked_.push_back(std::move(packet));
     }
   }
   for (const std::uint8_t id : {kGetPtz, kGetMotorState}) {
@@ -194,6 +194,6 @@ std::vector<Bytes> Device::Visca(ByteView packet, Time now) {
   return camera_.Handle(packet, now);
 }
 
-std::vector<Bytes> Device::TakeVisca() { return std::exchange(said_, {}); }
+std::vector<Bytes> Device::TakeVisca() { return std::exchange(unasked_, {}); }
 
 }  // namespace sim

@@ -11,7 +11,7 @@
 
 namespace sim {
 
-class Device : public Peer, private Faulty {
+class Device : public Peer, private FaultTarget {
  public:
   explicit Device(const Setup& setup);
 
@@ -44,7 +44,7 @@ class Device : public Peer, private Faulty {
   CameraModel camera_;
   McuModel mcu_;
   FaultPicker faults_;
-  std::vector<Bytes> said_;          // by the camera unasked, for a VISCA line
+  std::vector<Bytes> unasked_;       // what the camera has sent unasked, for a VISCA line
   std::int32_t type_ = 1;            // of the last request; reports carry it too
   std::uint8_t sequence_ = 0;        // of the last request; completions carry it
   Time now_ = 0;                     // of the last Request or Advance

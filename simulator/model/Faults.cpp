@@ -86,17 +86,17 @@ void SocketNumber(const Fault& fault, Frame& frame) {
   }
 }
 
-bool CutSupply(const Fault& fault, Faulty& device) {
+bool CutSupply(const Fault& fault, FaultTarget& device) {
   device.CutSupply(fault.ms * kMillisecond);
   return true;
 }
 
-bool LeaveDaemon(const Fault& fault, Faulty& device) {
+bool LeaveDaemon(const Fault& fault, FaultTarget& device) {
   device.StopDaemon(Outgoing::Kind::Leave, fault.ms * kMillisecond);
   return false;
 }
 
-bool RestartDaemon(const Fault& fault, Faulty& device) {
+bool RestartDaemon(const Fault& fault, FaultTarget& device) {
   device.StopDaemon(Outgoing::Kind::Restart, fault.ms * kMillisecond);
   return false;
 }

@@ -18,9 +18,9 @@ namespace sim {
 struct Fault;
 
 // What a fault may do to the device as a whole. Durations start with the request that the fault strikes.
-class Faulty {
+class FaultTarget {
  public:
-  virtual ~Faulty() = default;
+  virtual ~FaultTarget() = default;
   virtual void CutSupply(Time duration) = 0;  // of the camera
   virtual void StopDaemon(Outgoing::Kind how, Time duration) = 0;
 };
@@ -28,7 +28,7 @@ class Faulty {
 // What a kind does, at one or more stages of an exchange. A stage without a routine goes on as usual.
 struct FaultAction {
   // Before the camera or the MCU sees the request. Returns whether anybody is left to deliver a reply.
-  bool (*before)(const Fault& fault, Faulty& device) = nullptr;
+  bool (*before)(const Fault& fault, FaultTarget& device) = nullptr;
   // The reply's frame, still without its checksum.
   void (*frame)(const Fault& fault, Frame& frame) = nullptr;
   // The relay message with the frame in it. Its size is kBodySize.
@@ -48,7 +48,7 @@ struct FaultKind {
   std::string_view text;  // for the list of faults and the manual
 };
 std::span<const FaultKind> FaultTable();
-constexpr std::int64_t kGreatestFaultMs = 24 * 3600 * 1000;
+constexpr std::int64_t kGreatestFaultMs = std::int64_t{24} * 3600 * 1000;
 
 // Which requests a fault may strike: a row for each text that "only" takes.
 struct FaultFilter {

@@ -44,7 +44,7 @@ Bytes McuModel::Handle(std::uint8_t id, ByteView data, Time now) {
 }
 
 bool McuModel::Reports(std::uint8_t id) const {
-  return state_[id == kGetPtz ? Var::ptz_report : Var::motor_report] == 1;
+  return state_[id == kGetPtz ? Var::ptz_report : Var::motor_report] != 0;
 }
 
 Bytes McuModel::Report(std::uint8_t id, Time now) {

@@ -157,9 +157,9 @@ Fault ReadFault(const toml::node& node) {
   };
   Fault fault = at(*kind, [kind] { return ParseFault(*kind->value<std::string>()); });
   for (const auto& [key, value] : table) {
-    const std::string name(key.str());
-    if (name != "kind") {
-      at(value, [&] { SetFaultKey(fault, name, Plain(value, name)); });
+    if (const std::string name(key.str()); name != "kind") {
+      const std::string text = Plain(value, name);
+      at(value, [&] { SetFaultKey(fault, name, text); });
     }
   }
   return fault;

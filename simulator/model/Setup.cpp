@@ -7,7 +7,7 @@ namespace {
 
 using Number = std::int64_t;
 
-constexpr Number kHour = 3600 * 1000;  // milliseconds
+constexpr Number kHour = Number{3600} * 1000;  // milliseconds
 
 // clang-format off
 constexpr SetupKey kKeys[] = {

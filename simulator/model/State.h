@@ -120,7 +120,7 @@ inline constexpr std::span<const ValueName> kNumber = {};
   X(af_active_time,      5,    0, 255,    0xFF,   kNumber)        \
   X(af_interval_time,    5,    0, 255,    0xFF,   kNumber)        \
   X(low_contrast,        0,    0, 1,      1,      kYesNo)         \
-  /* the camera itself; kept without supply */                      \
+  /* the camera itself; kept without supply */                    \
   X(power,               2,    2, 3,      0xFF,   kOnOff)         \
   X(camera_id,           0x1234, 0, 0xFFFF, 0xFFFF, kNumber)      \
   X(model,               0x0720, 0, 0xFFFF, 0xFFFF, kNumber)      \

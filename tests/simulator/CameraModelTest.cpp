@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstring>
 #include <iterator>
 
 #include "tests/simulator/Support.h"
@@ -35,127 +34,104 @@ constexpr const char* kSyntax = "90 60 02 FF";
 // A row of the camera's table and a packet or two of it, without 81 01, 81 09, 90 50 and FF. An empty text: no such
 // packet.
 struct Example {
-  const char* row;
-  const char* before;  // a command without which this one is not executable
-  const char* inquiry;
-  const char* start;  // the reply's data at first
-  const char* command;
-  const char* after;  // the reply's data after the command
+  std::string_view row;
+  std::string inquiry;
+  std::string start;  // the reply's data at first
+  std::string command = "";
+  std::string after = "";   // the reply's data after the command
+  std::string before = "";  // a command without which this one is not executable
 };
 
-constexpr Example kExamples[] = {
+// clang-format off
+const Example kExamples[] = {
     // settings of the device's software
-    {"CAM_AE", "", "04 39", "00", "04 39 0D", "0D"},
-    {"CAM_Shutter Direct", "04 39 03", "04 4A", "00 00 00 06", "04 4A 00 00 00 15", "00 00 00 15"},
-    {"CAM_Iris Direct", "04 39 03", "04 4B", "00 00 00 0E", "04 4B 00 00 01 01", "00 00 01 01"},
-    {"CAM_Gain Direct", "04 39 03", "04 4C", "00 00 00 01", "04 4C 00 00 00 0F", "00 00 00 0F"},
-    {"CAM_Gain Limit", "", "04 2C", "0B", "04 2C 0F", "0F"},
-    {"CAM_ExpComp", "", "04 3E", "03", "04 3E 02", "02"},
-    {"CAM_ExpComp Direct", "", "04 4E", "00 00 00 07", "04 4E 00 00 00 0E", "00 00 00 0E"},
-    {"CAM_HighSensitivity", "", "04 5E", "03", "04 5E 02", "02"},
-    {"CAM_WD", "", "04 3D", "03", "04 3D 02", "02"},
-    {"CAM_WD Parameters", "", "04 2D", "00 01 01 01 00 07 00 00", "04 2D 01 02 03 02 0A 05 00 00",
-     "01 02 03 02 0A 05 00 00"},
-    {"CAM_WB", "", "04 35", "00", "04 35 08", "08"},
-    {"CAM_RGain Direct", "04 35 05", "04 43", "00 00 0C 08", "04 43 00 00 0F 0F", "00 00 0F 0F"},
-    {"CAM_BGain Direct", "04 35 05", "04 44", "00 00 0B 04", "04 44 00 00 0A 01", "00 00 0A 01"},
-    {"CAM_ColorGain", "", "04 49", "00 00 00 04", "04 49 00 00 00 0E", "00 00 00 0E"},
-    {"CAM_NR", "", "04 53", "03", "04 53 05", "05"},
-    {"CAM_PictureFlip", "", "04 66", "03", "04 66 02", "02"},
-    {"CAM_LR_Reverse", "", "04 61", "03", "04 61 02", "02"},
-    {"CAM_ICR", "", "04 01", "03", "04 01 02", "02"},
-    {"CAM_AutoICR", "", "04 51", "03", "04 51 02", "02"},
-    {"CAM_AFMode", "", "04 57", "00", "04 57 02", "02"},
-    {"CAM_Focus Mode", "", "04 38", "02", "04 38 03", "03"},
-    {"CAM_Register", "", "04 24 72", "00 06", "04 24 72 00 08", "00 08"},
-    {"CAM_WB One Push", "", "", "", "04 10 05", ""},
+    {"CAM_AE", "04 39", "00", "04 39 0D", "0D"},
+    {"CAM_Shutter Direct", "04 4A", "00 00 00 06", "04 4A 00 00 00 15", "00 00 00 15", "04 39 03"},
+    {"CAM_Iris Direct", "04 4B", "00 00 00 0E", "04 4B 00 00 01 01", "00 00 01 01", "04 39 03"},
+    {"CAM_Gain Direct", "04 4C", "00 00 00 01", "04 4C 00 00 00 0F", "00 00 00 0F", "04 39 03"},
+    {"CAM_Gain Limit", "04 2C", "0B", "04 2C 0F", "0F"}, {"CAM_ExpComp", "04 3E", "03", "04 3E 02", "02"},
+    {"CAM_ExpComp Direct", "04 4E", "00 00 00 07", "04 4E 00 00 00 0E", "00 00 00 0E"},
+    {"CAM_HighSensitivity", "04 5E", "03", "04 5E 02", "02"}, {"CAM_WD", "04 3D", "03", "04 3D 02", "02"},
+    {"CAM_WD Parameters", "04 2D", "00 01 01 01 00 07 00 00", "04 2D 01 02 03 02 0A 05 00 00", "01 02 03 02 0A 05 00 00"},
+    {"CAM_WB", "04 35", "00", "04 35 08", "08"},
+    {"CAM_RGain Direct", "04 43", "00 00 0C 08", "04 43 00 00 0F 0F", "00 00 0F 0F", "04 35 05"},
+    {"CAM_BGain Direct", "04 44", "00 00 0B 04", "04 44 00 00 0A 01", "00 00 0A 01", "04 35 05"},
+    {"CAM_ColorGain", "04 49", "00 00 00 04", "04 49 00 00 00 0E", "00 00 00 0E"},
+    {"CAM_NR", "04 53", "03", "04 53 05", "05"}, {"CAM_PictureFlip", "04 66", "03", "04 66 02", "02"},
+    {"CAM_LR_Reverse", "04 61", "03", "04 61 02", "02"}, {"CAM_ICR", "04 01", "03", "04 01 02", "02"},
+    {"CAM_AutoICR", "04 51", "03", "04 51 02", "02"}, {"CAM_AFMode", "04 57", "00", "04 57 02", "02"},
+    {"CAM_Focus Mode", "04 38", "02", "04 38 03", "03"},
+    {"CAM_Register", "04 24 FE", "00 00", "04 24 FE 0A 05", "0A 05"}, {"CAM_WB One Push", "", "", "04 10 05"},
     // power, version, identity
-    {"CAM_Power", "", "04 00", "02", "04 00 03", "03"},
-    {"CAM_Version", "", "00 02", "00 20 07 20 01 03 02", "", ""},
-    {"CAM_ID", "", "04 22", "01 02 03 04", "04 22 0A 0B 0C 0D", "0A 0B 0C 0D"},
+    {"CAM_Power", "04 00", "02", "04 00 03", "03"}, {"CAM_Version", "00 02", "00 20 07 20 01 03 02"},
+    {"CAM_ID", "04 22", "01 02 03 04", "04 22 0A 0B 0C 0D", "0A 0B 0C 0D"},
     // zoom and focus
-    {"CAM_Zoom", "", "", "", "04 07 02", ""},
-    {"CAM_Zoom Tele", "", "", "", "04 07 27", ""},
-    {"CAM_Zoom Wide", "", "", "", "04 07 37", ""},
-    {"CAM_Zoom Direct", "", "04 47", "00 00 00 00", "04 47 01 05 0E 00", "01 05 0E 00"},
-    {"CAM_Zoom+Focus Direct", "04 38 03", "", "", "04 47 01 05 0E 00 0F 00 00 00", ""},
-    {"CAM_DZoom", "", "04 06", "03", "04 06 02", "02"},
-    {"CAM_DZoom Mode", "", "04 36", "00", "04 36 01", "01"},
-    {"CAM_DZoom Direct", "", "04 46", "00 00 00 00", "04 46 00 00 0E 0B", "00 00 00 00"},  // the combined zoom decides
-    {"CAM_Focus", "04 38 03", "", "", "04 08 02", ""},
-    {"CAM_Focus Far", "04 38 03", "", "", "04 08 20", ""},
-    {"CAM_Focus Near", "04 38 03", "", "", "04 08 37", ""},
-    {"CAM_Focus Direct", "04 38 03", "04 48", "08 00 00 00", "04 48 0F 00 00 00", "0F 00 00 00"},
-    {"CAM_Focus Auto/Manual", "", "", "", "04 38 10", ""},
-    {"CAM_Focus One Push", "04 38 03", "", "", "04 18 01", ""},
-    {"CAM_Focus Infinity", "04 38 03", "", "", "04 18 02", ""},
-    {"CAM_Focus Near Limit", "", "04 28", "0D 00 00 00", "04 28 0A 0B 00 00", "0A 0B 00 00"},
-    {"CAM_AF Sensitivity", "", "04 58", "02", "04 58 03", "03"},
-    {"CAM_AF Times", "", "04 27", "00 05 00 05", "04 27 01 02 03 04", "01 02 03 04"},
+    {"CAM_Zoom", "", "", "04 07 02"}, {"CAM_Zoom Tele", "", "", "04 07 27"}, {"CAM_Zoom Wide", "", "", "04 07 37"},
+    {"CAM_Zoom Direct", "04 47", "00 00 00 00", "04 47 01 05 0E 00", "01 05 0E 00"},
+    {"CAM_Zoom+Focus Direct", "", "", "04 47 01 05 0E 00 0F 00 00 00", "", "04 38 03"},
+    {"CAM_DZoom", "04 06", "03", "04 06 02", "02"}, {"CAM_DZoom Mode", "04 36", "00", "04 36 01", "01"},
+    {"CAM_DZoom Direct", "04 46", "00 00 00 00", "04 46 00 00 0E 0B", "00 00 00 00"},
+    {"CAM_Focus", "", "", "04 08 02", "", "04 38 03"}, {"CAM_Focus Far", "", "", "04 08 20", "", "04 38 03"},
+    {"CAM_Focus Near", "", "", "04 08 37", "", "04 38 03"},
+    {"CAM_Focus Direct", "04 48", "08 00 00 00", "04 48 0F 00 00 00", "0F 00 00 00", "04 38 03"},
+    {"CAM_Focus Auto/Manual", "", "", "04 38 10"}, {"CAM_Focus One Push", "", "", "04 18 01", "", "04 38 03"},
+    {"CAM_Focus Infinity", "", "", "04 18 02", "", "04 38 03"},
+    {"CAM_Focus Near Limit", "04 28", "0D 00 00 00", "04 28 0A 0B 00 00", "0A 0B 00 00"},
+    {"CAM_AF Sensitivity", "04 58", "02", "04 58 03", "03"},
+    {"CAM_AF Times", "04 27", "00 05 00 05", "04 27 01 02 03 04", "01 02 03 04"},
     // steps
-    {"CAM_Shutter", "04 39 0A", "", "", "04 0A 02", ""},
-    {"CAM_Iris", "04 39 0B", "", "", "04 0B 02", ""},
-    {"CAM_Gain", "04 39 03", "", "", "04 0C 03", ""},
-    {"CAM_Bright", "04 39 0D", "", "", "04 0D 02", ""},
-    {"CAM_ExpComp Step", "", "", "", "04 0E 03", ""},
-    {"CAM_RGain", "04 35 05", "", "", "04 03 02", ""},
-    {"CAM_BGain", "04 35 05", "", "", "04 04 00", ""},
-    {"CAM_Aperture", "", "", "", "04 02 02", ""},
+    {"CAM_Shutter", "", "", "04 0A 02", "", "04 39 0A"}, {"CAM_Iris", "", "", "04 0B 02", "", "04 39 0B"},
+    {"CAM_Gain", "", "", "04 0C 03", "", "04 39 03"}, {"CAM_Bright", "", "", "04 0D 02", "", "04 39 0D"},
+    {"CAM_ExpComp Step", "", "", "04 0E 03"}, {"CAM_RGain", "", "", "04 03 02", "", "04 35 05"},
+    {"CAM_BGain", "", "", "04 04 00", "", "04 35 05"}, {"CAM_Aperture", "", "", "04 02 02"},
     // the rest of what the blocks show
-    {"CAM_Bright Direct", "04 39 0D", "04 4D", "00 00 01 01", "04 4D 00 00 01 0F", "00 00 01 0F"},
-    {"CAM_Aperture Direct", "", "04 42", "00 00 00 08", "04 42 00 00 00 0F", "00 00 00 0F"},
-    {"CAM_SlowShutter", "", "04 5A", "03", "04 5A 02", "02"},
-    {"CAM_BackLight", "", "04 33", "03", "04 33 02", "02"},
-    {"CAM_SpotAE", "", "04 59", "03", "04 59 02", "02"},
-    {"CAM_SpotAE Position", "", "04 29", "00 00 00 00", "04 29 00 00 00 09", "00 00 00 09"},
-    {"CAM_AE Response", "", "04 5D", "01", "04 5D 1F", "1F"},
-    {"CAM_HighResolution", "", "04 52", "03", "04 52 02", "02"},
-    {"CAM_ChromaSuppress", "", "04 5F", "01", "04 5F 03", "03"},
-    {"CAM_Gamma", "", "04 5B", "00", "04 5B 04", "04"},
-    {"CAM_Freeze", "", "04 62", "03", "04 62 02", "02"},
-    {"CAM_PictureEffect", "", "04 63", "00", "04 63 04", "04"},
-    {"CAM_Mute", "", "04 75", "03", "04 75 02", "02"},
-    {"CAM_Title", "", "04 74", "03", "04 74 02", "02"},
-    {"CAM_Display", "", "04 15", "03", "04 15 02", "02"},
-    {"CAM_Memory Reset", "", "", "", "04 3F 00 02", ""},
-    {"CAM_Memory Set", "", "", "", "04 3F 01 02", ""},
-    {"CAM_Memory Recall", "", "", "", "04 3F 02 02", ""},
-    {"Block 0 Lens", "", "7E 7E 00", "00 00 00 00 0D 00 08 00 00 00 00 05 00", "", ""},
-    {"Block 1 Camera", "", "7E 7E 01", "0C 08 0B 04 00 08 00 00 06 0E 01 11 07", "", ""},
-    {"Block 2 Other", "", "7E 7E 02", "01 00 00 00 00 00 01 02 03 04 00 00 00", "", ""},
-    {"Block 3 Enlarge 1", "", "7E 7E 03", "00 00 00 05 00 05 00 00 00 20 01 03 1B", "", ""},
-    {"Block 4 Enlarge 2", "", "7E 7E 04", "00 01 05 00 07 00 00 00 00 00 00 00 00", "", ""},
+    {"CAM_Bright Direct", "04 4D", "00 00 01 01", "04 4D 00 00 01 0F", "00 00 01 0F", "04 39 0D"},
+    {"CAM_Aperture Direct", "04 42", "00 00 00 08", "04 42 00 00 00 0F", "00 00 00 0F"},
+    {"CAM_SlowShutter", "04 5A", "03", "04 5A 02", "02"}, {"CAM_BackLight", "04 33", "03", "04 33 02", "02"},
+    {"CAM_SpotAE", "04 59", "03", "04 59 02", "02"},
+    {"CAM_SpotAE Position", "04 29", "00 00 00 00", "04 29 00 00 00 09", "00 00 00 09"},
+    {"CAM_AE Response", "04 5D", "01", "04 5D 1F", "1F"}, {"CAM_HighResolution", "04 52", "03", "04 52 02", "02"},
+    {"CAM_ChromaSuppress", "04 5F", "01", "04 5F 03", "03"}, {"CAM_Gamma", "04 5B", "00", "04 5B 04", "04"},
+    {"CAM_Freeze", "04 62", "03", "04 62 02", "02"}, {"CAM_PictureEffect", "04 63", "00", "04 63 04", "04"},
+    {"CAM_Mute", "04 75", "03", "04 75 02", "02"}, {"CAM_Title", "04 74", "03", "04 74 02", "02"},
+    {"CAM_Display", "04 15", "03", "04 15 02", "02"}, {"CAM_Memory Reset", "", "", "04 3F 00 02"},
+    {"CAM_Memory Set", "", "", "04 3F 01 02"}, {"CAM_Memory Recall", "", "", "04 3F 02 02"},
+    {"Block 0 Lens", "7E 7E 00", "00 00 00 00 0D 00 08 00 00 00 00 05 00"},
+    {"Block 1 Camera", "7E 7E 01", "0C 08 0B 04 00 08 00 00 06 0E 01 11 07"},
+    {"Block 2 Other", "7E 7E 02", "01 00 00 00 00 00 01 02 03 04 00 00 00"},
+    {"Block 3 Enlarge 1", "7E 7E 03", "00 00 00 05 00 05 00 00 00 20 01 03 1B"},
+    {"Block 4 Enlarge 2", "7E 7E 04", "00 01 05 00 07 00 00 00 00 00 00 00 00"},
 };
+// clang-format on
 
 class CameraModelExamples : public CameraModel, public testing::WithParamInterface<Example> {
  protected:
-  std::string Inquire() { return Say("81 09 " + std::string(GetParam().inquiry) + " FF"); }
-  static std::string Reply(const char* data) { return "90 50 " + std::string(data) + " FF"; }
+  std::string Inquire() { return Say("81 09 " + GetParam().inquiry + " FF"); }
+  std::string Command(const std::string& data) { return Say("81 01 " + data + " FF"); }
 };
 
 TEST_P(CameraModelExamples, AreReadAndCarriedOut) {
   const Example& example = GetParam();
-  const std::string command = "81 01 " + std::string(example.command) + " FF";
-  if (*example.inquiry != '\0') {
+  if (!example.inquiry.empty()) {
     EXPECT_EQ(sim::FindInquiry(B(example.inquiry)).value().row->name, example.row);
-    EXPECT_EQ(Inquire(), Reply(example.start));
+    EXPECT_EQ(Inquire(), "90 50 " + example.start + " FF");
   }
-  if (*example.before != '\0') {
-    EXPECT_EQ(Say(command), kNotExecutable);
-    EXPECT_EQ(Say("81 01 " + std::string(example.before) + " FF"), kDone);
+  if (!example.before.empty()) {
+    EXPECT_EQ(Command(example.command), kNotExecutable);
+    EXPECT_EQ(Command(example.before), kDone);
   }
-  if (*example.command != '\0') {
+  if (!example.command.empty()) {
     EXPECT_EQ(sim::FindCommand(B(example.command)).value().row->name, example.row);
-    EXPECT_EQ(Say(command).substr(0, std::strlen(kAccepted)), kAccepted);
+    EXPECT_TRUE(Command(example.command).starts_with(kAccepted));
     Later(10_s);
   }
-  if (*example.after != '\0') {
-    EXPECT_EQ(Inquire(), Reply(example.after));
+  if (!example.after.empty()) {
+    EXPECT_EQ(Inquire(), "90 50 " + example.after + " FF");
   }
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, CameraModelExamples, testing::ValuesIn(kExamples), [](const auto& one) {
-  std::string name = one.param.row;
+  std::string name(one.param.row);
   std::erase_if(name, [](char c) { return std::isalnum(static_cast<unsigned char>(c)) == 0; });
   return name;
 });
@@ -165,14 +141,9 @@ TEST(CameraModelTable, HasAnExampleOfEveryPacket) {
     const auto* const example =
         std::ranges::find_if(kExamples, [&row](const Example& one) { return one.row == row.name; });
     ASSERT_NE(example, std::end(kExamples)) << "no example of " << row.name;
-    EXPECT_EQ(*example->command != '\0', !row.command.empty()) << row.name;
-    EXPECT_EQ(*example->inquiry != '\0', !row.inquiry.empty()) << row.name;
+    EXPECT_EQ(example->command.empty(), row.command.empty()) << row.name;
+    EXPECT_EQ(example->inquiry.empty(), row.inquiry.empty()) << row.name;
   }
-}
-
-TEST_F(CameraModel, KeepsABankOfRegisters) {
-  EXPECT_EQ(Say("81 01 04 24 FE 0A 05 FF"), kDone);
-  EXPECT_EQ(Say("81 09 04 24 FE FF"), "90 50 0A 05 FF");
 }
 
 TEST_F(CameraModel, IgnoresASensorModeThatDoesNotExist) {
@@ -427,31 +398,6 @@ TEST_F(CameraModel, RecallsStoredSettings) {
   Say("81 01 04 53 04 FF");
   EXPECT_EQ(Say("81 01 04 3F 02 02 FF"), kDone);
   EXPECT_EQ(Say("81 09 04 53 FF"), "90 50 01 FF");
-}
-
-// The camera answers any bytes with well-formed packets or not at all.
-TEST_F(CameraModel, SurvivesAnyBytes) {
-  std::uint32_t random = 1;
-  const auto next = [&random] { return static_cast<std::uint8_t>((random = random * 1664525 + 1013904223) >> 24); };
-  for (int i = 0; i < 200000; ++i) {
-    Packet packet(next() % 20);
-    for (std::uint8_t& byte : packet) {
-      byte = next();
-    }
-    if (packet.size() > 3) {
-      packet[0] = next() < 8 ? packet[0] : 0x81;
-      packet[1] = (next() & 1) != 0 ? 0x01 : 0x09;
-      packet[2] = next() < 128 ? 0x04 : packet[2];
-      packet.back() = 0xFF;
-    }
-    now_ += next() * 1000;
-    for (const Packet& answer : camera_.Handle(packet, now_)) {
-      ASSERT_GE(answer.size(), 3U);
-      ASSERT_LE(answer.size(), 16U);
-      ASSERT_EQ(answer.back(), 0xFF);
-    }
-    camera_.Advance(now_);
-  }
 }
 
 }  // namespace

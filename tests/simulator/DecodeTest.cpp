@@ -59,17 +59,4 @@ TEST(Decode, ReadsOnAfterACutDump) {
   }
 }
 
-TEST(Decode, SurvivesAnyBytes) {
-  std::string dump = kDump;
-  std::uint32_t random = 3;
-  for (int i = 0; i < 20000; ++i) {
-    random = random * 1664525 + 1013904223;
-    dump[(random >> 8) % dump.size()] = static_cast<char>(random >> 24);
-    Decoded(dump);
-    if (i % 50 == 0) {
-      dump = kDump;
-    }
-  }
-}
-
 }  // namespace

@@ -1,7 +1,7 @@
 // The device between request and reply: relaying and timing.
 #include "simulator/model/Device.h"
 
-#include "tests/simulator/DeviceStory.h"
+#include "tests/simulator/Support.h"
 
 namespace {
 
@@ -102,13 +102,6 @@ TEST(DeviceTiming, KeepsAFieldOf20MsAt50Hz) {
   setup.state.registers[0x72] = 0x08;
   EXPECT_EQ(sim::Device(setup).Field(), 20_ms);
   EXPECT_EQ(sim::Device(sim::Setup{}).Field(), kField60Hz);
-}
-
-TEST(DeviceTiming, WaitsForNothingWhenFast) {
-  DeviceStory story;
-  story.Ask(kSupplyOff);
-  story.Ask(kSupplyOn);
-  EXPECT_EQ(story.Ask(kSensorMode), kSensorModeReply);
 }
 
 TEST(DeviceSockets, ForwardTheCamerasOwnPackets) {

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <set>
 
-#include "tests/simulator/DeviceStory.h"
+#include "tests/simulator/Support.h"
 
 namespace {
 

@@ -1,11 +1,12 @@
 // The program as a whole: what it prints, its options and its exit status.
 #include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -22,27 +23,21 @@ class Running {
     int in[2];
     EXPECT_EQ(pipe2(out, O_CLOEXEC), 0);
     EXPECT_EQ(pipe2(in, O_CLOEXEC), 0);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, in[0], 0);
-    posix_spawn_file_actions_adddup2(&actions, out[1], 1);
-    posix_spawn_file_actions_adddup2(&actions, out[1], 2);
     arguments.insert(arguments.begin(), SIM_PROGRAM);
     std::vector<char*> argv;
-    for (std::string& argument : arguments) {
-      argv.push_back(argument.data());
-    }
+    std::ranges::transform(arguments, std::back_inserter(argv), [](std::string& argument) { return argument.data(); });
     argv.push_back(nullptr);
-    // Other tests of this executable block SIGINT and SIGTERM; the program starts with nothing blocked.
-    posix_spawnattr_t attributes;
-    posix_spawnattr_init(&attributes);
-    sigset_t none;
-    sigemptyset(&none);
-    posix_spawnattr_setsigmask(&attributes, &none);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
-    EXPECT_EQ(posix_spawn(&pid_, SIM_PROGRAM, &actions, &attributes, argv.data(), environ), 0);
-    posix_spawnattr_destroy(&attributes);
-    posix_spawn_file_actions_destroy(&actions);
+    pid_ = fork();
+    if (pid_ == 0) {
+      sigset_t none;  // other tests of this executable block SIGINT and SIGTERM
+      sigemptyset(&none);
+      sigprocmask(SIG_SETMASK, &none, nullptr);
+      dup2(in[0], STDIN_FILENO);
+      dup2(out[1], STDOUT_FILENO);
+      dup2(out[1], STDERR_FILENO);
+      execv(argv[0], argv.data());
+      _exit(127);
+    }
     close(out[1]);
     close(in[0]);
     EXPECT_EQ(write(in[1], input.data(), input.size()), static_cast<ssize_t>(input.size()));

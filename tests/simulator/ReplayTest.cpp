@@ -16,22 +16,18 @@ std::vector<sim::Event> Read(const std::string& capture) {
   return sim::ReadCapture(file, "x.jsonl");
 }
 
-const char* const kRequests[] = {
-    "AA AA 01 06 AA 10 01 01 44 55",                       // version
-    "AA AA 01 06 AA 11 01 00 44 55",                       // Get PTZ
-    "AA AA 01 0D AA 12 08 00 00 FA 00 01 2C 00 10 05 55",  // Set PTZ
-    "AA AA 01 06 AA 11 01 00 44 55",                       // Get PTZ again, another answer
-    "AA AA 02 0B AA 02 06 81 01 04 39 03 FF 8D 55",        // AE manual
-    "AA AA 03 0A AA 02 05 81 09 04 39 FF 89 55",           // AE?
-    "AA AA 04 06 AA 16 01 00 3F 55",                       // unknown
-    "AB AA 05 06 AA 16 01 00 3F 55",                       // not a request
-};
+const std::string kSetPtz = "AA AA 01 0D AA 12 08 00 00 FA 00 01 2C 00 10 05 55";
+const std::string kAeInquiry = "AA AA 03 0A AA 02 05 81 09 04 39 FF 89 55";
+const std::string kNotARequest = "AB AA 05 06 AA 16 01 00 3F 55";
+// The second kGetPtz has another answer than the first.
+const std::string kRequests[] = {kVersion,  kGetPtz,    kSetPtz,      kGetPtz,
+                                 kAeManual, kAeInquiry, kUnsupported, kNotARequest};
 
 // Asks everything and returns the capture, as the program writes it.
 std::string Record(sim::Peer& peer, std::string* answers) {
   std::string capture;
   std::uint32_t exchange = 0;
-  for (const char* request : kRequests) {
+  for (const std::string& request : kRequests) {
     const sim::Time now = ++exchange * 1_s;
     capture +=
         sim::CaptureLine({now, Request, 77, exchange, Body(request), peer.Request(77, Body(request), now)}, "") + "\n";

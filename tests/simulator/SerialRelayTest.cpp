@@ -1,6 +1,7 @@
 // The relay to hardware on a serial line; the test plays the hardware on the other end of a pseudo-terminal.
 #include "simulator/connect/SerialRelay.h"
 
+#include <fcntl.h>
 #include <stdlib.h>
 
 #include <atomic>
@@ -11,7 +12,7 @@
 #include "simulator/connect/Daemon.h"
 #include "simulator/connect/RawMode.h"
 #include "tests/simulator/Live.h"
-#include "tests/simulator/TerminalLine.h"
+#include "tests/simulator/Support.h"
 
 namespace {
 

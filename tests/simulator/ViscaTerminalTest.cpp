@@ -9,7 +9,7 @@
 
 #include "simulator/connect/Daemon.h"
 #include "tests/simulator/Live.h"
-#include "tests/simulator/TerminalLine.h"
+#include "tests/simulator/Support.h"
 
 namespace {
 
