@@ -72,7 +72,7 @@ void Daemon::Stop() {
   Wake();
 }
 
-// Somebody has removed a queue: makes it anew, as the tool does at its next start.
+// A queue has been removed: creates it again, as the tool does at its next start.
 void Daemon::Reopen() {
   try {
     Open();
@@ -139,7 +139,7 @@ void Daemon::Flush(Time now) {
       Reopen();
       result = replies_.Send(message);
     }
-    if (result == QueueResult::Full && out->exchange != 0) {  // a report that nobody reads is dropped instead
+    if (result == QueueResult::Full && out->exchange != 0) {  // unread reports are dropped instead
       stuck_ = std::move(out);
       retry_at_ = now + kRetry;
       return;
@@ -200,7 +200,7 @@ void Daemon::Run() {
     }
   }
   lock.unlock();
-  // The receiving thread may be just about to enter msgrcv when the signal comes: repeats it until the thread has ended.
+  // The receiving thread may be about to enter msgrcv when the signal comes: sends it until the thread has ended.
   while (!receiver_done_) {
     pthread_kill(receiver.native_handle(), SIGUSR2);
     room_.notify_all();

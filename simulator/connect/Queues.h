@@ -22,7 +22,7 @@ enum class QueueResult : std::uint8_t {
   Done,
   Full,         // Send: there is no room
   Interrupted,  // Receive: by a signal
-  Gone,         // somebody has removed the queue
+  Gone,         // the queue has been removed
   Failed,       // for another reason, in errno
 };
 

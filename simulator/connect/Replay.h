@@ -26,7 +26,7 @@ class Replay : public Peer {
     Bytes body;
     Time after;           // the request
     int sequence_offset;  // from the request's id
-    bool answer;          // false: nobody asked for it; it keeps its own id
+    bool answer;          // false: sent unasked; it keeps its own id
   };
   struct Exchange {
     Time time = 0;  // of the request

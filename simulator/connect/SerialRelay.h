@@ -67,7 +67,7 @@ class SerialRelay : public Peer, public Watched {
   std::deque<Asked> asked_;    // requests in order; while `asking_` the first is on the line until give_up_at_
   bool asking_ = false;
   Time give_up_at_ = 0;
-  std::int32_t type_ = 1;  // of the last request; what nobody asked for carries it
+  std::int32_t type_ = 1;  // of the last request; unrequested frames carry it
   State mcu_state_;
   McuModel mcu_{mcu_state_};
 };

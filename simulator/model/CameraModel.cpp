@@ -53,7 +53,7 @@ void CameraModel::SetSupply(bool on, Time now) {
   if (!on) {
     return;
   }
-  // Zoom and focus stay where they were; registers, identity and memory are kept; the rest starts anew.
+  // Zoom and focus stay where they were; registers, identity and memory are kept; the rest is reset.
   for (std::size_t i = 0; i < static_cast<std::size_t>(kFirstKept); ++i) {
     if (static_cast<Var>(i) != Var::zoom_pos && static_cast<Var>(i) != Var::focus_pos) {
       state_.values[i] = start_.values[i];

@@ -1,4 +1,4 @@
-// The QM2150 as a machine of its own: VISCA packets in, VISCA packets out, the time passed in. Its packets carry socket
+// The QM2150 camera as a machine: VISCA packets in, VISCA packets out, the time passed in. Its packets carry socket
 // numbers as a camera's do; the device takes them off where the real one does.
 #pragma once
 
@@ -20,7 +20,7 @@ class CameraModel {
     bool travel = true;          // zoom and focus take time to reach a position; false: they jump
   };
 
-  // Keeps a reference to `state` and changes the camera's variables and registers in it. What somebody else writes to
+  // Keeps a reference to `state` and changes the camera's variables and registers in it. What others write to
   // zoom_pos or focus_pos is lost while that motor moves. What `state` holds now is what the camera returns to when its
   // supply comes back.
   CameraModel(State& state, Options options);

@@ -19,8 +19,8 @@ class Device : public Peer, private FaultTarget {
   void Advance(Time now) override;
   std::optional<Time> NextEvent() const override;
 
-  // The camera on a VISCA line of its own: the answer to a packet, and what it has sent unasked since the last call. Of
-  // the latter only the first few are kept until somebody takes them.
+  // The camera on a VISCA line: the answer to a packet, and what it has sent unasked since the last call. Of the latter
+  // only the first few packets are kept.
   std::vector<Bytes> Visca(ByteView packet, Time now);
   std::vector<Bytes> TakeVisca();
   const State& state() const { return state_; }

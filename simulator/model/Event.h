@@ -17,7 +17,7 @@ struct Event {
   std::int32_t type = 0;       // the queue's message type
   std::uint32_t exchange = 0;  // number of the request, from 1, or of the one that is answered; 0: answers none
   Bytes body;
-  std::string note;  // a remark for the trace, mostly empty
+  std::string note;  // a remark for the trace
 };
 
 }  // namespace sim

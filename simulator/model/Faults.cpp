@@ -141,7 +141,7 @@ constexpr FaultKind kFaults[] = {
     {"socket-number",        kNo,   1,     kByte,           {.frame = SocketNumber}, "the VISCA reply carries the socket number value"},
     {"power-loss",           0,     kNo,   kNo,             {.before = CutSupply, .delivery = Lose}, "the camera loses its supply during the exchange, for ms"},
     {"daemon-away",          3000,  kNo,   kNo,             {.before = LeaveDaemon}, "the daemon leaves with the request, for ms"},
-    {"daemon-restart",       100,   kNo,   kNo,             {.before = RestartDaemon}, "the same, and the queues are removed and made anew"},
+    {"daemon-restart",       100,   kNo,   kNo,             {.before = RestartDaemon}, "the same, and the queues are removed and created again"},
 };
 // clang-format on
 static_assert(std::ranges::all_of(kFaults,
@@ -287,7 +287,7 @@ const Fault* FaultPicker::Pick(const Frame& request) {
     bool strikes = fault.nth.empty() && fault.every == 0;
     strikes = strikes || std::ranges::find(fault.nth, number) != fault.nth.end();
     strikes = strikes || (fault.every != 0 && number % fault.every == 0);
-    if (fault.chance) {  // drawn for every message, so that a seed gives the same run whatever else strikes
+    if (fault.chance) {  // drawn for every message, so that a seed gives the same run with any other faults
       const double drawn = std::ldexp(static_cast<double>(random_() >> 11), -53);  // from 0 to just below 1
       strikes = strikes && drawn < *fault.chance;
     }

@@ -56,8 +56,9 @@ struct FaultFilter {
   bool (*passes)(const Frame& request);
 };
 
-// A fault, as ParseFault makes it, and when it strikes: on the messages listed in `nth`, on every `every`th, or, with neither, on all; `chance`
-// thins these out. Messages are counted from 1, only those that `only` and `match` let through.
+// A fault, as ParseFault makes it, and when it strikes: on the messages listed in `nth`, on every Nth (`every`), or, if
+// neither is given, on all; `chance` applies to these. Only messages that `only` and `match` let through are counted,
+// from 1.
 struct Fault {
   const FaultKind* kind = nullptr;  // a row of FaultTable
   std::vector<std::uint32_t> nth;

@@ -1,4 +1,4 @@
-// The pan/tilt controller (MCU) as a machine of its own: a command and its data in, the reply's data out, the time
+// The pan/tilt controller (MCU) as a machine: a command and its data in, the reply's data out, the time
 // passed in.
 #pragma once
 

@@ -17,7 +17,7 @@ struct Outgoing {
   enum class Kind : std::uint8_t {
     Message,  // put `body` onto the reply queue
     Leave,    // stop reading requests for `pause`
-    Restart,  // the same, and remove the queues and make them anew
+    Restart,  // the same, and remove the queues and create them again
   };
   Kind kind = Kind::Message;
   Time due = 0;
@@ -57,7 +57,7 @@ class Outbox {
 class Peer {
  public:
   virtual ~Peer() = default;
-  // A request came in, of any type and size. Returns a note for its line of the trace, mostly empty.
+  // A request came in, of any type and size. Returns a note for its line of the trace, or nothing.
   virtual std::string Request(std::int32_t type, ByteView body, Time now) = 0;
   // Does what is due without a request.
   virtual void Advance(Time now) = 0;

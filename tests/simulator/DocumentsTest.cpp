@@ -110,7 +110,7 @@ TEST(Documents, ManualSaysWhatTheListOfFaultsSays) {
   EXPECT_EQ(count, sim::FaultTable().size());
 }
 
-// docs/architecture.md says so: what the model may include.
+// What docs/architecture.md promises of the model.
 TEST(Documents, ModelIncludesNothingThatTouchesTheSystem) {
   const std::regex allowed(R"(#include (<[a-z_]+>|<toml\+\+/toml\.h>|"simulator/model/[A-Za-z]+\.h"))");
   const std::regex forbidden(R"(#include <(fstream|iostream|filesystem|chrono|ctime|thread|mutex|atomic)>)");

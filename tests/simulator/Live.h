@@ -38,7 +38,7 @@ class TestQueues {
     std::vector<std::uint8_t> body;
   };
 
-  // Makes a key file whose keys nobody uses.
+  // Makes a key file whose keys are not in use.
   TestQueues() {
     do {
       if (!path_.empty()) {

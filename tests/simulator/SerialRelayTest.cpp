@@ -105,7 +105,7 @@ TEST_F(SerialRelay, FindsAReplyInGarbage) {
   hardware_->Write("AA 90 01 21 A5 55 AA 90");  // a wrong checksum, then half a frame
   hardware_->Write("01 21 A4 55 AA 91 08 00 00 7D 00 01 C2 00 00 7D 55");
   EXPECT_EQ(Reply(), kVersionReply);
-  EXPECT_EQ(Reply(), kReport) << "a report belongs to nobody";
+  EXPECT_EQ(Reply(), kReport) << "a report answers no request";
   Stop();
   EXPECT_NE(said_.find("bytes of garbage on the serial line"), std::string::npos);
 }

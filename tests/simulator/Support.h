@@ -1,4 +1,4 @@
-// What the tests of the simulator share: bytes written as text, messages that many of them use, a device without queues.
+// What the tests of the simulator share: bytes written as text, messages, a device without queues.
 #pragma once
 
 #include <gtest/gtest.h>
