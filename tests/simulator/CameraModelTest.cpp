@@ -37,9 +37,9 @@ struct Example {
   std::string_view row;
   std::string inquiry;
   std::string start;  // the reply's data at first
-  std::string command = "";
-  std::string after = "";   // the reply's data after the command
-  std::string before = "";  // a command without which this one is not executable
+  std::string command{};
+  std::string after{};   // the reply's data after the command
+  std::string before{};  // a command without which this one is not executable
 };
 
 // clang-format off

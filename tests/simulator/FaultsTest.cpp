@@ -192,18 +192,14 @@ TEST(Faults, SurviveAnyBytes) {
     setup.sockets = true;
     DeviceStory story(setup);
     for (int i = 0; i < 2000; ++i) {
-      Packet body = Body("AA AA 01 06 AA");
-      const std::uint8_t length = next() % 18;
-      body[3] = static_cast<std::uint8_t>(length + 5);
-      body[5] = (next() & 1) != 0 ? 0x02 : next();
-      body[6] = length;
-      std::uint8_t sum = static_cast<std::uint8_t>(0xAA + body[5] + length);
-      for (std::size_t at = 7; at < 7U + length; ++at) {
-        body[at] = at == 7 ? 0x81 : at == 8 ? 0x01 + (next() & 8) : next();
-        sum = static_cast<std::uint8_t>(sum + body[at]);
+      Packet data(next() % 18);
+      std::ranges::generate(data, next);
+      if (data.size() > 1) {
+        data[0] = 0x81;
+        data[1] = 0x01 + (next() & 8);
       }
-      body[7U + length] = static_cast<std::uint8_t>(-sum);
-      body[8U + length] = 0x55;
+      const std::uint8_t code = (next() & 1) != 0 ? sim::kCameraCode : next();
+      Packet body = sim::EncodeRelay(1, sim::Frame{code, data}.Encode());
       body.resize(next() == 0 ? next() % 40 : kMessageSize);
       story.device_.Request(DeviceStory::kType, body, story.now_);
       story.now_ += 10_s;
