@@ -164,7 +164,7 @@ int GetBlock(uint8_t block, const char* lengthFailure, std::span<const Field> fi
   }
   DumpData(reply.bData, reply.length);
   for (const Field& field : fields) {
-    Log(LOG_INFO, field.label, static_cast<unsigned>(Extract(field.bits, reply.bData)));
+    LOG(LOG_INFO, field.label, static_cast<unsigned>(Extract(field.bits, reply.bData)));
   }
   return RESULT_OK;
 }

@@ -157,7 +157,7 @@ int Get(const Setting<T>& setting, T* out) {
     return result;
   }
   if (reply.length != setting.replyLength) {
-    Log(LOG_ERR, setting.lengthFailure, setting.getter);
+    LOG(LOG_ERR, setting.lengthFailure, setting.getter);
     return setting.lengthResult;
   }
   const uint8_t* const zero = reply.bData + setting.zero.first;
@@ -201,7 +201,7 @@ int Set(const Setting<T>& setting, T value) {
       return RESULT_OK;
     }
   }
-  Log(LOG_ERR, setting.mismatch, setting.setter, Shown(value), Shown(readBack));
+  LOG(LOG_ERR, setting.mismatch, setting.setter, Shown(value), Shown(readBack));
   return RESULT_NOT_CONFIRMED;
 }
 

@@ -167,7 +167,7 @@ int QM2150_ChecRespVisca(const tVisca* reply) {
   }
   // Only these two values are told apart: an acknowledgement, or an error with a socket number, passes.
   if (reply->replyType == kCompletion && DebugEnable(15, static_cast<uint32_t>(giDebug)) == 1) {
-    Log(LOG_DEBUG, "VISCA RESP ACK!\n");  // a completion, called ACK on purpose
+    LOG(LOG_DEBUG, "VISCA RESP ACK!\n");  // a completion, called ACK on purpose
   }
   if (reply->replyType == kError) {
     return Failed(ViscaErrorLine(reply->bData[0]), RESULT_BAD_REPLY);

@@ -55,14 +55,14 @@ int SwitchLensPower(int32_t on, const char* done) {
   if (Checked(MCU_LensPowerControl(on), "[init] MCU_LensPowerControl failed!\n") == RESULT_STOPPED) {
     return RESULT_STOPPED;
   }
-  Log(LOG_INFO, "%s", done);
+  LOG(LOG_INFO, "%s", done);
   return RESULT_OK;
 }
 
 void LogElapsed(uint64_t start) {
   uint64_t end = 0;
   GetMsFromStart(&end);
-  Log(LOG_INFO, "[init] Set SnrMode Time = %lld (ms)\n", static_cast<long long>(end - start));
+  LOG(LOG_INFO, "[init] Set SnrMode Time = %lld (ms)\n", static_cast<long long>(end - start));
 }
 
 }  // namespace
@@ -148,14 +148,14 @@ int SnrQM2150_SetSnrMode(int32_t hz) {
     return FailedUnlessStopped("[init] QM2150_GetSnrMode failed!\n", result);
   }
   if (mode == target) {
-    Log(LOG_INFO, "[init] %d Hz SnrMode = 0x%02x\n", hz, mode);
+    LOG(LOG_INFO, "[init] %d Hz SnrMode = 0x%02x\n", hz, mode);
     return RESULT_OK;
   }
 
   uint64_t start = 0;
   GetMsFromStart(&start);
   if (QM2150_SetSnrMode(static_cast<uint8_t>(target)) < 0) {  // a stop request too is logged and passed over
-    Log(LOG_ERR, "[init] QM2150_SetSnrMode failed!\n");
+    LOG(LOG_ERR, "[init] QM2150_SetSnrMode failed!\n");
   }
   if (SwitchLensPower(0, "[init] QM2150 Power Off.\n") < 0 || SwitchLensPower(1, "[init] QM2150 Power On.\n") < 0) {
     return RESULT_STOPPED;
@@ -169,16 +169,16 @@ int SnrQM2150_SetSnrMode(int32_t hz) {
       return result;
     }
     if (result < 0) {
-      Log(LOG_ERR, "[init] Waiting for QM2150 wake up: QM2150_GetSnrMode fail!\n");
+      LOG(LOG_ERR, "[init] Waiting for QM2150 wake up: QM2150_GetSnrMode fail!\n");
     } else if (mode == target) {
       sleep(6);  // for the camera to settle
-      Log(LOG_INFO, "[init] %d Hz SnrQM2150_SetSnrMode = 0x%02x\n", hz, mode);
+      LOG(LOG_INFO, "[init] %d Hz SnrQM2150_SetSnrMode = 0x%02x\n", hz, mode);
       LogElapsed(start);
       return RESULT_OK;
     }
   }
   if (result < 0) {
-    Log(LOG_ERR, "[init] %d Hz SnrQM2150_SetSnrMode = 0x%02x failed!\n", hz, mode);
+    LOG(LOG_ERR, "[init] %d Hz SnrQM2150_SetSnrMode = 0x%02x failed!\n", hz, mode);
     LogElapsed(start);
     return result;
   }
@@ -217,7 +217,7 @@ int SnrQM2150_init(int32_t hz) {
   for (int attempt = 1; attempt <= kAttempts; ++attempt) {
     result = Checked(QM2150_GetVersion(&gtParams.model, &gtParams.romVersion), "[init] QM2150_GetVersion fail!\n");
     if (result >= 0) {
-      Log(LOG_ERR, "[init] QM2150_GetVersion OK.\n");  // at error level, on purpose
+      LOG(LOG_ERR, "[init] QM2150_GetVersion OK.\n");  // at error level, on purpose
       break;
     }
     if (result == RESULT_STOPPED || attempt == kAttempts) {
@@ -232,13 +232,13 @@ int SnrQM2150_init(int32_t hz) {
     return RESULT_STOPPED;
   }
 
-  Log(LOG_INFO, "MCU Ver           \t=\t0x%02x\n", gtParams.mcuVersion);
-  Log(LOG_INFO, "[QM2150] Model    \t=\t0x%04x\n", gtParams.model);
-  Log(LOG_INFO, "[QM2150] ROM Ver  \t=\t0x%04x\n", gtParams.romVersion);
-  Log(LOG_INFO, "[QM2150] Snr Mode \t=\t0x%02x\n", gtParams.snrMode);
-  Log(LOG_INFO, "[QM2150] AE Mode  \t=\t0x%02x\n", gtParams.aeMode);
-  Log(LOG_INFO, "[QM2150] Shutter  \t=\t0x%04x\n", gtParams.shutter);
-  Log(LOG_INFO, "[QM2150] WB Mode  \t=\t0x%02x\n", gtParams.wbMode);
-  Log(LOG_INFO, "[QM2150] AF Mode  \t=\t0x%02x\n", gtParams.afMode);
+  LOG(LOG_INFO, "MCU Ver           \t=\t0x%02x\n", gtParams.mcuVersion);
+  LOG(LOG_INFO, "[QM2150] Model    \t=\t0x%04x\n", gtParams.model);
+  LOG(LOG_INFO, "[QM2150] ROM Ver  \t=\t0x%04x\n", gtParams.romVersion);
+  LOG(LOG_INFO, "[QM2150] Snr Mode \t=\t0x%02x\n", gtParams.snrMode);
+  LOG(LOG_INFO, "[QM2150] AE Mode  \t=\t0x%02x\n", gtParams.aeMode);
+  LOG(LOG_INFO, "[QM2150] Shutter  \t=\t0x%04x\n", gtParams.shutter);
+  LOG(LOG_INFO, "[QM2150] WB Mode  \t=\t0x%02x\n", gtParams.wbMode);
+  LOG(LOG_INFO, "[QM2150] AF Mode  \t=\t0x%02x\n", gtParams.afMode);
   return RESULT_OK;
 }

@@ -6,7 +6,7 @@ set(ZR4410_LIBRARY_SOURCES
     camera/SnrQM2150Names.cpp camera/SnrQM2150Operations.cpp
     link/MsgqClient.cpp link/Relay.cpp
     mcu/McuComm.cpp
-    support/Debug.cpp support/Log.cpp support/Signal.cpp support/Thread.cpp support/Clock.cpp support/Hex.cpp
+    support/Debug.cpp support/Log.cpp support/Signal.cpp support/SignalGuard.cpp support/Thread.cpp support/Clock.cpp support/Hex.cpp
     support/Settings.cpp)
 list(TRANSFORM ZR4410_LIBRARY_SOURCES PREPEND ${PROJECT_SOURCE_DIR}/)
 
@@ -28,10 +28,26 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "^i[3-6]86$")
 endif()
 target_link_libraries(zr4410_options INTERFACE zr4410_arithmetic)
 
+# Hardening of everything that ships. _FORTIFY_SOURCE is left to whoever packages: it would replace syslog by another
+# function, and whoever wraps syslog would see no line.
+include(CheckCompilerFlag)
+include(CheckPIESupported)
+check_pie_supported(LANGUAGES C CXX)
+add_library(zr4410_hardening INTERFACE)
+foreach(flag -fstack-protector-strong -fstack-clash-protection -fcf-protection)
+  string(MAKE_C_IDENTIFIER "ZR4410_HAS${flag}" has_flag)
+  check_compiler_flag(CXX "-Werror ${flag}" ${has_flag})  # not every machine has every one
+  if(${has_flag})
+    target_compile_options(zr4410_hardening INTERFACE ${flag})
+  endif()
+endforeach()
+target_link_options(zr4410_hardening INTERFACE LINKER:-z,relro,-z,now,-z,noexecstack)
+target_link_libraries(zr4410_options INTERFACE zr4410_hardening)
+
 # Linking as C keeps the C++ run-time library out.
 function(zr4410_link_as_c target)
   set_target_properties(${target} PROPERTIES LINKER_LANGUAGE C)
-  target_link_libraries(${target} PRIVATE m)
+  target_link_libraries(${target} PRIVATE zr4410_hardening m)
   target_link_options(${target} PRIVATE -Wl,--gc-sections -Wl,--as-needed)
 endfunction()
 
@@ -50,12 +66,14 @@ zr4410_link_as_c(zr4410_shared)
 
 add_executable(testZR4410 ${PROJECT_SOURCE_DIR}/frontend/testZR4410.cpp ${ZR4410_FRONTEND_SOURCES})
 target_link_libraries(testZR4410 PRIVATE zr4410_options zr4410)
+set_target_properties(testZR4410 PROPERTIES POSITION_INDEPENDENT_CODE ON)  # PIE
 zr4410_link_as_c(testZR4410)
 
 install(TARGETS testZR4410 zr4410 zr4410_shared)
 set(ZR4410_PUBLIC_HEADERS
     camera/Math.h camera/QM2150.h camera/SnrQM2150.h link/MsgqClient.h link/Relay.h mcu/McuComm.h
-    support/CDecls.h support/Debug.h support/Results.h support/Signal.h support/Thread.h support/Utils.h)
+    support/CDecls.h support/Clock.h support/Debug.h support/Hex.h support/Results.h support/Settings.h
+    support/Signal.h support/Thread.h support/Utils.h)
 foreach(header ${ZR4410_PUBLIC_HEADERS})
   get_filename_component(folder ${header} DIRECTORY)
   install(FILES ${PROJECT_SOURCE_DIR}/${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zr4410/${folder})

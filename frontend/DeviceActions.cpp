@@ -22,7 +22,7 @@ void ShowVersion() {
   uint16_t model = 0;
   uint16_t romVersion = 0;
   if (QM2150_GetVersion(&model, &romVersion) < 0) {
-    Log(LOG_ERR, "QM2150_VersionInq fail!\n");
+    LOG(LOG_ERR, "QM2150_VersionInq fail!\n");
     return;
   }
   printf("[Model] 0x%04x, [ROM Version] 0x%04x\n", model, romVersion);
@@ -31,7 +31,7 @@ void ShowVersion() {
 // Looks a sensor mode's name up and logs if it has none.
 bool NameSensorMode(uint32_t mode, char (&name)[64]) {
   if (SnrQM2150_SnrMode2Str(mode, name) < 0) {
-    Log(LOG_ERR, "SnrQM2150_SnrMode2Str fail!\n");
+    LOG(LOG_ERR, "SnrQM2150_SnrMode2Str fail!\n");
     return false;
   }
   return true;
@@ -50,7 +50,7 @@ void ListSensorModes() {
 void ShowSensorMode() {
   uint8_t mode = 0;
   if (QM2150_GetSnrMode(&mode) < 0) {
-    Log(LOG_ERR, "QM2150_GetSnrMode fail!\n");
+    LOG(LOG_ERR, "QM2150_GetSnrMode fail!\n");
     return;
   }
   char name[64] = {};
@@ -61,7 +61,7 @@ void ShowSensorMode() {
 
 void SetSensorMode(uint8_t mode) {
   if (QM2150_SetSnrMode(mode) < 0) {
-    Log(LOG_ERR, "QM2150_SetSnrMode fail!\n");
+    LOG(LOG_ERR, "QM2150_SetSnrMode fail!\n");
     return;
   }
   char name[64] = {};
@@ -76,7 +76,7 @@ int ListMcuCommands() {
   for (uint32_t id = 0x00; id <= 0x15; ++id) {
     char description[64] = {};
     if (MCU_Cmd2Str(id, description) < 0) {
-      Log(LOG_ERR, "MCU_Cmd2Str fail!\n");
+      LOG(LOG_ERR, "MCU_Cmd2Str fail!\n");
       return Failed("MCU_GetVersion fail!\n", RESULT_FAILED);  // the neighbour's line too, on purpose
     }
     printf("0x%02x = %s\n", id, description);
@@ -87,7 +87,7 @@ int ListMcuCommands() {
 int ShowMcuVersion() {
   uint8_t version = 0;
   if (const int result = MCU_GetVersion(&version); result < 0) {
-    Log(LOG_ERR, "MCU_GetVersion fail!\n");
+    LOG(LOG_ERR, "MCU_GetVersion fail!\n");
     return Failed("MCU_GetVersion fail!\n", result);  // twice, on purpose
   }
   printf("Version = 0x%02x\n", version);
@@ -126,7 +126,7 @@ int QM2150Process(void) {
       SetSensorMode(static_cast<uint8_t>(giArgv2));
       break;
     default:
-      Log(LOG_ERR, "Command ID is not supported.\n");
+      LOG(LOG_ERR, "Command ID is not supported.\n");
   }
   return RESULT_OK;
 }
@@ -140,7 +140,7 @@ int McuComm(void) {
     case MCU_LENS_POWER:
       return SwitchLensPower(giArgv2 & 0xFF);
     default:
-      Log(LOG_ERR, "Command ID is not supported.\n");
+      LOG(LOG_ERR, "Command ID is not supported.\n");
       return RESULT_OK;
   }
 }

@@ -7,19 +7,17 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
-#include <limits>
 
 #include "support/Debug.h"
+#include "support/Hex.h"
 #include "support/Log.h"
-#include "support/Utils.h"
 
 int32_t giOption, giArgv1, giArgv2, giCategoryCode;
 uint8_t gbArgv[16];
 
 namespace {
 
-// Values are read from argv[2] and argv[3] whatever the parser takes for an option's argument; in the short form
-// only y is declared with one.
+// Values are read from argv[2] and argv[3], not from the parser: in the short form only y is declared with an argument.
 constexpr char kShortOptions[] = "hgrmciy:s";
 
 constexpr option kLongOptions[] = {
@@ -39,7 +37,7 @@ enum class Values { None, Number, TwoNumbers, Hex, CategoryAndHex };
 struct ModeOption {
   int letter;
   int32_t mode;
-  int minArgc;  // one more is accepted: room for a trailing -g
+  int minArgc;  // one more is accepted, for a trailing -g
   Values values;
 };
 
@@ -60,7 +58,7 @@ const ModeOption* FindModeOption(int letter) {
 
 bool CheckHex(const char* text) {
   if (IsHexString(text) < 0) {
-    Log(LOG_ERR, "IsHexString failed!\n");
+    LOG(LOG_ERR, "IsHexString failed!\n");
     return false;
   }
   return true;
@@ -74,13 +72,13 @@ bool StoreHex(const char* text) {
   memset(gbArgv, 0, sizeof gbArgv);
   giArgv1 = static_cast<int32_t>(strlen(text) / 2);
   if (HexStr2Bytes(text, gbArgv) < 0) {
-    Log(LOG_ERR, "HexStr2Bytes failed!\n");
+    LOG(LOG_ERR, "HexStr2Bytes failed!\n");
     return false;
   }
   return true;
 }
 
-// Only a hex text is checked.
+// Returns false, after logging, if a hex text is refused; numbers are not checked.
 bool StoreValues(Values values, char** argv) {
   switch (values) {
     case Values::None:
@@ -133,10 +131,7 @@ void usage(void) {
       stdout);
 }
 
-int32_t ParseDecimal(const char* text) {
-  using Limits = std::numeric_limits<int32_t>;
-  return static_cast<int32_t>(std::clamp<long>(strtol(text, nullptr, 10), Limits::min(), Limits::max()));
-}
+int32_t ParseDecimal(const char* text) { return static_cast<int32_t>(strtol(text, nullptr, 10)); }
 
 CommandLine ParseCommandLine(int argc, char** argv) {
   int letter;

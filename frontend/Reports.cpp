@@ -38,13 +38,13 @@ void LogZoom(const LensControlRecord& lens) {
       SnrQM2150_CombineZoom(lens.zoomPos, &total);  // a position without a value shows as 0.00
       const double optical = std::min(total, 20.0);
       const double digital = total > 20.0 ? total / 20.0 : 1.0;
-      Log(LOG_ERR, "[Combine Zoom] Optical: x%.2lf, Digital: x%.2lf, Combine: x%.2lf\n", optical, digital, total);
+      LOG(LOG_ERR, "[Combine Zoom] Optical: x%.2lf, Digital: x%.2lf, Combine: x%.2lf\n", optical, digital, total);
       break;
     }
     case 1: {
       double optical = 0.0;
       SnrQM2150_OpticalZoom(lens.zoomPos, &optical);
-      Log(LOG_ERR, "[Separate Zoom] Optical: x%.2lf\n", optical);
+      LOG(LOG_ERR, "[Separate Zoom] Optical: x%.2lf\n", optical);
       break;
     }
   }
@@ -55,7 +55,7 @@ void LogFocusMode(const LensControlRecord& lens) {
   static constexpr const char* kAfModes[] = {" Normal,", " Interval,", " Zoom Trigger,"};
   static constexpr const char* kSensitivities[] = {" Slow Sensitivity.", " Normal Sensitivity."};
   // The AF mode chooses the sensitivity word too, not afSensitivity: on purpose.
-  Log(LOG_ERR, "[AF] %s%s%s\n", Word(kFocusModes, lens.focusMode), Word(kAfModes, lens.afMode),
+  LOG(LOG_ERR, "[AF] %s%s%s\n", Word(kFocusModes, lens.focusMode), Word(kAfModes, lens.afMode),
       Word(kSensitivities, lens.afMode));
 }
 
@@ -65,9 +65,9 @@ int LogDistance(const char* subject, uint16_t focusPos) {
     return Failed("SnrQM2150_FocusPos failed!\n", result);
   }
   if (centimetres < 100.0) {
-    Log(LOG_ERR, "[%s] %.0lf cm\n", subject, centimetres);
+    LOG(LOG_ERR, "[%s] %.0lf cm\n", subject, centimetres);
   } else {
-    Log(LOG_ERR, "[%s] %.2lf meter\n", subject, centimetres / 100.0);
+    LOG(LOG_ERR, "[%s] %.2lf meter\n", subject, centimetres / 100.0);
   }
   return RESULT_OK;
 }
@@ -78,7 +78,7 @@ int ReportLens() {
     return Failed("QM2150_GetLensControl failed!\n", result);
   }
   LogSeparator();
-  Log(LOG_ERR, "[Digital Zoom] %s\n", Word(kOffOn, lens.digitalZoom));
+  LOG(LOG_ERR, "[Digital Zoom] %s\n", Word(kOffOn, lens.digitalZoom));
   LogZoom(lens);
   LogFocusMode(lens);
   const uint16_t nearLimit = std::clamp<uint16_t>(lens.focusNearLimit, 0x1000, 0xF000);
@@ -123,9 +123,9 @@ int ReportExposure() {
 
   LogSeparator();
   if (highSensitivity == kSensitivityOn) {
-    Log(LOG_INFO, "[High Sensitivity] ON\n");
+    LOG(LOG_INFO, "[High Sensitivity] ON\n");
   } else if (highSensitivity == kSensitivityOff) {
-    Log(LOG_INFO, "[High Sensitivity] OFF\n");
+    LOG(LOG_INFO, "[High Sensitivity] OFF\n");
   }
 
   const double dB = SnrQM2150_GainPos2dB(highSensitivity, camera.gainPos);
@@ -140,19 +140,19 @@ int ReportExposure() {
   if (const int result = SnrQM2150_AeMode2Str(camera.exposureMode, aeMode); result < 0) {
     return Failed("SnrQM2150_AeMode2Str failed!\n", result);
   }
-  Log(LOG_INFO, "[AE] %s, 1/%ds, x%.2lf(%.1lfdB), F%.2lf\n", aeMode, shutter, dB2Gain(dB), dB, fNumber);
+  LOG(LOG_INFO, "[AE] %s, 1/%ds, x%.2lf(%.1lfdB), F%.2lf\n", aeMode, shutter, dB2Gain(dB), dB, fNumber);
 
   double expCompDb = 0.0;
   if (const int result = SnrQM2150_ExpCompPos2Db(camera.expCompPos, &expCompDb); result < 0) {
     return Failed("SnrQM2150_ExpCompPos2Db failed!\n", result);
   }
-  Log(LOG_INFO, "[ExpComp] %s, x%.2lf(%.1lfdB)\n", Word(kOffOn, camera.expComp), dB2Gain(expCompDb), expCompDb);
+  LOG(LOG_INFO, "[ExpComp] %s, x%.2lf(%.1lfdB)\n", Word(kOffOn, camera.expComp), dB2Gain(expCompDb), expCompDb);
 
   char wbMode[64] = {};
   if (const int result = SnrQM2150_WbMode2Str(camera.wbMode, wbMode); result < 0) {
     return Failed("SnrQM2150_WbMode2Str failed!\n", result);
   }
-  Log(LOG_INFO, "[AWB] %s, (Rgain, Bgain) = (0x%02x, 0x%02x)\n", wbMode, camera.rGain, camera.bGain);
+  LOG(LOG_INFO, "[AWB] %s, (Rgain, Bgain) = (0x%02x, 0x%02x)\n", wbMode, camera.rGain, camera.bGain);
   return RESULT_OK;
 }
 
@@ -165,7 +165,7 @@ int ReportDayNight() {
     return Failed("QM2150_GetOtherControl failed!\n", result);
   }
   LogSeparator();
-  Log(LOG_ERR, "[DN] [Auto_ICR]%s [ICR]%s\n", Word(kAutoIcr, gtOtherControl.autoIcr), Word(kIcr, gtOtherControl.icr));
+  LOG(LOG_ERR, "[DN] [Auto_ICR]%s [ICR]%s\n", Word(kAutoIcr, gtOtherControl.autoIcr), Word(kIcr, gtOtherControl.icr));
   return RESULT_OK;
 }
 
@@ -187,20 +187,20 @@ int GetEnlargeFun1Inquiry(void) {
   if (const int result = SnrQM2150_DigitalZoom(enlarged.digitalZoomPos, &zoom); result < 0) {
     return Failed("SnrQM2150_DigitalZoom failed!\n", result);
   }
-  Log(LOG_ERR, "[Digital Zoom] x%.2lf\n", zoom);
+  LOG(LOG_ERR, "[Digital Zoom] x%.2lf\n", zoom);
 
-  Log(LOG_INFO, "[High Sensitivity] %s\n", Word(kOffOn, enlarged.highSensitivityMode));
+  LOG(LOG_INFO, "[High Sensitivity] %s\n", Word(kOffOn, enlarged.highSensitivityMode));
   const uint8_t state = enlarged.highSensitivityMode == 1 ? kSensitivityOn : kSensitivityOff;
   const double dB = SnrQM2150_GainPos2dB(state, enlarged.gainLimit);
   if (dB == kNoValue) {
     return Failed("SnrQM2150_GainPos2dB failed!\n", RESULT_NO_VALUE);
   }
-  Log(LOG_INFO, "[Gain Limit] x%.2lf(%.1lfdB)\n", dB2Gain(dB), dB);
+  LOG(LOG_INFO, "[Gain Limit] x%.2lf(%.1lfdB)\n", dB2Gain(dB), dB);
 
   if (enlarged.nrLevel != 0) {
-    Log(LOG_INFO, "[NR] ON, Level: %d\n", enlarged.nrLevel);
+    LOG(LOG_INFO, "[NR] ON, Level: %d\n", enlarged.nrLevel);
   } else {
-    Log(LOG_INFO, "[NR] OFF\n");
+    LOG(LOG_INFO, "[NR] OFF\n");
   }
   return RESULT_OK;
 }
@@ -217,15 +217,15 @@ int GetEnlargeFun2Inquiry(void) {
     return Failed("QM2150_GetEnlargeFunction2 failed!\n", result);
   }
   // The separator too ends with a line feed in this report, on purpose.
-  Log(LOG_INFO, "===================================================\n");
-  Log(LOG_INFO, "[WideD mode]%s\n", Word(kModes, wideD.wideDMode));
+  LOG(LOG_INFO, "===================================================\n");
+  LOG(LOG_INFO, "[WideD mode]%s\n", Word(kModes, wideD.wideDMode));
   // No line for wideDScreenDisplay, on purpose.
-  Log(LOG_INFO, "[WideD detection sensitivity]%s\n", Word(kSensitivities, wideD.wideDDetectionSensitivity));
-  Log(LOG_INFO, "[WideD blocked-up shadow correction level]%s\n",
+  LOG(LOG_INFO, "[WideD detection sensitivity]%s\n", Word(kSensitivities, wideD.wideDDetectionSensitivity));
+  LOG(LOG_INFO, "[WideD blocked-up shadow correction level]%s\n",
       Word(kShadowLevels, wideD.wideDShadowCorrectionLevel));
-  Log(LOG_INFO, "[WideD blown-out hoghlight correction level]%s\n",  // spelt so on purpose
+  LOG(LOG_INFO, "[WideD blown-out hoghlight correction level]%s\n",  // spelt so on purpose
       Word(kHighlightLevels, wideD.wideDHighlightCorrectionLevel));
-  Log(LOG_INFO, "[WideD short exposure Exposure ratio] x%02d\n", wideD.wideDShortExposureRatio);
+  LOG(LOG_INFO, "[WideD short exposure Exposure ratio] x%02d\n", wideD.wideDShortExposureRatio);
   return RESULT_OK;
 }
 

@@ -1,21 +1,23 @@
-// testZR4410: asks or sets one thing of the camera module or the motor microcontroller.
+// testZR4410: performs one action on the camera module or the motor microcontroller. The actions are elsewhere; this is
+// the course of a run.
+#include <stdio_ext.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
-#include <initializer_list>
 
 #include "camera/SnrQM2150.h"
 #include "frontend/DeviceActions.h"
 #include "frontend/Options.h"
 #include "frontend/Reports.h"
 #include "link/MsgqClient.h"
+#include "support/Clock.h"
 #include "support/Debug.h"
 #include "support/Log.h"
+#include "support/Settings.h"
 #include "support/Signal.h"
 #include "support/SignalGuard.h"
-#include "support/Utils.h"
 
 extern "C" {
 RelayMessage gtMsgqRxBuf;  // of the read loop
@@ -30,22 +32,27 @@ constexpr int kExitBadHex = -1;  // exit status 255
 
 void LogBanner(const char* word) {
   LogSeparator();
-  Log(LOG_INFO, "%s %s (v%s).", word, kProgram, kVersion);
+  LOG(LOG_INFO, "%s %s (v%s).", word, kProgram, kVersion);
   LogSeparator();
 }
 
-void InstallSignalHandler() {
-  for (const int signal : {SIGINT, SIGTERM, SIGUSR1, SIGUSR2}) {
-    struct sigaction action = {};  // no flags, empty mask: SignalGuard keeps the handler from itself
-    action.sa_handler = SignalHandler;
-    sigaction(signal, &action, nullptr);
+void Handle(int signal, void (*handler)(int)) {
+  struct sigaction action = {};  // no flags, empty mask: SignalGuard keeps the handler from itself
+  action.sa_handler = handler;
+  sigaction(signal, &action, nullptr);
+}
+
+void InstallSignalHandlers() {
+  for (const int signal : kHandledSignals) {
+    Handle(signal, SignalHandler);
   }
+  Handle(SIGPIPE, SIG_IGN);  // a reader that leaves early must not end an action halfway: its output is lost instead
 }
 
 void ReadDebugLevel() {
   char value[256] = {};  // as long as a settings line
   if (sysconf_fget(kSettingsPath, "EXT_DEBUG", value) < 0) {
-    Log(LOG_ERR, "sysconf_fget failed!\n");
+    LOG(LOG_ERR, "sysconf_fget failed!\n");
   }
   giDebug = ParseDecimal(value);
 }
@@ -54,14 +61,14 @@ void ReadDebugLevel() {
 int64_t ReadClock() {
   uint64_t milliseconds = 0;
   if (GetMsFromStart(&milliseconds) < 0) {
-    Log(LOG_INFO, "GetMsFromStart failed!\n");  // info, not error, on purpose
+    LOG(LOG_INFO, "GetMsFromStart failed!\n");  // Intentional: info, not error; scripts depend on the level
   }
   return static_cast<int64_t>(milliseconds);
 }
 
-// Takes whatever arrives on the reply queue until the stop flag is set; with -g the queue client dumps it.
+// Receives messages from the reply queue until the stop flag is set; with -g the queue client dumps them.
 void ReadLoop() {
-  Log(LOG_INFO, "Start main loop.");
+  LOG(LOG_INFO, "Start main loop.");
   while (GetSigID() != 1) {
     gtMsgqRxBuf = {};
     const int result = ZR4410_MsgQ_Receive(&gtMsgqRxBuf);
@@ -69,22 +76,22 @@ void ReadLoop() {
       break;
     }
     if (result < 0) {
-      Log(LOG_ERR, "ZR4410_MsgQ_Receive fail!\n");
+      LOG(LOG_ERR, "ZR4410_MsgQ_Receive fail!\n");
     }
     usleep(1000);
   }
-  Log(LOG_INFO, "Finish main loop.");
+  LOG(LOG_INFO, "Finish main loop.");
 }
 
 void RawCommand() {
   if (SnrQM2150_Command(static_cast<uint8_t>(giArgv1), gbArgv) < 0) {
-    Log(LOG_ERR, "SnrQM2150_Command failed!\n");
+    LOG(LOG_ERR, "SnrQM2150_Command failed!\n");
   } else {
-    Log(LOG_INFO, "Send Command OK!\n");
+    LOG(LOG_INFO, "Send Command OK!\n");
   }
 }
 
-// An action's result goes to the log only: it does not change the exit status.
+// The result of an action is only logged; it does not change the exit status.
 void RunAction() {
   switch (giOption) {
     case MODE_CAMERA:
@@ -112,19 +119,12 @@ void RunTimed() {
   const int64_t start = ReadClock();
   RunAction();
   const int64_t end = ReadClock();
-  Log(LOG_INFO, "Delta Time (ms) : %lld\n", static_cast<long long>(end - start));
+  LOG(LOG_INFO, "Delta Time (ms) : %lld\n", static_cast<long long>(end - start));
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  // Line by line also into a pipe or a file: what was dumped is there when the tool is killed. The buffer is ours
-  // because the program has no heap of its own.
-  static char outputBuffer[1024];
-  setvbuf(stdout, outputBuffer, _IOLBF, sizeof outputBuffer);
-
+int Run(int argc, char** argv) {
   LogBanner("Start");
-  InstallSignalHandler();
+  InstallSignalHandlers();
   switch (ParseCommandLine(argc, argv)) {
     case CommandLine::Usage:
       return 0;
@@ -135,14 +135,30 @@ int main(int argc, char** argv) {
   }
   ReadDebugLevel();
   if (ZR4410_MsgQ_Open() < 0) {
-    Log(LOG_ERR, "ZR4410_MsgQ_Open fail!\n");
+    LOG(LOG_ERR, "ZR4410_MsgQ_Open fail!\n");
   } else {
     RunTimed();
     if (ZR4410_MsgQ_Close() < 0) {
-      Log(LOG_ERR, "ZR4410_MsgQ_Close fail!\n");
+      LOG(LOG_ERR, "ZR4410_MsgQ_Close fail!\n");
     }
   }
-  HoldSignals(nullptr);  // for good: a signal that comes now is not logged after the finish banner, or inside it
   LogBanner("Finish");
   return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // Line-buffered even into a pipe or a file, so that no complete line is lost if the tool is killed. The buffer is
+  // static because the program uses no heap.
+  static char outputBuffer[1024];
+  setvbuf(stdout, outputBuffer, _IOLBF, sizeof outputBuffer);
+
+  const int status = Run(argc, argv);
+  // Every signal up to here is caught and logged. During exit the handler could wait for a lock of libc for ever.
+  HoldSignals(nullptr);
+  if (ferror(stdout)) {
+    __fpurge(stdout);  // exit must not try a failed write again: it could wait, and no signal would end it
+  }
+  return status;
 }

@@ -43,7 +43,7 @@ void Dump(const char* direction, const RelayMessage* message, int32_t count) {
 // A clock failure is logged and leaves the time as it was.
 void ReadClock(uint64_t& milliseconds) {
   if (GetMsFromStart(&milliseconds) < 0) {
-    Log(LOG_INFO, "GetMsFromStart failed!\n");
+    LOG(LOG_INFO, "GetMsFromStart failed!\n");
   }
 }
 
@@ -55,14 +55,14 @@ int ZR4410_MsgQ_Open(void) {
     return Failed("ftok keyTx failed!", RESULT_FAILED);
   }
   if (gfDebugFlag) {
-    Log(LOG_DEBUG, "MsgqClient keyTx = 0x%08x\n", static_cast<unsigned>(keyTx));
+    LOG(LOG_DEBUG, "MsgqClient keyTx = 0x%08x\n", static_cast<unsigned>(keyTx));
   }
   const key_t keyRx = ftok(kKeyPath, 'a');
   if (keyRx == -1) {
     return Failed("ftok keyRx failed!", RESULT_FAILED);
   }
   if (gfDebugFlag) {
-    Log(LOG_DEBUG, "MsgqClient keyRx = 0x%08x\n", static_cast<unsigned>(keyRx));
+    LOG(LOG_DEBUG, "MsgqClient keyRx = 0x%08x\n", static_cast<unsigned>(keyRx));
   }
   // Each direction is created with the permission that its user here needs and no other, on purpose.
   giMsgIdTx = msgget(keyTx, IPC_CREAT | 0222);
@@ -90,7 +90,7 @@ int ZR4410_MsgQ_Send(const RelayMessage* message) {
     }
   } while (ReceiveNow(stale) != -1);
   if (errno != ENOMSG) {
-    Log(LOG_DEBUG, "Reflush Receive Msqg (%d): %s", errno, strerror(errno));
+    LOG(LOG_DEBUG, "Reflush Receive Msqg (%d): %s", errno, strerror(errno));
   }
 
   KernelMessage request;
@@ -127,16 +127,16 @@ int ZR4410_MsgQ_Receive(RelayMessage* message) {
       return RESULT_OK;
     }
     if (count != -1 || error != ENOMSG) {
-      Log(LOG_ERR, "msgrcv len failed(%d)!%d:%s", static_cast<int>(count), error, strerror(error));
+      LOG(LOG_ERR, "msgrcv len failed(%d)!%d:%s", static_cast<int>(count), error, strerror(error));
       return RESULT_RECEIVE;
     }
     if (gfDebugFlag) {
-      Log(LOG_INFO, "msgrcv len = 0\n");
+      LOG(LOG_INFO, "msgrcv len = 0\n");
     }
     ReadClock(now);
     if (static_cast<int64_t>(now - start) > kTimeoutMs) {
       if (gfDebugFlag) {
-        Log(LOG_ERR, "msgrcv timeout!");
+        LOG(LOG_ERR, "msgrcv timeout!");
       }
       return RESULT_TIMEOUT;
     }

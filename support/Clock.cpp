@@ -1,3 +1,5 @@
+#include "support/Clock.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -7,7 +9,6 @@
 
 #include "support/Log.h"
 #include "support/SignalGuard.h"
-#include "support/Utils.h"
 
 int GetMsFromStart(uint64_t* milliseconds) {
   timespec now;
@@ -39,13 +40,13 @@ int IsRtcTime(void) {
   static constexpr char kPath[] = "/proc/driver/rtc";
   const int file = open(kPath, O_RDONLY);
   if (file < 0) {
-    Log(LOG_ERR, "Open %s failed", kPath);
+    LOG(LOG_ERR, "Open %s failed", kPath);
     return -1;
   }
   char text[256] = {};
   const ssize_t count = read(file, text, sizeof text);
   if (count < 1) {
-    Log(LOG_ERR, "Read %s failed", kPath);
+    LOG(LOG_ERR, "Read %s failed", kPath);
   }
   close(file);
   text[sizeof text - 1] = 0;

@@ -1,7 +1,7 @@
+#include "support/Hex.h"
+
 #include <cstdlib>
 #include <cstring>
-
-#include "support/Utils.h"
 
 int SetBitUint(uint32_t bit, uint32_t value, uint32_t* word) {
   if (bit >= 32 || value >= 2) {

@@ -1,24 +1,19 @@
 #include "support/Log.h"
 
-#include <cstdarg>
-
 #include "support/Results.h"
-#include "support/SignalGuard.h"
-
-void Log(int level, const char* format, ...) {
-  const SignalGuard guard;
-  va_list arguments;
-  va_start(arguments, format);
+void BeginLogLine(sigset_t& before) {
+  HoldSignals(&before);
   openlog("testZR4410", LOG_CONS | LOG_PID, LOG_USER);
-  vsyslog(level, format, arguments);
+}
+void EndLogLine(const sigset_t& before) {
   closelog();
-  va_end(arguments);
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
-void LogSeparator() { Log(LOG_INFO, "==================================================="); }
+void LogSeparator() { LOG(LOG_INFO, "==================================================="); }
 
 int Failed(const char* line, int result) {
-  Log(LOG_ERR, "%s", line);
+  LOG(LOG_ERR, "%s", line);
   return result;
 }
 

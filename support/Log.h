@@ -4,10 +4,34 @@
 
 #include <syslog.h>
 
-// One line to syslog: openlog (ident "testZR4410", LOG_CONS | LOG_PID, LOG_USER), syslog, closelog.
+#include "support/SignalGuard.h"
+
+// Logs one line: openlog (ident "testZR4410", LOG_CONS | LOG_PID, LOG_USER), syslog, closelog, and no other call, so
+// that whoever wraps these three sees every line. The four handled signals are held back meanwhile, so SignalHandler
+// may log at any time.
+//   LOG(level, format, arguments...)
 // level: LOG_ERR (3) for failures, LOG_INFO (6) for progress and reports, LOG_DEBUG (7) for traces.
-// Holds the handled signals back meanwhile, so that SignalHandler may log at any time.
-[[gnu::format(printf, 2, 3)]] void Log(int level, const char* format, ...);
+// format: as for printf, checked by the compiler.
+#define LOG(level, ...) (false ? CheckLogFormat(__VA_ARGS__) : WriteLogLine(level, __VA_ARGS__))
+
+// Never called: it lets the compiler check the format against the arguments.
+[[gnu::format(printf, 1, 2)]] void CheckLogFormat(const char* format, ...);
+
+// What stands around the one call of syslog. `before`: the signals held back until then.
+void BeginLogLine(sigset_t& before);
+void EndLogLine(const sigset_t& before);
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-security"  // CheckLogFormat has seen the format
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+template <typename... Arguments>
+void WriteLogLine(int level, const char* format, Arguments... arguments) {
+  sigset_t before;
+  BeginLogLine(before);
+  syslog(level, format, arguments...);
+  EndLogLine(before);
+}
+#pragma GCC diagnostic pop
 
 // The line between sections of the log, 51 '=' at LOG_INFO.
 void LogSeparator();

@@ -1,39 +1,79 @@
-// The settings file. Signals are held back while a stream is open: streams allocate, and the handler's
-// logging may too.
+// Opening, reading and writing may wait, so a stop signal must be able to interrupt them. Creating and closing a stream
+// allocate memory, and so may logging in the handler: signals are held back there. So the path is opened first, and the
+// stream on it gets a buffer of its own.
+#include "support/Settings.h"
+
+#include <fcntl.h>
+#include <stdio_ext.h>
 #include <unistd.h>
 
-#include <cctype>
 #include <cstdio>
 #include <cstring>
 
 #include "support/Log.h"
 #include "support/Results.h"
 #include "support/SignalGuard.h"
-#include "support/Utils.h"
 
 namespace {
 
 using Line = char[256];  // 255 characters: a longer line is read as several
 
-// Reads like fgets, and tells the length, so that a zero byte does not end a line. 0 at the end of the file, or
-// when it cannot be read on.
-size_t ReadLine(FILE* file, Line& line) {
-  memset(line, 0, sizeof line);
-  size_t length = 0;
-  while (length < sizeof line - 1) {
-    const int c = getc(file);
-    if (c == EOF) {
-      break;
+// A buffered stream with a buffer of its own, so that reading and writing it allocate nothing.
+class Stream {
+ public:
+  // file: the descriptor, or a negative number if it could not be opened; then there is no stream.
+  Stream(int file, const char* mode) {
+    if (file < 0) {
+      return;
     }
-    line[length++] = static_cast<char>(c);
-    if (c == '\n') {
-      break;
+    const SignalGuard guard;
+    stream_ = fdopen(file, mode);
+    if (stream_ == nullptr) {
+      close(file);
+      return;
     }
+    setvbuf(stream_, buffer_, _IOFBF, sizeof buffer_);
   }
-  return ferror(file) ? 0 : length;
+  Stream(const Stream&) = delete;
+  Stream& operator=(const Stream&) = delete;
+
+  bool IsOpen() const { return stream_ != nullptr; }
+  FILE* Get() const { return stream_; }
+
+  // Closes a stream that has nothing left to write, so this never waits. Returns false if closing fails.
+  bool Close() {
+    const SignalGuard guard;
+    return fclose(stream_) == 0;
+  }
+
+  // Leaves the file open for the rest of the process's life.
+  void Abandon() {
+    const SignalGuard guard;
+    setvbuf(stream_, nullptr, _IONBF, 0);
+  }
+
+ private:
+  FILE* stream_ = nullptr;
+  char buffer_[1024];
+};
+
+// Reads a line and returns its length, because a line may hold zero bytes. 0 at the end of the file, or if reading
+// fails.
+size_t ReadLine(FILE* file, Line& line) {
+  memset(line, '\n', sizeof line);
+  if (fgets(line, sizeof line, file) == nullptr) {
+    return 0;
+  }
+  // The first line feed is the line's own, with the terminating zero byte after it, or the first one after that byte.
+  const auto* const lineFeed = static_cast<const char*>(memchr(line, '\n', sizeof line));
+  if (lineFeed == nullptr) {
+    return sizeof line - 1;
+  }
+  const auto before = static_cast<size_t>(lineFeed - line);
+  return before + 1 < sizeof line && line[before + 1] == 0 ? before + 1 : before - 1;
 }
 
-// The '=' of a line that begins with key, or null. Only the beginning counts: the key EXT_DEBUG matches
+// Returns the '=' of a line that begins with key, or null. Only the beginning is compared: the key EXT_DEBUG matches
 // EXT_DEBUG_X too.
 char* FindAssignment(Line& line, const char* key) {
   if (line[0] == '#' || strncmp(line, key, strlen(key)) != 0) {
@@ -42,6 +82,9 @@ char* FindAssignment(Line& line, const char* key) {
   return strchr(line, '=');
 }
 
+// Whether the default locale prints it, whatever locale the caller has set.
+bool IsPrintable(char c) { return c >= ' ' && c <= '~'; }
+
 // Copies the value that starts after the '='.
 void CopyValue(const char* value, char* out) {
   value += strspn(value, " ");
@@ -49,23 +92,34 @@ void CopyValue(const char* value, char* out) {
   if (quoted) {
     ++value;
   }
-  while (isprint(static_cast<unsigned char>(*value)) && !(quoted && *value == '"')) {
+  while (IsPrintable(*value) && !(quoted && *value == '"')) {
     *out++ = *value++;
   }
   *out = 0;
 }
 
-FILE* OpenSettings(const char* path) {
-  FILE* const file = fopen(path, "r");
-  if (file == nullptr) {
-    Log(LOG_ERR, "can not open sysconf file %s.\n", path);
-  }
-  return file;
+void LogUnopenable(const char* path) { LOG(LOG_ERR, "can not open sysconf file %s.\n", path); }
+
+int OpenTemporary(const char* path, char (&temporary)[128]) {
+  const int length = snprintf(temporary, sizeof temporary, "%s%s", path, ".tmp");
+  return length < static_cast<int>(sizeof temporary) ? open(temporary, O_WRONLY | O_CREAT | O_TRUNC, 0666) : -1;
 }
 
-FILE* OpenTemporary(const char* path, char (&temporary)[128]) {
-  const int length = snprintf(temporary, sizeof temporary, "%s%s", path, ".tmp");
-  return length < static_cast<int>(sizeof temporary) ? fopen(temporary, "w") : nullptr;
+// Copies `from` to `to` with the value of every matching line replaced. Returns false unless all of it is on the disk.
+bool CopyWithValue(FILE* from, FILE* to, const char* key, const char* value) {
+  Line line;
+  while (const size_t length = ReadLine(from, line)) {
+    if (const char* const assignment = FindAssignment(line, key)) {
+      fwrite(line, 1, static_cast<size_t>(assignment + 1 - line), to);
+      fputs(value, to);
+      fputc('\n', to);
+    } else {
+      fwrite(line, 1, length, to);
+    }
+  }
+  const bool complete = !ferror(from) && fflush(to) == 0 && !ferror(to) && fsync(fileno(to)) == 0;
+  __fpurge(to);  // closing must not wait for what could not be written
+  return complete;
 }
 
 }  // namespace
@@ -74,19 +128,19 @@ int sysconf_fget(const char* path, const char* key, char* out) {
   if (path == nullptr || key == nullptr || out == nullptr) {
     return Failed("invalid args.\n", RESULT_FAILED);
   }
-  const SignalGuard guard;
-  FILE* const file = OpenSettings(path);
-  if (file == nullptr) {
+  Stream file(open(path, O_RDONLY), "r");
+  if (!file.IsOpen()) {
+    LogUnopenable(path);
     return RESULT_FAILED;
   }
   Line line;
-  while (ReadLine(file, line) > 0) {
+  while (ReadLine(file.Get(), line) > 0) {
     if (const char* const assignment = FindAssignment(line, key)) {
       CopyValue(assignment + 1, out);
       break;
     }
   }
-  fclose(file);
+  file.Close();
   return RESULT_OK;
 }
 
@@ -94,31 +148,22 @@ int sysconf_fset(const char* path, const char* key, const char* value) {
   if (path == nullptr || key == nullptr || value == nullptr) {
     return Failed("sysconf_fset invalid args", RESULT_FAILED);
   }
-  const SignalGuard guard;
-  FILE* const from = OpenSettings(path);
-  if (from == nullptr) {
+  Stream from(open(path, O_RDONLY), "r");
+  if (!from.IsOpen()) {
+    LogUnopenable(path);
     return RESULT_FAILED;
   }
   char temporary[128];
-  FILE* const to = OpenTemporary(path, temporary);
-  if (to == nullptr) {
-    return Failed("Can not create a temp file for write.",
-                  RESULT_FAILED);  // the settings file stays open, on purpose
+  Stream to(OpenTemporary(path, temporary), "w");
+  if (!to.IsOpen()) {
+    from.Abandon();  // Intentional: the settings file stays open here; it is part of the behaviour that is kept.
+    return Failed("Can not create a temp file for write.", RESULT_FAILED);
   }
-  Line line;
-  while (const size_t length = ReadLine(from, line)) {
-    if (const char* const assignment = FindAssignment(line, key)) {
-      fwrite(line, 1, static_cast<size_t>(assignment - line), to);
-      fprintf(to, "=%s\n", value);
-    } else {
-      fwrite(line, 1, length, to);
-    }
-  }
-  // Only a whole file may take the old one's place.
-  bool whole = !ferror(from) && fflush(to) == 0 && !ferror(to) && fsync(fileno(to)) == 0;
-  whole = fclose(to) == 0 && whole;
-  fclose(from);
-  if (!whole || rename(temporary, path) != 0) {
+  // Only a complete file may replace the old one.
+  bool complete = CopyWithValue(from.Get(), to.Get(), key, value);
+  complete = to.Close() && complete;
+  from.Close();
+  if (!complete || rename(temporary, path) != 0) {
     return Failed("moving file error.", RESULT_FAILED);
   }
   return RESULT_OK;

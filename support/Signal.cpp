@@ -10,8 +10,7 @@ int32_t giSigID, giUsr1SigID, giUsr2SigID;
 
 static_assert(std::atomic_ref<int32_t>::is_always_lock_free, "the handler must never wait for a lock");
 
-// An atomic stands where a mutex would: the handler runs on the thread that it interrupts, which could hold
-// the mutex.
+// Atomic instead of guarded by a mutex: the handler runs on the thread that it interrupts, which could hold the mutex.
 void SetSigID(int32_t value) { std::atomic_ref(giSigID).store(value); }
 
 int32_t GetSigID(void) { return std::atomic_ref(giSigID).load(); }
@@ -20,23 +19,23 @@ void SignalHandler(int signal) {
   const int interruptedErrno = errno;
   switch (signal) {
     case SIGINT:
-      Log(LOG_DEBUG, "Catch SIGINT!");
+      LOG(LOG_DEBUG, "Catch SIGINT!");
       SetSigID(1);
       break;
     case SIGTERM:
-      Log(LOG_DEBUG, "Catch SIGTERM!");
+      LOG(LOG_DEBUG, "Catch SIGTERM!");
       SetSigID(1);
       break;
     case SIGUSR1:
-      Log(LOG_DEBUG, "Catch SIGUSR1!");
+      LOG(LOG_DEBUG, "Catch SIGUSR1!");
       std::atomic_ref(giUsr1SigID).store(1);
       break;
     case SIGUSR2:
-      Log(LOG_DEBUG, "Catch SIGUSR2!");
+      LOG(LOG_DEBUG, "Catch SIGUSR2!");
       std::atomic_ref(giUsr2SigID).store(1);
       break;
     default:
-      Log(LOG_DEBUG, "Catch signal = %d!\n", signal);
+      LOG(LOG_DEBUG, "Catch signal = %d!\n", signal);
   }
   errno = interruptedErrno;
 }

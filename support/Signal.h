@@ -11,16 +11,16 @@ ZR4410_BEGIN_DECLS
 /* Written by the handler, accessed atomically. */
 extern int32_t giSigID;     /* 1: stop; never reset by the program */
 extern int32_t giUsr1SigID; /* 1: SIGUSR1 was caught; cleared by the worker (Thread) */
-extern int32_t giUsr2SigID; /* 1: SIGUSR2 was caught; read by nothing */
+extern int32_t giUsr2SigID; /* 1: SIGUSR2 was caught; nothing reads it */
 
-/* Stores the stop flag; 1 makes every waiting loop give up. Async-signal-safe. */
+/* Stores the stop flag; 1 makes every waiting loop stop. Async-signal-safe. */
 void SetSigID(int32_t value);
 
-/* The stop flag: reads 1 from the first call after SIGINT or SIGTERM. */
+/* Returns the stop flag: 1 from the first call after SIGINT or SIGTERM. */
 int32_t GetSigID(void);
 
-/* Handler for SIGINT, SIGTERM (set the stop flag), SIGUSR1 and SIGUSR2 (set their latches). Logs each signal at
-   debug level; safe against itself and against any interrupted logging of this library. Keeps errno. */
+/* Handles SIGINT and SIGTERM (sets the stop flag), SIGUSR1 and SIGUSR2 (sets their latches); any other signal is only
+   logged. Logs each signal at debug level. It may interrupt itself and any logging of this library. Keeps errno. */
 void SignalHandler(int signal);
 
 ZR4410_END_DECLS

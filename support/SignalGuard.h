@@ -4,22 +4,16 @@
 
 #include <signal.h>
 
-#include <initializer_list>
+// The signals that SignalHandler handles.
+inline constexpr int kHandledSignals[] = {SIGINT, SIGTERM, SIGUSR1, SIGUSR2};
 
-// Holds them back from now on. before: receives what was held until now, may be null.
-inline void HoldSignals(sigset_t* before) {
-  sigset_t held;
-  sigemptyset(&held);
-  for (const int signal : {SIGINT, SIGTERM, SIGUSR1, SIGUSR2}) {
-    sigaddset(&held, signal);
-  }
-  pthread_sigmask(SIG_BLOCK, &held, before);
-}
+// Holds them back from now on. before: receives the signals held back until now; may be null.
+void HoldSignals(sigset_t* before);
 
 // The handler logs, and syslog is not async-signal-safe: a handler that ran while the interrupted code held one of
 // the locks that logging takes in libc (syslog's own, the time zone's, malloc's) would wait for it forever. So
-// whatever takes one of these, the handler's own logging included, stands under this guard; a signal that arrives
-// meanwhile is handled when the guard ends.
+// everything that takes one of these locks, including the handler's own logging, runs under this guard. A signal that
+// arrives meanwhile is handled when the guard ends.
 class SignalGuard {
  public:
   SignalGuard() { HoldSignals(&before_); }

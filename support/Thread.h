@@ -1,20 +1,23 @@
-/* The notice to the device daemon and the worker that sends it. No run mode of the tool starts the worker. */
+/* The notice to the device daemon, and the worker that sends it. No run mode of the tool starts the worker. */
 #ifndef ZR4410_SUPPORT_THREAD_H
 #define ZR4410_SUPPORT_THREAD_H
 
 #include <stdint.h>
 
+#include "link/MsgqClient.h"
 #include "support/CDecls.h"
 
 ZR4410_BEGIN_DECLS
 
+extern RelayMessage gtMsgqTxBuf; /* the notice as it was last sent; zero before */
+
 /* Sends the 36-byte notice AA AA 00 09 AA 02 04 <code> 22 33 44 <checksum> 55 on the request queue. The shared
-   sequence counter is neither read nor advanced and no reply is awaited; a failed send is logged and forgotten.
-   code: 1 or 2 from the worker, any value from others. */
+   sequence counter is neither read nor advanced, no reply is awaited, and a failed send is only logged.
+   code: 1 or 2 from the worker; any value is accepted. */
 void SendZR4410Msgq(uint8_t code);
 
-/* Worker body: until the stop flag is set, looks every 100 ms whether SIGUSR1 was caught and sends the notice.
-   Returns 0 when it ends. */
+/* The worker's body: until the stop flag is set, checks every 100 ms whether SIGUSR1 was caught, and sends the notice
+   if so. Returns 0. */
 int Thread(void);
 
 ZR4410_END_DECLS

@@ -1,6 +1,7 @@
 // The settings reader and writer. First line of the input: the key; second: the value to write; the rest: the
 // file. Both are compared with a second reading of the file format, and the writer changes nothing but the
 // values of matching lines.
+#include <limits>
 #include <memory>
 
 #include "tests/fuzz/Fuzz.h"
@@ -61,16 +62,18 @@ std::string WithValue(const std::string& file, const std::string& key, const std
   return changed;
 }
 
-// A decimal number of 32 bits, saturated, 0 if there is none.
+// The low 32 bits of a decimal number that a long holds, saturated; 0 if there is none.
 int32_t Number(const std::string& text) {
   size_t next = std::min(text.find_first_not_of(' '), text.size());
   const bool negative = text.substr(next).starts_with('-');
   next += negative || text.substr(next).starts_with('+');
-  int64_t number = 0;
+  using Limits = std::numeric_limits<long>;
+  long number = 0;  // below zero, where there is one number more
   for (; next < text.size() && text[next] >= '0' && text[next] <= '9'; ++next) {
-    number = std::min<int64_t>(number * 10 + (text[next] - '0'), 0x80000000);
+    const long digit = text[next] - '0';
+    number = number < (Limits::min() + digit) / 10 ? Limits::min() : number * 10 - digit;
   }
-  return static_cast<int32_t>(std::min<int64_t>(negative ? -number : number, INT32_MAX));
+  return static_cast<int32_t>(negative ? number : number == Limits::min() ? Limits::max() : -number);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
-"""What the shipped files need at run time."""
+"""The shipped files: what they need at run time, what they call, how they are hardened."""
 
 import os
+import platform
 import re
 import subprocess
 from pathlib import Path
@@ -8,11 +9,106 @@ from pathlib import Path
 import pytest
 
 BUILD = Path(os.environ["ZR4410_BUILD"])
+TOOL, LIBRARY, SIMULATOR = BUILD / "bin/testZR4410", BUILD / "libzr4410.so", BUILD / "bin/simZR4410"
+
+# The interfaces of the system that the tool and the library use, by purpose. A message queue, a line for the log, a
+# clock or a file has no other way in or out, so whoever replaces these calls sees everything.
+SYSTEM = {
+    "queues": "ftok msgget msgsnd msgrcv getpid",
+    "log": "openlog syslog closelog",
+    "options": "getopt_long",
+    "signals": "sigaction sigemptyset sigaddset pthread_sigmask",
+    "time": "clock_gettime time localtime usleep sleep",
+    "files": "open read close fdopen setvbuf fgets fputs fputc fwrite ferror fflush fileno fsync fclose __fpurge rename",
+    "standard output": "printf puts putchar",
+    "texts": "snprintf sprintf strtol strerror",
+    "mathematics": "log pow",
+}
+# What the compiler and the C library add of themselves. Times of 64 bits have names of their own on 32-bit machines.
+ADDED = re.compile(r"(mem|str)\w+|__errno_location|__stack_chk_(fail|guard)|__libc_start_main|__cxa_finalize|"
+                   r"__gmon_start__|_ITM_\w+|__aeabi_\w+|abort|raise|stdout|__(clock_gettime|time|localtime)64")
 
 
-@pytest.mark.parametrize("file", [BUILD / "bin/testZR4410", BUILD / "libzr4410.so"], ids=lambda file: file.name)
+def readelf(*arguments):
+    return subprocess.run(["readelf", "-W", *arguments], capture_output=True, text=True, check=True).stdout
+
+
+def undefined(file):
+    return {match[1] for match in re.finditer(r" UND (\w+)", readelf("--dyn-syms", file))}
+
+
+@pytest.mark.parametrize("file", [TOOL, LIBRARY], ids=lambda file: file.name)
 def test_nothing_but_libc_and_libm_is_needed(file):
-    listing = subprocess.run(["readelf", "-d", file], capture_output=True, text=True, check=True).stdout
-    needed = set(re.findall(r"\(NEEDED\).*\[(.+)\]", listing))
+    needed = set(re.findall(r"\(NEEDED\).*\[(.+)\]", readelf("-d", file)))
     assert "libc.so.6" in needed
-    assert needed <= {"libc.so.6", "libm.so.6"}
+    assert {name for name in needed if not name.startswith("ld-linux")} <= {"libc.so.6", "libm.so.6"}
+
+
+@pytest.mark.parametrize("file", [TOOL, LIBRARY], ids=lambda file: file.name)
+def test_no_other_interface_of_the_system_is_called(file):
+    calls = undefined(file)
+    assert {"openlog", "syslog", "closelog"} <= calls
+    known = set(" ".join(SYSTEM.values()).split())
+    assert {name for name in calls - known if not ADDED.fullmatch(name)} == set()
+
+
+def test_the_list_of_interfaces_names_none_that_is_not_called():
+    calls = undefined(TOOL) | undefined(LIBRARY)
+    assert set(" ".join(SYSTEM.values()).split()) - calls == set()
+
+
+# --- Hardening. A cross build has no simulator of its own. ---
+
+PRODUCTS = [pytest.param(file, id=file.name) for file in (TOOL, LIBRARY, SIMULATOR)
+            if file != SIMULATOR or "ZR4410_EMULATOR" not in os.environ]
+HERE = platform.machine() == "x86_64" and "ZR4410_EMULATOR" not in os.environ
+
+
+@pytest.mark.parametrize("file", PRODUCTS)
+def test_relocations_are_read_only_and_bound_at_start(file):
+    assert re.search(r"^ *GNU_RELRO ", readelf("-l", file), re.MULTILINE)
+    assert "BIND_NOW" in readelf("-d", file)
+
+
+@pytest.mark.parametrize("file", PRODUCTS)
+def test_the_stack_is_not_executable(file):
+    assert re.search(r"^ *GNU_STACK .* RW +0x", readelf("-l", file), re.MULTILINE)
+
+
+@pytest.mark.parametrize("file", PRODUCTS)
+def test_the_code_is_position_independent(file):
+    assert "DYN (" in readelf("-h", file)
+    assert ("PIE" in readelf("-d", file)) == (file != LIBRARY)
+
+
+@pytest.mark.parametrize("file", PRODUCTS)
+def test_the_stack_is_protected(file):
+    assert "__stack_chk_fail" in undefined(file)
+
+
+def code(file):
+    return subprocess.run(["objdump", "-d", "--no-show-raw-insn", file], capture_output=True, text=True,
+                          check=True).stdout
+
+
+@pytest.mark.skipif(not HERE, reason="reads instructions of x86-64")
+@pytest.mark.parametrize("file", PRODUCTS)
+def test_every_function_that_others_call_is_a_branch_target(file):
+    functions = {match[1] for match in re.finditer(r" FUNC +GLOBAL +\w+ +\d+ (\w+)", readelf("-s", file))}
+    entries = dict(re.findall(r"^[0-9a-f]+ <(\w+)>:\n *[0-9a-f]+:\t(\w+)", code(file), re.MULTILINE))
+    first = {name: entries[name] for name in functions & entries.keys() - {"_start", "_init", "_fini"}}  # libc's own
+    assert len(first) >= (100 if file == LIBRARY else 1)
+    assert {name for name, instruction in first.items() if instruction != "endbr64"} == set()
+
+
+@pytest.mark.skipif(not HERE, reason="reads instructions of x86-64")
+def test_large_stack_frames_are_probed():
+    # The simulator alone has frames of more than a page: each page of them is touched as it is taken.
+    instructions = re.findall(r"\t(.+)$", code(SIMULATOR), re.MULTILINE)
+    taken = [number for number, text in enumerate(instructions) if re.fullmatch(r"sub +\$0x1000,%rsp *", text)]
+    assert taken
+    for number in taken:
+        assert re.fullmatch(r"(or|mov)q +\$0x0,(0x\w+)?\(%rsp\) *", instructions[number + 1])
+    larger = [text for text in instructions if (match := re.fullmatch(r"sub +\$0x(\w+),%rsp *", text))
+              and int(match[1], 16) > 0x1000]
+    assert larger == []

@@ -295,6 +295,12 @@ void FakeOs::NeedSignalsHeld(const std::string& what) {
   }
 }
 
+void FakeOs::NeedSignalsFree(const std::string& what) {
+  if (HandledSignalsHeld(false)) {
+    Wrong(what + " while the handled signals are held back");
+  }
+}
+
 void FakeOs::AddHandler(const Handler& handler) {
   handlers_.push_back(handler);
   timeline_.push_back("sigaction " + Number(handler.signal));
@@ -406,9 +412,7 @@ void FakeOs::Closelog() {
 }
 
 uint64_t FakeOs::Sleep(uint64_t microseconds, const char* call) {
-  if (HandledSignalsHeld(false)) {
-    Wrong("sleeping while the handled signals are held back");
-  }
+  NeedSignalsFree("sleeping");
   timeline_.push_back("sleep " + Number(static_cast<long>(microseconds)));
   slept_.push_back(static_cast<unsigned>(microseconds));
   if (!Enter(call)) {
@@ -443,6 +447,7 @@ FakeOs::Step FakeOs::FileStep(std::string_view call, const std::string& text) {
 }
 
 int FakeOs::Open(const std::string& path, int flags) {
+  NeedSignalsFree("opening " + path);
   const bool writes = (flags & O_ACCMODE) != O_RDONLY;
   const Step step = FileStep("open", std::string("open ") + (writes ? "w " : "r ") + path);
   if (step == Step::Fail) {
@@ -469,6 +474,7 @@ int FakeOs::Open(const std::string& path, int flags) {
 
 ssize_t FakeOs::Read(int file, char* out, size_t size) {
   OpenFile& open = open_.at(file);
+  NeedSignalsFree("reading " + open.path);
   if (FileStep("read", "read " + open.path) == Step::Fail) {
     return -1;
   }
@@ -480,6 +486,7 @@ ssize_t FakeOs::Read(int file, char* out, size_t size) {
 
 ssize_t FakeOs::Write(int file, const char* data, size_t size) {
   OpenFile& open = open_.at(file);
+  NeedSignalsFree("writing " + open.path);
   const Step step = FileStep("write", "write " + open.path);
   if (step == Step::Fail) {
     return -1;

@@ -47,9 +47,9 @@
 //   os.AfterPowerCut()                       the files as found after a power cut: data not fsynced is lost
 //   os.AskedFor()                            how many bytes the last read asked for
 //
-// What no correct program does (a log line without openlog or closelog; logging, a file stream or the local time while
-// the handled signals could interrupt it; sleeping with them held back; a blocking queue call; a wrong size) fails the
-// test by itself.
+// What no correct program does fails the test by itself: a log line without openlog or closelog; logging, the local time,
+// making or closing a stream, or using one without a buffer of its own while the handled signals could interrupt it;
+// sleeping, opening, reading or writing with them held back; a blocking queue call; a wrong size.
 #ifndef ZR4410_TESTS_SUPPORT_FAKEOS_H
 #define ZR4410_TESTS_SUPPORT_FAKEOS_H
 
@@ -136,9 +136,9 @@ class FakeOs {
   FakeOs(const FakeOs&) = delete;
   FakeOs& operator=(const FakeOs&) = delete;
 
-  static constexpr std::string_view kCalls[] = {"ftok",  "msgget",        "msgsnd", "msgrcv", "syslog",   "usleep",
-                                                "sleep", "clock_gettime", "time",   "open",   "read",     "write",
-                                                "fsync", "close",         "rename", "unlink", "sigaction"};
+  static constexpr std::string_view kCalls[] = {"ftok",  "msgget",        "msgsnd", "msgrcv", "syslog",    "usleep",
+                                                "sleep", "clock_gettime", "time",   "open",   "read",      "write",
+                                                "fsync", "close",         "rename", "unlink", "sigaction", "fdopen"};
   static constexpr int kPid = 4711;
   static constexpr int kRequestQueue = 0,
                        kReplyQueue = 32769;  // ids of the keys with 'b' and 'a'; 0 is a good id
@@ -221,7 +221,9 @@ class FakeOs {
   int Rename(const std::string& from, const std::string& to);
   int Unlink(const std::string& path);
   bool IsOpen(int file) const { return open_.contains(file); }
-  std::map<FILE*, int> streams;  // the buffered streams and their files
+  void NeedSignalsFree(const std::string& what);  // what may wait, and must end when a signal arrives
+  std::map<FILE*, int> streams;                   // the buffered streams and their files
+  std::set<int> ownBuffers;                       // files whose streams were given a buffer
 
  private:
   struct Arrival {

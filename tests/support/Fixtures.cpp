@@ -10,7 +10,7 @@
 int testZR4410_main(int argc, char** argv);  // the program's main under another name
 
 extern "C" {
-extern RelayMessage gtMsgqTxBuf, gtMsgqRxBuf;
+extern RelayMessage gtMsgqRxBuf;
 }
 
 void ResetProduct() {

@@ -29,6 +29,12 @@ using testing::IsEmpty;
 // Every global of the product as it is at the start of a program.
 void ResetProduct();
 
+// What strtol makes of a number that needs more than 32 bits is stored in 32: the number of that 64-bit pattern's lower
+// half where a long has 64 bits, or the nearest one where it has 32, as on the device.
+inline constexpr int32_t LowerHalfOrNearest(int32_t lowerHalf, int32_t nearest) {
+  return sizeof(long) == 8 ? lowerHalf : nearest;
+}
+
 // How a run of the whole program ended.
 struct Ended {
   int status;          // what main returned: the exit status, but for -1, which the system makes 255

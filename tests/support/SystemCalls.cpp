@@ -48,13 +48,20 @@ std::string Format(const char* format, va_list arguments) {
 
 int FileOf(void* cookie) { return static_cast<int>(reinterpret_cast<intptr_t>(cookie)); }
 
+// A stream that was given no buffer allocates one at its first use.
+void NeedOwnBuffer(void* cookie, const char* use) {
+  if (!os->ownBuffers.contains(FileOf(cookie))) {
+    os->NeedSignalsHeld(use);
+  }
+}
+
 ssize_t StreamRead(void* cookie, char* out, size_t size) {
-  os->NeedSignalsHeld("a stream's read");
+  NeedOwnBuffer(cookie, "a stream's read");
   return os->Read(FileOf(cookie), out, size);
 }
 
 ssize_t StreamWrite(void* cookie, const char* data, size_t size) {
-  os->NeedSignalsHeld("a stream's write");
+  NeedOwnBuffer(cookie, "a stream's write");
   const ssize_t written = os->Write(FileOf(cookie), data, size);
   return written < 0 ? 0 : written;  // 0 is how a stream is told of a failure
 }
@@ -68,6 +75,7 @@ int StreamClose(void* cookie) {
   os->NeedSignalsHeld("fclose");
   const int file = FileOf(cookie);
   std::erase_if(os->streams, [file](const auto& stream) { return stream.second == file; });
+  os->ownBuffers.erase(file);
   return os->Close(file);
 }
 
@@ -222,7 +230,21 @@ FILE* fopen(const char* path, const char* mode) {
 }
 
 FILE* fdopen(int file, const char* mode) noexcept {
-  return os && os->IsOpen(file) ? OpenStream(file, mode) : Libc<FILE*(int, const char*)>("fdopen")(file, mode);
+  if (!os || !os->IsOpen(file)) {
+    return Libc<FILE*(int, const char*)>("fdopen")(file, mode);
+  }
+  os->NeedSignalsHeld("fdopen");
+  return os->Enter("fdopen") ? OpenStream(file, mode) : nullptr;
+}
+
+int setvbuf(FILE* stream, char* buffer, int mode, size_t size) noexcept {
+  if (os) {
+    if (const auto found = os->streams.find(stream); found != os->streams.end()) {
+      os->NeedSignalsHeld("setvbuf");
+      os->ownBuffers.insert(found->second);
+    }
+  }
+  return Libc<int(FILE*, char*, int, size_t)>("setvbuf")(stream, buffer, mode, size);
 }
 
 int fileno(FILE* stream) noexcept {

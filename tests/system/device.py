@@ -8,6 +8,7 @@ import os
 import re
 import select
 import shlex
+import shutil
 import socket
 import subprocess
 import threading
@@ -20,6 +21,8 @@ import sysv_ipc
 TOOL = shlex.split(os.environ.get("ZR4410_TOOL", "testZR4410"))
 SIMULATOR = shlex.split(os.environ.get("ZR4410_SIM", "simZR4410"))
 BYTE_ORDER = os.environ.get("ZR4410_BYTE_ORDER", "little")  # of the machine the tool is built for
+with open(shutil.which(TOOL[-1]), "rb") as program:
+    WIDE_LONG = program.read(5)[4] == 2  # the ELF header's class: whether a long of the tool's machine has 64 bits
 TOO_LONG = 20  # seconds; only ever reached by a tool that hangs
 
 CONF_PTZ = Path("/defconf/conf.ptz")
@@ -29,6 +32,7 @@ ERROR, INFO, DEBUG = 3, 6, 7
 BANNER = (INFO, "===================================================")
 START = [BANNER, (INFO, "Start testZR4410 (v0.0.1)."), BANNER]
 FINISH = [BANNER, (INFO, "Finish testZR4410 (v0.0.1)."), BANNER]
+CAUGHT = [(DEBUG, f"Catch {name}!") for name in ("SIGINT", "SIGTERM", "SIGUSR1", "SIGUSR2")]
 
 
 class Syslog:
@@ -117,12 +121,20 @@ class Run:
         return self
 
     def body(self):
-        """The log lines between the start banner and the finish banner of a run that ended as a run should."""
+        """The log lines between the start banner and the finish banner of a run that ended as a run should.
+
+        A signal may be caught during the finish banner, too: its line stands among the banner's.
+        """
         assert self.status == 0
         assert self.errors == ""
         assert self.log[:3] == START
-        assert self.log[-3:] == FINISH
-        return self.log[3:-3]
+        end = len(self.log)
+        for line in reversed(FINISH):
+            end -= 1
+            while self.log[end] in CAUGHT:
+                end -= 1
+            assert self.log[end] == line
+        return self.log[3:end]
 
     def action(self):
         """The log lines of the action alone; what it took is in `milliseconds` afterwards."""

@@ -1,14 +1,18 @@
 """Signals to the real program."""
 
+import os
 import random
+import re
 import signal
 import statistics
 import time
+from pathlib import Path
 
 import pytest
 
-from device import DEBUG, ERROR, INFO, open_queue
+from device import CONF_IMG, DEBUG, ERROR, INFO, TOO_LONG, open_queue
 
+HANDLED = sum(1 << number - 1 for number in (signal.SIGINT, signal.SIGTERM, signal.SIGUSR1, signal.SIGUSR2))
 INTERRUPTED = {signal.SIGINT: (DEBUG, "Catch SIGINT!"), signal.SIGTERM: (DEBUG, "Catch SIGTERM!")}
 
 
@@ -91,6 +95,54 @@ def test_a_signal_that_is_not_caught_ends_it(start):
     run = in_the_read_loop(start)
     run.signal(signal.SIGHUP)
     assert run.finish().status == -signal.SIGHUP
+
+
+def interrupted_in_the_settings(run, number):
+    """The log lines of a run that waits for its settings until it is interrupted."""
+    end = time.monotonic() + TOO_LONG
+    while run.process.poll() is None and time.monotonic() < end:
+        # Once is enough for a run that waits already. One that has its handlers and is not there yet needs another.
+        if run.syslog.lines(run.pid) and HANDLED & handled_by(run.pid) == HANDLED:
+            run.signal(number)
+        time.sleep(0.02)
+    lines = run.finish().action()
+    caught = INTERRUPTED[number]
+    assert lines[0] == caught
+    return [line for line in lines if line != caught]
+
+
+def handled_by(pid):
+    """The mask of the signals that the process handles, 0 if it is gone."""
+    try:
+        return int(re.search(r"^SigCgt:\t(\w+)$", Path(f"/proc/{pid}/status").read_text(), re.MULTILINE)[1], 16)
+    except (FileNotFoundError, ProcessLookupError, TypeError):
+        return 0
+
+
+@pytest.fixture
+def settings_pipe():
+    """A named pipe in the place of the settings file."""
+    CONF_IMG.unlink()
+    os.mkfifo(CONF_IMG)
+    yield CONF_IMG
+    CONF_IMG.unlink()
+
+
+@pytest.mark.parametrize("number", INTERRUPTED)
+def test_a_stop_signal_ends_the_wait_for_settings_that_nobody_writes(start, settings_pipe, number):
+    run = start("-s", "1", "1")
+    assert interrupted_in_the_settings(run, number) == [
+        (ERROR, "can not open sysconf file /sysconf/conf.img.\n"), (ERROR, "sysconf_fget failed!\n")]
+    assert run.output.startswith("0x00 = unknown\n")
+
+
+@pytest.mark.parametrize("number", INTERRUPTED)
+def test_a_stop_signal_ends_the_wait_for_the_rest_of_the_settings(start, settings_pipe, number):
+    writer = os.open(settings_pipe, os.O_RDWR)  # so that the tool can open it, and waits for a line
+    os.write(writer, b"EXT_DEBUG=")
+    run = start("-s", "1", "1")
+    assert interrupted_in_the_settings(run, number) == []
+    os.close(writer)
 
 
 @pytest.mark.parametrize("arguments", [["-g"], []])

@@ -168,6 +168,19 @@ TEST_F(Settings, TheReaderEndsWhereTheFileCannotBeReadOn) {
   EXPECT_THAT(os.Log(), IsEmpty());
 }
 
+TEST_F(Settings, AStreamThatCannotBeMadeCountsAsAFileThatDoesNotOpen) {
+  os.Fail("fdopen", ENOMEM, 1);
+  char value[256] = "untouched";
+  EXPECT_EQ(sysconf_fget(kPath, "EXT_DEBUG", value), -1);
+  EXPECT_THAT(os.Log(), ElementsAre(Err("can not open sysconf file /sysconf/conf.img.\n")));
+  EXPECT_EQ(os.OpenFiles(), 0U);
+  os.Forget();
+  os.Fail("fdopen", ENOMEM, 2);
+  EXPECT_EQ(sysconf_fset(kPath, "EXT_DEBUG", "3"), -1);
+  EXPECT_THAT(os.Log(), ElementsAre(Err("Can not create a temp file for write.")));
+  EXPECT_EQ(os.files[kPath], "EXT_DEBUG=0\n");
+}
+
 TEST_F(Settings, TheReaderNeverWrites) {
   Value("EXT_DEBUG=5\n");
   EXPECT_THAT(os.FileSteps(), testing::Not(testing::Contains(testing::HasSubstr("write"))));

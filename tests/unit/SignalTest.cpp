@@ -8,9 +8,7 @@
 #include "support/Log.h"
 #include "tests/support/Fixtures.h"
 
-extern "C" {
-extern RelayMessage gtMsgqTxBuf;
-}
+extern "C" {}
 
 namespace {
 
@@ -69,7 +67,7 @@ TEST_F(Signals, ALogLineHoldsTheHandledSignalsBackAndLetsThemGoAfterwards) {
   sigemptyset(&before);
   sigaddset(&before, SIGHUP);
   sigprocmask(SIG_SETMASK, &before, nullptr);
-  Log(LOG_INFO, "%s %d", "text", 5);
+  LOG(LOG_INFO, "%s %d", "text", 5);
   sigprocmask(SIG_BLOCK, nullptr, &after);
   for (int signal = 1; signal < 32; ++signal) {
     EXPECT_EQ(sigismember(&after, signal), signal == SIGHUP) << signal;

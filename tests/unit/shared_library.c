@@ -271,11 +271,11 @@ static const Routine kRoutines[] = {
 };
 
 static const void* const kGlobals[] = {
-    &giSigID,        &giUsr1SigID,     &giUsr2SigID,        &gfDebugFlag,         &giDebug,
-    &giMsgIdTx,      &giMsgIdRx,       &gtZR4410MsgqCmdBuf, &gtZR4410MsgqRespBuf, &gbSeqId,
-    &gbUart1Command, &gtUart1Cmd,      &gtUart1Resp,        &gtUart1ViscaCmdInq,  &gtUart1ViscaResp,
-    &gtLensControl,  &gtCamControl,    &gtOtherControl,     &gtEnlargeFun1,       &gtEnlargeFun2,
-    &gtFocusPosTb,   &gtDigitalZoomTb, &gtOpticalZoomTb,    &gtCombineZoomTb,     &gtParams,
+    &giSigID,         &giUsr1SigID,        &giUsr2SigID,         &gfDebugFlag,      &giDebug,         &giMsgIdTx,
+    &giMsgIdRx,       &gtZR4410MsgqCmdBuf, &gtZR4410MsgqRespBuf, &gtMsgqTxBuf,      &gbSeqId,         &gbUart1Command,
+    &gtUart1Cmd,      &gtUart1Resp,        &gtUart1ViscaCmdInq,  &gtUart1ViscaResp, &gtLensControl,   &gtCamControl,
+    &gtOtherControl,  &gtEnlargeFun1,      &gtEnlargeFun2,       &gtFocusPosTb,     &gtDigitalZoomTb, &gtOpticalZoomTb,
+    &gtCombineZoomTb, &gtParams,
 };
 
 static int Check(int good, const char* what) {

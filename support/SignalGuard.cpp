@@ -1,0 +1,14 @@
+#include "support/SignalGuard.h"
+
+void HoldSignals(sigset_t* before) {
+  static sigset_t handled;
+  static bool built;  // once, because every log line comes here
+  if (!built) {
+    sigemptyset(&handled);
+    for (const int signal : kHandledSignals) {
+      sigaddset(&handled, signal);
+    }
+    built = true;
+  }
+  pthread_sigmask(SIG_BLOCK, &handled, before);
+}
