@@ -8,11 +8,11 @@
 #include <array>
 #include <cstdint>
 #include <cstdlib>
-#include <string>
 #include <thread>
 
-#include "simulator/Daemon.h"
-#include "simulator/Device.h"
+#include "simulator/connect/Daemon.h"
+#include "simulator/model/Device.h"
+#include "simulator/model/Error.h"
 
 namespace {
 
@@ -59,14 +59,14 @@ void SimulatedDevice(benchmark::State& state, const Message& request) {
   close(mkstemp(path));
   sim::Device device(sim::Setup{.fast = true});
   sim::Daemon daemon(device, {.key_path = path, .remove_queues = true}, [](const sim::Event&) {});
-  std::string error;
-  if (!daemon.Open(error)) {
-    state.SkipWithError(error.c_str());
-  } else {
+  try {
+    daemon.Open();
     std::thread thread([&daemon] { daemon.Run(); });
     Exchange(msgget(ftok(path, sim::kRequestProject), 0), msgget(ftok(path, sim::kReplyProject), 0), request, state);
     daemon.Stop();
     thread.join();
+  } catch (const sim::Error& error) {
+    state.SkipWithError(error.what());
   }
   unlink(path);
 }

@@ -1,32 +1,40 @@
-// simZR4410: the device daemon, the camera and the MCU in one process.
+// simZR4410: the device daemon, the camera and the MCU in one process. This is the command line; see model/ for what is
+// simulated and connect/ for what it is connected to.
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <iostream>
 #include <memory>
+#include <string>
+#include <utility>
+#include <vector>
 
-#include "simulator/Capture.h"
-#include "simulator/Daemon.h"
-#include "simulator/Decode.h"
-#include "simulator/Device.h"
-#include "simulator/Scenario.h"
-#include "simulator/Serial.h"
+#include "simulator/connect/Capture.h"
+#include "simulator/connect/Daemon.h"
+#include "simulator/connect/Decode.h"
+#include "simulator/connect/Files.h"
+#include "simulator/connect/Replay.h"
+#include "simulator/connect/SerialRelay.h"
+#include "simulator/connect/Trace.h"
+#include "simulator/connect/ViscaTerminal.h"
+#include "simulator/model/Device.h"
+#include "simulator/model/Error.h"
+#include "simulator/model/ProtocolPage.h"
+#include "simulator/model/Scenario.h"
 
 namespace {
+
+constexpr std::size_t kFaultWidth = 22;  // of the names in the list of faults
 
 struct Options {
   std::string scenario;
   std::vector<std::string> faults;
-  std::uint64_t seed = 1;
-  bool fast = false;
-  std::uint32_t baud = 9600;
-  std::int64_t wake_up_ms = 3000;
-  std::int64_t report_ms = 1000;
-  bool sockets = false;
+  std::vector<std::pair<const sim::SetupKey*, std::int64_t>> setup;  // what is given of SetupKeys()
   std::string capture;
   std::string replay;
   bool visca_pty = false;
@@ -51,71 +59,55 @@ bool Colour(const Options& options) {
   return options.colour == "always" || (options.colour == "auto" && isatty(STDOUT_FILENO) != 0);
 }
 
-// The scenario first, then what the command line says besides.
-std::string MakeSetup(const CLI::App& app, const Options& options, sim::Setup& setup) {
-  if (!options.scenario.empty()) {
-    sim::SetupOrError loaded = sim::LoadScenario(options.scenario);
-    if (!loaded.error.empty()) {
-      return loaded.error;
-    }
-    setup = std::move(loaded.setup);
+sim::Fault FaultOfOption(const std::string& text) {
+  try {
+    return sim::ParseFault(text);
+  } catch (const sim::Error& error) {
+    throw sim::Error("--fault " + text + ": " + error.what());
   }
-  std::vector<sim::Fault> faults;
-  for (const std::string& text : options.faults) {
-    const sim::FaultOrError parsed = sim::ParseFault(text);
-    if (!parsed.fault) {
-      return "--fault " + text + ": " + parsed.error;
-    }
-    faults.push_back(*parsed.fault);
-  }
-  setup.faults.insert(setup.faults.begin(), faults.begin(), faults.end());
-  const auto given = [&app](const char* name) { return app.count(name) != 0; };
-  setup.seed = given("--seed") ? options.seed : setup.seed;
-  setup.baud = given("--baud") ? options.baud : setup.baud;
-  setup.wake_up = given("--wake-up") ? options.wake_up_ms * sim::kMillisecond : setup.wake_up;
-  setup.report_every = given("--report") ? options.report_ms * sim::kMillisecond : setup.report_every;
-  setup.fast = setup.fast || options.fast;
-  setup.sockets = setup.sockets || options.sockets;
-  return "";
 }
 
-int Run(const Options& options, const sim::Setup& setup) {
-  sim::Daemon::BlockSignals();
-  const auto say = [&options](const std::string& line) {
-    if (!options.quiet) {
-      std::puts(line.c_str());
-    }
-  };
-  std::ofstream capture;
-  if (!options.capture.empty()) {
-    capture.open(options.capture);
-    if (!capture) {
-      return Fail(options.capture + ": " + std::strerror(errno));
-    }
+// The scenario first; command-line options override it, and their faults go before its faults.
+sim::Setup MakeSetup(const Options& options) {
+  sim::Setup setup;
+  if (!options.scenario.empty()) {
+    setup = sim::ParseScenario(sim::ReadFile(options.scenario), options.scenario);
   }
+  std::vector<sim::Fault> faults;
+  std::ranges::transform(options.faults, std::back_inserter(faults), FaultOfOption);
+  setup.faults.insert(setup.faults.begin(), faults.begin(), faults.end());
+  for (const auto& [key, value] : options.setup) {
+    key->set(setup, value);
+  }
+  return setup;
+}
+
+std::vector<sim::Event> LoadCapture(const std::string& path) {
+  std::ifstream file(path);
+  if (!file) {
+    throw sim::Error(path + ": " + std::strerror(errno));
+  }
+  return sim::ReadCapture(file, path);
+}
+
+// Runs the daemon until a signal ends it.
+void Run(const Options& options, const sim::Setup& setup) {
+  sim::Daemon::BlockSignals();
+  sim::Trace trace({.quiet = options.quiet, .colour = Colour(options), .capture = options.capture});
+  const sim::LineSink say = [&trace](const std::string& line) { trace.Line(line); };
 
   std::unique_ptr<sim::Peer> peer;
-  sim::SerialRelay* serial = nullptr;
   std::unique_ptr<sim::ViscaTerminal> terminal;
+  sim::SerialRelay* serial = nullptr;
   if (!options.serial.empty()) {
     using Protocol = sim::SerialRelay::Protocol;
     const Protocol protocol = options.serial_protocol == "visca" ? Protocol::Visca : Protocol::Uart1;
     auto relay = std::make_unique<sim::SerialRelay>(options.serial, setup.baud, protocol, say);
-    if (std::string error; !relay->Open(error)) {
-      return Fail(error);
-    }
+    relay->Open();
     serial = relay.get();
     peer = std::move(relay);
   } else if (!options.replay.empty()) {
-    std::ifstream file(options.replay);
-    if (!file) {
-      return Fail(options.replay + ": " + std::strerror(errno));
-    }
-    const sim::CaptureOrError read = sim::ReadCapture(file, options.replay);
-    if (!read.error.empty()) {
-      return Fail(read.error);
-    }
-    peer = std::make_unique<sim::Replay>(read.events, setup.fast);
+    peer = std::make_unique<sim::Replay>(LoadCapture(options.replay), setup.fast);
   } else {
     auto device = std::make_unique<sim::Device>(setup);
     if (options.visca_pty) {
@@ -124,31 +116,18 @@ int Run(const Options& options, const sim::Setup& setup) {
     peer = std::move(device);
   }
 
-  sim::Dissector dissector;
-  const bool colour = Colour(options);
   sim::Daemon daemon(*peer, {.key_path = options.key_path, .remove_queues = options.remove_queues},
-                     [&](const sim::Event& event) {
-                       if (!options.quiet) {
-                         std::puts(dissector.Line(event, colour).c_str());
-                       }
-                       if (capture.is_open()) {
-                         const std::string meaning = dissector.Meaning(event.direction, event.body);
-                         capture << sim::CaptureLine(event, meaning) << std::endl;
-                       }
-                     });
-  if (std::string error; !daemon.Open(error)) {
-    return Fail(error + " (--key-path takes another file)");
+                     [&trace](const sim::Event& event) { trace.Message(event); });
+  try {
+    daemon.Open();
+  } catch (const sim::Error& error) {
+    throw sim::Error(std::string(error.what()) + " (--key-path names another file to make the queue keys from)");
   }
   if (serial != nullptr) {
     daemon.Watch(*serial);
   }
   if (terminal) {
-    const std::string name = terminal->Open(options.visca_link);
-    if (name.empty()) {
-      return Fail("no pseudo-terminal" + (options.visca_link.empty() ? "" : " on " + options.visca_link) + ": " +
-                  std::strerror(errno));
-    }
-    std::printf("simZR4410: VISCA on %s\n", name.c_str());
+    std::printf("simZR4410: VISCA on %s\n", terminal->Open(options.visca_link).c_str());
     daemon.Watch(*terminal);
   }
   std::puts("simZR4410: ready");
@@ -156,20 +135,68 @@ int Run(const Options& options, const sim::Setup& setup) {
     std::ofstream(options.ready_file) << getpid() << '\n';
   }
   daemon.Run();
-  return 0;
 }
 
 std::string FaultList() {
+  const auto shown = [](const char* key, std::int64_t value) {
+    return value != sim::kNoKey ? std::string(" (") + key + " " + std::to_string(value) + ")" : "";
+  };
   std::string text = "Faults, for --fault and for scenario files:\n";
-  for (const sim::FaultInfo& fault : sim::FaultTable()) {
-    char line[160];
-    std::snprintf(line, sizeof line, "  %-22s%s", std::string(fault.name).c_str(), std::string(fault.text).c_str());
-    text += line;
-    text += fault.ms >= 0 ? " (ms " + std::to_string(fault.ms) + ")" : "";
-    text += fault.value >= 0 ? " (value " + std::to_string(fault.value) + ")" : "";
-    text += "\n";
+  for (const sim::FaultKind& kind : sim::FaultTable()) {
+    std::string name(kind.name);
+    name.resize(std::max(name.size(), kFaultWidth), ' ');
+    text += "  " + name + std::string(kind.text) + shown("ms", kind.ms) + shown("value", kind.value) + "\n";
   }
   return text;
+}
+
+// Options for the device: a scenario, faults, and the rows of SetupKeys().
+void AddDeviceOptions(CLI::App& app, Options& options) {
+  app.option_defaults()->group("Device");
+  app.add_option("--scenario", options.scenario, "Starting state and faults, a TOML file");
+  app.add_flag("--check", options.check, "Only check the scenario and the faults");
+  app.add_option("--fault", options.faults,
+                 "A fault, NAME[:key=value,...] with the keys nth (3 or 3+5), every, chance, only, match, ms, value; "
+                 "may be repeated")
+      ->allow_extra_args(false);
+  app.add_flag("--faults", options.list_faults, "List the faults");
+  for (const sim::SetupKey& key : sim::SetupKeys()) {
+    const std::string name(key.option);
+    const std::string text(key.text);
+    if (key.is_switch) {
+      app.add_flag_callback(
+          name, [&options, &key] { options.setup.emplace_back(&key, 1); }, text);
+    } else {
+      const auto give = [&options, &key](const std::int64_t& value) { options.setup.emplace_back(&key, value); };
+      app.add_option_function<std::int64_t>(name, give, text)
+          ->check(CLI::Range(key.least, key.greatest))
+          ->default_str(std::to_string(key.get(sim::Setup{})));
+    }
+  }
+}
+
+void AddOtherOptions(CLI::App& app, Options& options) {
+  app.option_defaults()->group("Trace");
+  app.add_option("--capture", options.capture, "Record all messages in a file, one JSON object per line");
+  app.add_option("--replay", options.replay, "Answer from such a file");
+  app.add_option("--colour", options.colour, "auto, always or never")
+      ->check(CLI::IsMember({"auto", "always", "never"}))
+      ->capture_default_str();
+  app.add_flag("--quiet", options.quiet, "Print no messages");
+  app.option_defaults()->group("Lines");
+  app.add_flag("--visca-pty", options.visca_pty, "Offer the camera on a pseudo-terminal too");
+  app.add_option("--visca-link", options.visca_link, "Name for the pseudo-terminal, a symbolic link")
+      ->needs("--visca-pty");
+  app.add_option("--serial", options.serial, "Relay to hardware on a serial port, in place of the simulated device")
+      ->excludes("--visca-pty")
+      ->excludes("--replay");
+  app.add_option("--serial-protocol", options.serial_protocol,
+                 "uart1: UART1 frames; visca: a bare camera, the MCU is simulated")
+      ->check(CLI::IsMember({"uart1", "visca"}))
+      ->capture_default_str();
+  app.add_option("--key-path", options.key_path, "File to make the queue keys from")->capture_default_str();
+  app.add_option("--ready-file", options.ready_file, "File to write the process id to when requests are taken");
+  app.add_flag("--remove-queues", options.remove_queues, "Remove the queues at the end");
 }
 
 }  // namespace
@@ -179,64 +206,27 @@ int main(int argc, char** argv) {
   Options options;
   CLI::App app("The simulated device: daemon, QM2150 camera and pan/tilt MCU behind the two message queues.",
                "simZR4410");
-  app.option_defaults()->group("Device");
-  app.add_option("--scenario", options.scenario, "Starting state and faults, a TOML file");
-  app.add_flag("--check", options.check, "Only say whether the scenario and the faults are right");
-  app.add_option("--fault", options.faults,
-                 "A fault, NAME[:key=value,...] with the keys nth (3 or 3+5), every, chance, only, match, ms, value; "
-                 "may be given again")
-      ->allow_extra_args(false);
-  app.add_flag("--faults", options.list_faults, "List the faults");
-  app.add_option("--seed", options.seed, "Seed of the faults that strike by chance")->capture_default_str();
-  app.add_flag("--fast", options.fast, "No waiting of any kind but what a fault asks for");
-  app.add_option("--baud", options.baud, "Speed of UART1")->check(CLI::Range(300, 4000000))->capture_default_str();
-  app.add_option("--wake-up", options.wake_up_ms, "Milliseconds for which the camera is silent after power on")
-      ->check(CLI::Range(0, 3600000))
-      ->capture_default_str();
-  app.add_option("--report", options.report_ms, "Milliseconds between the MCU's automatic reports")
-      ->check(CLI::Range(1, 3600000))
-      ->capture_default_str();
-  app.add_flag("--sockets", options.sockets, "Forward the camera's own acknowledgement and completion of a command");
-  app.option_defaults()->group("Trace");
-  app.add_option("--capture", options.capture, "Record all messages in a file, one JSON object a line");
-  app.add_option("--replay", options.replay, "Answer from a recording");
-  app.add_option("--colour", options.colour, "auto, always or never")
-      ->check(CLI::IsMember({"auto", "always", "never"}))
-      ->capture_default_str();
-  app.add_flag("--quiet", options.quiet, "Print no messages");
-  app.option_defaults()->group("Lines");
-  app.add_flag("--visca-pty", options.visca_pty, "Offer the camera on a pseudo-terminal too");
-  app.add_option("--visca-link", options.visca_link, "Name for the pseudo-terminal, a symbolic link")
-      ->needs("--visca-pty");
-  app.add_option("--serial", options.serial, "Relay to hardware on a serial port in place of the models")
-      ->excludes("--visca-pty")
-      ->excludes("--replay");
-  app.add_option("--serial-protocol", options.serial_protocol, "uart1: frames; visca: a bare camera, the MCU simulated")
-      ->check(CLI::IsMember({"uart1", "visca"}))
-      ->capture_default_str();
-  app.add_option("--key-path", options.key_path, "File that the queue keys are made of")->capture_default_str();
-  app.add_option("--ready-file", options.ready_file, "Written, with the process id, when requests are taken");
-  app.add_flag("--remove-queues", options.remove_queues, "Remove the queues at the end");
-  app.set_version_flag("--version", "simZR4410 0.0.1");
-  CLI::App* decode = app.add_subcommand("decode", "Read a dump of testZR4410 -g on standard input, print what it says");
+  AddDeviceOptions(app, options);
+  AddOtherOptions(app, options);
+  app.set_version_flag("--version", "simZR4410 " SIM_VERSION);
+  CLI::App* decode = app.add_subcommand("decode", "Describe the messages in a dump of testZR4410 -g on standard input");
   CLI::App* protocol = app.add_subcommand("protocol", "Print the table of all commands, in Markdown");
   CLI11_PARSE(app, argc, argv);
 
-  if (*decode) {
-    const std::size_t messages = sim::Decode(std::cin, std::cout, Colour(options));
-    return messages != 0 ? 0 : Fail("no message dump on standard input");
+  try {
+    if (*decode) {
+      if (sim::Decode(std::cin, std::cout, Colour(options)) == 0) {
+        throw sim::Error("no message dump on standard input");
+      }
+    } else if (*protocol) {
+      std::cout << sim::ProtocolMarkdown();
+    } else if (options.list_faults) {
+      std::cout << FaultList();
+    } else if (const sim::Setup setup = MakeSetup(options); !options.check) {
+      Run(options, setup);
+    }
+  } catch (const sim::Error& error) {
+    return Fail(error.what());
   }
-  if (*protocol) {
-    std::cout << sim::ProtocolMarkdown();
-    return 0;
-  }
-  if (options.list_faults) {
-    std::cout << FaultList();
-    return 0;
-  }
-  sim::Setup setup;
-  if (const std::string error = MakeSetup(app, options, setup); !error.empty()) {
-    return Fail(error);
-  }
-  return options.check ? 0 : Run(options, setup);
+  return 0;
 }

@@ -1,8 +1,13 @@
-// The simulator's decode and replay: dumps and recordings of any content.
+// The simulator's decode and replay: dumps and captures of any content.
 #include <sstream>
+#include <string>
+#include <vector>
 
-#include "simulator/Capture.h"
-#include "simulator/Decode.h"
+#include "simulator/connect/Capture.h"
+#include "simulator/connect/Decode.h"
+#include "simulator/connect/Replay.h"
+#include "simulator/model/Dissector.h"
+#include "simulator/model/Error.h"
 #include "tests/fuzz/Fuzz.h"
 
 namespace {
@@ -30,13 +35,15 @@ void Decodes(const std::string& text) {
 
 void Replays(const std::string& text) {
   std::istringstream in(text);
-  const auto capture = sim::ReadCapture(in, "file");
-  Require(capture.error.empty() || capture.error.starts_with("file:"), "the error names the file: " + capture.error);
-  if (!capture.error.empty()) {
+  std::vector<sim::Event> events;
+  try {
+    events = sim::ReadCapture(in, "file");
+  } catch (const sim::Error& error) {
+    Require(std::string(error.what()).starts_with("file:"), "the error names the file: " + std::string(error.what()));
     return;
   }
-  sim::Replay replay(capture.events, true);
-  for (const auto& event : capture.events) {
+  sim::Replay replay(events, true);
+  for (const auto& event : events) {
     if (event.direction == sim::Direction::Request) {
       replay.Request(event.type, event.body, 0);
       while (replay.Take(INT64_MAX)) {
@@ -44,8 +51,8 @@ void Replays(const std::string& text) {
     }
     sim::Dissector dissector;
     std::istringstream again(sim::CaptureLine(event, dissector.Line(event, true)));
-    const auto reread = sim::ReadCapture(again, "again");
-    Require(reread.events.size() == 1 && reread.events[0].body == event.body, "a recording is read as it was written");
+    const std::vector<sim::Event> reread = sim::ReadCapture(again, "again");
+    Require(reread.size() == 1 && reread[0].body == event.body, "a capture is read as it was written");
   }
 }
 

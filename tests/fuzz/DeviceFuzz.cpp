@@ -1,6 +1,6 @@
-// The simulated device: requests of any content, as messages and on its VISCA line. Input: requests, each its length
-// and its bytes; a length above 127 says that a good frame is made of the bytes, its code first.
-#include "simulator/Device.h"
+// The simulated device: requests of any content, as messages and on its VISCA line. Input: requests, each a length and
+// so many bytes; a length above 127 means that the bytes are made into a good frame, with its code first.
+#include "simulator/model/Device.h"
 #include "tests/fuzz/Fuzz.h"
 
 void TestOneInput(const uint8_t* data, size_t size) {

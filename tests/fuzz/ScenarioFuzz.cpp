@@ -1,13 +1,17 @@
-// Scenario files of the simulator: a file is refused with one line that tells where, or it makes a device that
+// Scenario files of the simulator: a file is rejected with one line that says where, or it makes a device that
 // answers.
-#include "simulator/Scenario.h"
+#include "simulator/model/Device.h"
+#include "simulator/model/Error.h"
+#include "simulator/model/Scenario.h"
 #include "tests/fuzz/Fuzz.h"
 
 void TestOneInput(const uint8_t* data, size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
-  const auto parsed = sim::ParseScenario(text, "night.toml");
-  if (!parsed.error.empty()) {
-    const std::string& error = parsed.error;
+  sim::Setup setup;
+  try {
+    setup = sim::ParseScenario(text, "night.toml");
+  } catch (const sim::Error& thrown) {
+    const std::string error = thrown.what();
     Require(error.starts_with("night.toml:"), "the error names the file: " + error);
     const size_t digits = error.find_first_not_of("0123456789", 11);
     Require(digits != std::string::npos && digits > 11 && error.substr(digits, 2) == ": ", "and the line: " + error);
@@ -18,7 +22,7 @@ void TestOneInput(const uint8_t* data, size_t size) {
     return;
   }
 
-  sim::Device device(parsed.setup);
+  sim::Device device(setup);
   sim::Time now = 0;
   for (const char* const request : {"AA AA 01 06 AA 10 01 01 44 55", "AA AA 02 0A AA 02 05 81 09 04 00 FF 00 55",
                                     "AA AA 03 06 AA 11 01 01 43 55"}) {

@@ -1,16 +1,13 @@
-// Messages in words, and dumps read back.
-#include "simulator/Dissector.h"
+// Messages described in words.
+#include "simulator/model/Dissector.h"
 
-#include <sstream>
-
-#include "simulator/Decode.h"
 #include "tests/simulator/Support.h"
 
 namespace {
 
 using enum sim::Direction;
 
-class Trace : public testing::Test {
+class Dissector : public testing::Test {
  protected:
   std::string Said(sim::Direction direction, const std::string& body) {
     return dissector_.Meaning(direction, Body(body));
@@ -18,7 +15,7 @@ class Trace : public testing::Test {
   sim::Dissector dissector_;
 };
 
-TEST_F(Trace, ReadsTheMcusMessages) {
+TEST_F(Dissector, ReadsTheMcusMessages) {
   EXPECT_EQ(Said(Request, "AA AA 01 06 AA 10 01 01 44 55"), "Get Version");
   EXPECT_EQ(Said(Reply, "AA AA 01 06 AA 90 01 21 A4 55"), "Get Version → 0x21");
   EXPECT_EQ(Said(Request, "AA AA 02 06 AA 11 01 00 44 55"), "Get PTZ get");
@@ -31,12 +28,12 @@ TEST_F(Trace, ReadsTheMcusMessages) {
   EXPECT_EQ(Said(Reply, "AA AA 04 06 AA 96 01 30 8F 55"), "unknown MCU command 0x16 → command not defined");
 }
 
-TEST_F(Trace, ReadsAReportThatNobodyAskedFor) {
+TEST_F(Dissector, ReadsAReport) {
   EXPECT_EQ(Said(Reply, "AA AA 00 0D AA 91 08 00 00 FA 00 01 2C 00 10 86 55"),
             "Get PTZ → pan 64000, tilt 300, zoom 16");
 }
 
-TEST_F(Trace, ReadsTheCamerasMessages) {
+TEST_F(Dissector, ReadsTheCamerasMessages) {
   EXPECT_EQ(Said(Request, "AA AA 01 0B AA 02 06 81 01 04 39 03 FF 8D 55"), "CAM_AE manual");
   EXPECT_EQ(Said(Reply, "AA AA 01 06 AA 82 01 10 C3 55"), "CAM_AE manual → acknowledged");
   EXPECT_EQ(Said(Reply, "AA AA 01 06 AA 82 01 40 93 55"), "CAM_AE manual → refused: value out of range");
@@ -51,7 +48,7 @@ TEST_F(Trace, ReadsTheCamerasMessages) {
   EXPECT_EQ(Said(Request, "AA AA 00 09 AA 02 04 01 22 33 44 B6 55"), "notice 1");
 }
 
-TEST_F(Trace, ReadsTheBlocksBitByBit) {
+TEST_F(Dissector, ReadsTheBlocksBitByBit) {
   Said(Request, "AA AA 01 0B AA 02 06 81 09 7E 7E 04 FF C5 55");
   EXPECT_EQ(
       Said(Reply, "AA AA 01 15 AA 82 10 90 50 01 0E 0D 02 00 00 00 00 00 00 00 00 00 FF C7 55"),
@@ -59,13 +56,13 @@ TEST_F(Trace, ReadsTheBlocksBitByBit) {
       "wdr ratio 0x20");
 }
 
-TEST_F(Trace, SaysWhatIsWrong) {
+TEST_F(Dissector, NamesWhatIsWrong) {
   EXPECT_EQ(Said(Reply, "AB AA 01 06 AA 90 01 21 A4 55"), "wrong relay header");
   EXPECT_EQ(Said(Reply, "AA AA 01 06 AA 90 01 21 A5 55"), "Get Version → 0x21 (wrong checksum)");
   EXPECT_EQ(dissector_.Meaning(Reply, B("AA AA 01")), "message of a wrong size");
 }
 
-TEST_F(Trace, PutsEachMessageOnOneLine) {
+TEST_F(Dissector, PutsEachMessageOnOneLine) {
   const sim::Event event{12345678, Request, 77, 3, Body("AA AA 03 06 AA 0C 01 00 49 55"), ""};
   EXPECT_EQ(dissector_.Line(event, false),
             "   12.346 request #3   AA 0C 01 00 49 55                 Lens Power Control off");
@@ -73,71 +70,6 @@ TEST_F(Trace, PutsEachMessageOnOneLine) {
   EXPECT_EQ(dissector_.Line(noted, false),
             "    0.000 reply   #3   AA 8C 01 10 B9 55                 Lens Power Control off → OK  [fault duplicate]");
   EXPECT_NE(dissector_.Line(event, true).find("\x1b["), std::string::npos);
-}
-
-constexpr const char* kDump =
-    "[testZR4410] client msgsnd:\n"
-    "(36): \n"
-    "4D 00 00 00 AA AA 01 06 AA 11 01 00 44 55 00 00 \n"
-    "00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 \n"
-    "00 00 00 00 \n"
-    "[testZR4410] client msgrcv:\n"
-    "(40): \n"
-    "4D 00 00 00 AA AA 01 0D AA 91 08 00 00 FA 00 01 \n"
-    "2C 00 10 86 55 00 00 00 00 00 00 00 00 00 00 00 \n"
-    "00 00 00 00 00 00 00 00 \n"
-    "[testZR4410] MCU_GetPTZ:\n"
-    "(8): \n"
-    "00 00 FA 00 01 2C 00 10 \n"
-    "Pan = 64000, Tilt = 300, Zoom = 16\n";
-
-std::string Decoded(const std::string& dump) {
-  std::istringstream in(dump);
-  std::ostringstream out;
-  sim::Decode(in, out, false);
-  return out.str();
-}
-
-TEST(Decode, ReadsADumpOfTheTool) {
-  EXPECT_EQ(Decoded(kDump),
-            "request #1   AA 11 01 00 44 55                 Get PTZ get\n"
-            "reply   #1   AA 91 08 00 00 FA 00 01 2C 00 10 86 55  Get PTZ → pan 64000, tilt 300, zoom 16\n");
-}
-
-TEST(Decode, PassesOverWhatIsNoDump) {
-  EXPECT_EQ(Decoded(""), "");
-  EXPECT_EQ(Decoded("Version = 0x21\n(13): \n00 01\n"), "");
-  EXPECT_EQ(Decoded("[testZR4410] client msgsnd:\n(36): \n4D 00 XX\n"), "");
-}
-
-TEST(Decode, ReadsWhatACutDumpStillHolds) {
-  const std::string reply = "[testZR4410] client msgrcv:\n(40): \n4D 00 00 00 AA AA 01 06 AA 90 01 21 A4 55 00 00 \n";
-  const std::string line = "reply   #1   AA 90 01 21 A4 55                 Get Version → 0x21  [cut]\n";
-  EXPECT_EQ(Decoded(reply), line);
-  EXPECT_EQ(Decoded(reply + "Terminated\n"), line);
-  EXPECT_EQ(Decoded(reply + reply), line + line);
-  EXPECT_EQ(Decoded(reply.substr(0, reply.find("A4"))), "");
-}
-
-TEST(Decode, ReadsOnAfterADumpThatWasCut) {
-  const std::string dump = kDump;
-  for (std::size_t cut = 0; cut < dump.size(); ++cut) {
-    const std::string text = Decoded(dump.substr(0, cut) + "\n" + dump);
-    EXPECT_NE(text.find("pan 64000, tilt 300, zoom 16\n"), std::string::npos) << cut;
-  }
-}
-
-TEST(Decode, SurvivesAnyBytes) {
-  std::string dump = kDump;
-  std::uint32_t random = 3;
-  for (int i = 0; i < 20000; ++i) {
-    random = random * 1664525 + 1013904223;
-    dump[(random >> 8) % dump.size()] = static_cast<char>(random >> 24);
-    Decoded(dump);
-    if (i % 50 == 0) {
-      dump = kDump;
-    }
-  }
 }
 
 }  // namespace

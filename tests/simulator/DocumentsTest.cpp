@@ -1,16 +1,17 @@
-// What is written about the simulator agrees with it.
+// The documents about the simulator agree with it.
 #include <gtest/gtest.h>
 
 #include <array>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <regex>
 #include <set>
 #include <sstream>
 #include <string>
 
-#include "simulator/Faults.h"
-#include "simulator/Protocol.h"
+#include "simulator/model/Faults.h"
+#include "simulator/model/Setup.h"
 
 namespace {
 
@@ -46,7 +47,9 @@ std::set<std::string> Options(const std::string& text, const std::string& before
   return found;
 }
 
-std::string WithoutEscapes(std::string text) {
+// The manual page, with plain hyphens and each entry ended by a line feed.
+std::string Manual() {
+  std::string text = File("docs/simZR4410.1");
   for (std::size_t at; (at = text.find("\\-")) != std::string::npos;) {
     text.erase(at, 1);
   }
@@ -63,13 +66,36 @@ TEST(Documents, ProtocolPageEndsWithTheTables) {
 TEST(Documents, ManualNamesTheOptionsOfTheHelpText) {
   // Versions of CLI11 indent their help differently.
   const std::set<std::string> help = Options(Output("--help"), " *(?:-[a-z], *)?");
-  const std::set<std::string> manual = Options(WithoutEscapes(File("docs/simZR4410.1")), "\\.B ");
+  const std::set<std::string> manual = Options(Manual(), "\\.B ");
   EXPECT_GE(help.size(), 20U);
   EXPECT_EQ(manual, help);
 }
 
+TEST(Documents, ManualHasTheRangeAndDefaultOfEachOption) {
+  const std::string manual = Manual();
+  const sim::Setup setup;
+  for (const sim::SetupKey& key : sim::SetupKeys()) {
+    const std::size_t at = manual.find("\n.B " + std::string(key.option));
+    ASSERT_NE(at, std::string::npos) << key.option;
+    const std::string entry = manual.substr(at, manual.find("\n.", at + 1) + 1 - at);
+    std::string expected = "Scenario key: " + std::string(key.key);
+    if (!key.is_switch) {
+      expected += ", " + std::to_string(key.least) + " to " + std::to_string(key.greatest) + ". Default " +
+                  std::to_string(key.get(setup));
+    }
+    EXPECT_NE(entry.find("\n" + expected + ".\n"), std::string::npos) << key.option << ": " << expected;
+  }
+}
+
+TEST(Documents, ManualIsOfThisVersion) {
+  std::smatch version;
+  const std::string output = Output("--version");
+  ASSERT_TRUE(std::regex_match(output, version, std::regex("simZR4410 (\\S+)\n")));
+  EXPECT_NE(Manual().find("\"testZR4410 " + version.str(1) + "\""), std::string::npos) << output;
+}
+
 TEST(Documents, ManualSaysWhatTheListOfFaultsSays) {
-  const std::string manual = WithoutEscapes(File("docs/simZR4410.1"));
+  const std::string manual = Manual();
   std::istringstream list(Output("--faults"));
   std::size_t count = 0;
   for (std::string line; std::getline(list, line);) {
@@ -84,33 +110,21 @@ TEST(Documents, ManualSaysWhatTheListOfFaultsSays) {
   EXPECT_EQ(count, sim::FaultTable().size());
 }
 
-// A letter stands for one field: a template that used one letter for two would mix their bits.
-TEST(ProtocolTable, UsesEachLetterOnceInARow) {
-  for (const auto& table : {sim::CameraTable(), sim::McuTable()}) {
-    for (const sim::Row& row : table) {
-      std::set<char> letters;
-      for (const sim::Field& field : row.fields) {
-        EXPECT_TRUE(letters.insert(field.letter).second) << row.name << " " << field.letter;
-        const bool used =
-            (std::string(row.command) + std::string(row.inquiry) + std::string(row.reply)).find(field.letter) !=
-            std::string::npos;
-        EXPECT_TRUE(used || field.letter == '-') << row.name << " " << field.letter;
-      }
-      for (const std::string_view text : {row.command, row.inquiry, row.reply}) {
-        for (const char c : text) {
-          EXPECT_TRUE(c < 'a' || c > 'z' || letters.contains(c)) << row.name << " " << c;
-        }
+// What docs/architecture.md promises of the model.
+TEST(Documents, ModelIncludesNothingThatTouchesTheSystem) {
+  const std::regex allowed(R"(#include (<[a-z_]+>|<toml\+\+/toml\.h>|"simulator/model/[A-Za-z]+\.h"))");
+  const std::regex forbidden(R"(#include <(fstream|iostream|filesystem|chrono|ctime|thread|mutex|atomic)>)");
+  std::size_t includes = 0;
+  for (const auto& file : std::filesystem::directory_iterator(SIM_SOURCE "/simulator/model")) {
+    std::ifstream lines(file.path());
+    for (std::string line; std::getline(lines, line);) {
+      if (line.starts_with("#include")) {
+        EXPECT_TRUE(std::regex_match(line, allowed) && !std::regex_match(line, forbidden)) << file.path() << line;
+        ++includes;
       }
     }
   }
-}
-
-TEST(ProtocolTable, HasEveryMcuCommand) {
-  for (std::uint8_t id = 1; id <= 0x15; ++id) {
-    EXPECT_NE(sim::FindMcu(id), nullptr) << int{id};
-  }
-  EXPECT_EQ(sim::FindMcu(0x00), nullptr);
-  EXPECT_EQ(sim::FindMcu(0x16), nullptr);
+  EXPECT_GT(includes, 50U);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
-// Message queues of a test's own, seen from the tool's side.
+// Message queues of a test's own, seen from the tool's side, terminals, and waiting for other threads.
 #pragma once
 
+#include <poll.h>
 #include <sys/ipc.h>
 #include <sys/msg.h>
 #include <unistd.h>
@@ -15,7 +16,9 @@
 #include <thread>
 #include <vector>
 
-// Waits for what must come; a minute is for machines that are very busy.
+#include "tests/simulator/Support.h"
+
+// Waits until the condition holds; false after a minute, which is for very busy machines.
 template <typename Condition>
 bool Eventually(Condition condition) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
@@ -35,7 +38,7 @@ class TestQueues {
     std::vector<std::uint8_t> body;
   };
 
-  // A key file whose keys nobody uses.
+  // Makes a key file whose keys are not in use.
   TestQueues() {
     do {
       if (!path_.empty()) {
@@ -75,9 +78,11 @@ class TestQueues {
       msgctl(Lookup(project), IPC_RMID, nullptr);
     }
   }
-  bool Waiting() const {
-    msqid_ds state{};
-    return msgctl(replies_, IPC_STAT, &state) == 0 && state.msg_qnum != 0;
+  // Of the reply queue.
+  bool Waiting() const { return ReplyState().msg_qnum != 0; }
+  bool Full() const {
+    const msqid_ds state = ReplyState();
+    return state.__msg_cbytes + kMessageSize > state.msg_qbytes;
   }
 
   void Send(std::int32_t type, const std::vector<std::uint8_t>& body) const {
@@ -105,6 +110,12 @@ class TestQueues {
   }
 
  private:
+  msqid_ds ReplyState() const {
+    msqid_ds state{};
+    msgctl(replies_, IPC_STAT, &state);
+    return state;
+  }
+
   struct Kernel {
     long type;
     std::uint8_t body[8192];
@@ -113,4 +124,32 @@ class TestQueues {
   std::vector<std::string> spare_;
   int requests_ = -1;
   int replies_ = -1;
+};
+
+// One end of a terminal.
+class TerminalLine {
+ public:
+  explicit TerminalLine(int file) : file_(file) {}
+  ~TerminalLine() { close(file_); }
+  void Write(const std::string& hex) const {
+    const Packet bytes = B(hex);
+    EXPECT_EQ(write(file_, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+  }
+  // Reads `count` bytes, or what comes within the time limit.
+  std::string Read(std::size_t count) const {
+    Packet bytes;
+    while (bytes.size() < count) {
+      pollfd wait{file_, POLLIN, 0};
+      std::uint8_t byte = 0;
+      if (poll(&wait, 1, kLimitMs) != 1 || read(file_, &byte, 1) != 1) {
+        break;
+      }
+      bytes.push_back(byte);
+    }
+    return Hex(bytes);
+  }
+
+ private:
+  static constexpr int kLimitMs = 20000;
+  int file_;
 };

@@ -1,0 +1,217 @@
+#include "simulator/connect/Daemon.h"
+
+#include <poll.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/eventfd.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <thread>
+#include <utility>
+
+#include "simulator/model/Error.h"
+
+namespace sim {
+namespace {
+
+constexpr std::size_t kMostWaiting = 1024;                 // messages to be sent; beyond, requests stay in their queue
+constexpr Time kRetry = 5 * kMillisecond;                  // until a full reply queue is tried again
+constexpr auto kNudge = std::chrono::milliseconds(10);     // between two looks at what cannot be waited for
+constexpr auto kStopNudge = std::chrono::milliseconds(1);  // the same while the daemon stops
+
+sigset_t StopSignals() {
+  sigset_t set;
+  sigemptyset(&set);
+  sigaddset(&set, SIGINT);
+  sigaddset(&set, SIGTERM);
+  return set;
+}
+
+}  // namespace
+
+Time Daemon::Now() {
+  using Clock = std::chrono::steady_clock;
+  static const Clock::time_point start = Clock::now();
+  return std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start).count();
+}
+
+void Daemon::BlockSignals() {
+  const sigset_t set = StopSignals();
+  pthread_sigmask(SIG_BLOCK, &set, nullptr);
+}
+
+Daemon::Daemon(Peer& peer, Options options, Sink sink)
+    : options_(std::move(options)),
+      sink_(std::move(sink)),
+      wake_fd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      peer_(peer) {
+  // The handler does nothing, but its signal ends msgrcv: there is no SA_RESTART.
+  struct sigaction nudge {};
+  nudge.sa_handler = [](int) {};
+  sigaction(SIGUSR2, &nudge, nullptr);
+}
+
+Daemon::~Daemon() { close(wake_fd_); }
+
+void Daemon::Open() {
+  requests_.Open(options_.key_path, kRequestProject);
+  replies_.Open(options_.key_path, kReplyProject);
+}
+
+void Daemon::Wake() {
+  const std::uint64_t one = 1;
+  (void)!write(wake_fd_, &one, sizeof one);
+}
+
+void Daemon::Stop() {
+  stop_ = true;
+  Wake();
+}
+
+// A queue has been removed: creates it again, as the tool does at its next start.
+void Daemon::Reopen() {
+  try {
+    Open();
+  } catch (const Error&) {
+    std::this_thread::sleep_for(kNudge);  // the key path is gone; it may come back
+  }
+}
+
+void Daemon::Receive() {
+  QueueMessage message;
+  while (!stop_) {
+    const QueueResult result = requests_.Receive(message);
+    std::unique_lock lock(mutex_);
+    if (result != QueueResult::Done) {
+      if (result != QueueResult::Interrupted && !stop_) {
+        Reopen();
+      }
+    } else {
+      const Time now = Now();
+      Event event{now, Direction::Request, message.type, 0, message.body, ""};
+      event.note = peer_.Request(message.type, message.body, now);
+      event.exchange = peer_.LastExchange();
+      sink_(event);
+      Flush(now);
+      if (NextDue(now)) {
+        Wake();
+      }
+    }
+    // While the daemon is away, or too much waits to be sent, requests stay where they are.
+    while (!stop_ && (Now() < away_until_ || peer_.Waiting() > kMostWaiting)) {
+      room_.wait_for(lock, kNudge);
+    }
+  }
+  receiver_done_ = true;
+}
+
+void Daemon::Pause(const Outgoing& out, Time now) {
+  if (out.kind == Outgoing::Kind::Restart) {
+    requests_.Remove();
+    replies_.Remove();
+  }
+  away_until_ = now + out.pause;
+}
+
+void Daemon::Flush(Time now) {
+  if (now < away_until_ || (stuck_ && now < retry_at_)) {
+    return;
+  }
+  if (replies_.id() == -1) {
+    Reopen();
+  }
+  for (;;) {
+    std::optional<Outgoing> out = stuck_ ? std::exchange(stuck_, std::nullopt) : peer_.Take(now);
+    if (!out) {
+      return;
+    }
+    if (out->kind != Outgoing::Kind::Message) {
+      Pause(*out, now);
+      return;
+    }
+    const QueueMessage message{out->type, out->body};
+    QueueResult result = replies_.Send(message);
+    if (result == QueueResult::Gone) {
+      Reopen();
+      result = replies_.Send(message);
+    }
+    if (result == QueueResult::Full && out->exchange != 0) {  // unread reports are dropped instead
+      stuck_ = std::move(out);
+      retry_at_ = now + kRetry;
+      return;
+    }
+    sink_({now, Direction::Reply, out->type, out->exchange, std::move(out->body),
+           result == QueueResult::Done ? out->note : "not sent: " + std::string(std::strerror(errno))});
+  }
+}
+
+std::optional<Time> Daemon::NextDue(Time now) const {
+  std::optional<Time> next = stuck_ ? retry_at_ : peer_.NextDue();
+  for (const Watched* watched : watched_) {
+    next = Earlier(next, watched->NextDue());
+  }
+  if (now < away_until_) {
+    next = next ? std::max(*next, away_until_) : away_until_;
+  }
+  return next;
+}
+
+void Daemon::Run() {
+  const sigset_t set = StopSignals();
+  const int signal_fd = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
+  std::thread receiver([this] { Receive(); });
+  std::unique_lock lock(mutex_);
+  while (!stop_) {
+    const Time now = Now();
+    peer_.Advance(now);
+    for (Watched* watched : watched_) {
+      watched->OnTime(now);
+    }
+    Flush(now);
+    room_.notify_all();
+    const std::optional<Time> next = NextDue(now);
+    timespec wait{};
+    if (next) {
+      const Time left = std::max<Time>(*next - now, 0);
+      wait = {.tv_sec = left / kSecond, .tv_nsec = left % kSecond * 1000};
+    }
+    std::vector<pollfd> fds = {{signal_fd, POLLIN, 0}, {wake_fd_, POLLIN, 0}};
+    const std::size_t own = fds.size();
+    for (const Watched* watched : watched_) {
+      fds.push_back({watched->Descriptor(), POLLIN, 0});
+    }
+    lock.unlock();
+    ppoll(fds.data(), fds.size(), next ? &wait : nullptr, nullptr);
+    lock.lock();
+    std::uint64_t woken = 0;
+    (void)!read(wake_fd_, &woken, sizeof woken);
+    signalfd_siginfo info{};
+    if (read(signal_fd, &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
+      stop_ = true;
+    }
+    for (std::size_t i = 0; i < watched_.size(); ++i) {
+      if (fds[own + i].revents != 0) {
+        watched_[i]->OnReadable(Now());
+      }
+    }
+  }
+  lock.unlock();
+  // The receiving thread may be about to enter msgrcv when the signal comes: sends it until the thread has ended.
+  while (!receiver_done_) {
+    pthread_kill(receiver.native_handle(), SIGUSR2);
+    room_.notify_all();
+    std::this_thread::sleep_for(kStopNudge);
+  }
+  receiver.join();
+  close(signal_fd);
+  if (options_.remove_queues) {
+    requests_.Remove();
+    replies_.Remove();
+  }
+}
+
+}  // namespace sim

@@ -1,0 +1,18 @@
+// Takes a terminal's own line handling out of the way of bytes.
+#pragma once
+
+#include <termios.h>
+
+namespace sim {
+
+// Returns false, with errno set, if `descriptor` is not a terminal.
+inline bool MakeRaw(int descriptor) {
+  termios raw{};
+  if (tcgetattr(descriptor, &raw) != 0) {
+    return false;
+  }
+  cfmakeraw(&raw);
+  return tcsetattr(descriptor, TCSANOW, &raw) == 0;
+}
+
+}  // namespace sim

@@ -1,0 +1,45 @@
+// Answers from a capture, in place of the simulated device.
+#pragma once
+
+#include <map>
+#include <vector>
+
+#include "simulator/model/Event.h"
+#include "simulator/model/Peer.h"
+
+namespace sim {
+
+// A request gets what the same frame got in the capture, at the same distance in time. If it comes again, it gets the
+// answers of the capture in their order and then repeats the last one. Sequence ids and message types are those of the
+// request at hand.
+class Replay : public Peer {
+ public:
+  // `fast`: answers at once.
+  Replay(const std::vector<Event>& events, bool fast);
+
+  std::string Request(std::int32_t type, ByteView body, Time now) override;
+  void Advance(Time) override {}
+  std::optional<Time> NextEvent() const override { return std::nullopt; }
+
+ private:
+  struct Reply {
+    Bytes body;
+    Time after;           // the request
+    int sequence_offset;  // from the request's id
+    bool answer;          // false: sent unasked; it keeps its own id
+  };
+  struct Exchange {
+    Time time = 0;  // of the request
+    std::uint8_t sequence = 0;
+    std::vector<Reply> replies;
+  };
+  struct Known {
+    std::vector<Exchange> exchanges;  // never empty
+    std::size_t next = 0;
+  };
+
+  const bool fast_;
+  std::map<Bytes, Known> known_;  // by what makes two requests the same
+};
+
+}  // namespace sim

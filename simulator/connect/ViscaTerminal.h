@@ -1,0 +1,52 @@
+// The simulated camera as a plain VISCA camera on a pseudo-terminal, for any VISCA controller.
+#pragma once
+
+#include <deque>
+#include <string>
+
+#include "simulator/connect/Splitters.h"
+#include "simulator/connect/Trace.h"
+#include "simulator/connect/Watched.h"
+#include "simulator/model/Device.h"
+
+namespace sim {
+
+class ViscaTerminal : public Watched {
+ public:
+  // Replies are sent at once if `fast`, else each in a field of its own.
+  ViscaTerminal(Device& device, bool fast, LineSink sink);
+  // Removes the link.
+  ~ViscaTerminal() override;
+  ViscaTerminal(const ViscaTerminal&) = delete;
+  ViscaTerminal& operator=(const ViscaTerminal&) = delete;
+
+  // Makes the terminal and returns its name. With a `link` makes that a symbolic link to it; a link of that name is
+  // replaced, a file is not. Throws Error.
+  std::string Open(const std::string& link);
+
+  int Descriptor() const override { return master_; }
+  void OnReadable(Time now) override;
+  void OnTime(Time now) override;
+  std::optional<Time> NextDue() const override;
+
+ private:
+  struct Waiting {
+    Time due;
+    Bytes packet;
+    const Row* row;  // of the request that it answers; nullptr if none or unknown
+  };
+  void Send(Bytes packet, const Row* row, Time due);
+
+  Device& device_;
+  const bool fast_;
+  const LineSink sink_;
+  int master_ = -1;
+  int slave_ = -1;  // held open, so that the terminal outlives its users
+  std::string link_;
+  ViscaSplitter splitter_;
+  Time heard_at_ = 0;            // when bytes came last
+  Time line_free_ = 0;           // when the last packet that has a time is sent
+  std::deque<Waiting> waiting_;  // sorted by `due`
+};
+
+}  // namespace sim

@@ -1,0 +1,23 @@
+// A message that came from or went to the tool, as traces and captures keep it.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "simulator/model/Bytes.h"
+#include "simulator/model/Time.h"
+
+namespace sim {
+
+enum class Direction : std::uint8_t { Request, Reply };
+
+struct Event {
+  Time time = 0;  // negative: unknown
+  Direction direction = Direction::Request;
+  std::int32_t type = 0;       // the queue's message type
+  std::uint32_t exchange = 0;  // number of the request, from 1, or of the one that is answered; 0: answers none
+  Bytes body;
+  std::string note;  // a remark for the trace
+};
+
+}  // namespace sim

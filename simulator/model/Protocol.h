@@ -1,0 +1,85 @@
+// Every command and inquiry of the camera and the MCU, one row each: what goes out, what comes back, the variables
+// it uses. The models obey these tables, the trace reads messages with them and docs/protocol.md is printed from them.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "simulator/model/Bytes.h"
+#include "simulator/model/Template.h"
+
+namespace sim {
+
+// When a command can be carried out. All but Standby also need the camera's power to be on.
+enum class Needs : std::uint8_t { Power, Standby, ShutterFree, IrisFree, GainFree, BrightFree, WbManual, FocusManual };
+
+// What a command does with the fields it carries.
+enum class Act : std::uint8_t {
+  Set,            // writes them to their variables
+  Nothing,        // is accepted and has no effect
+  Power,          // switches between on and standby
+  Step,           // raises, lowers or resets the variable of its kStepped field, the second of the row
+  MoveZoom,       // starts the zoom in the row's motion, or stops it
+  MoveFocus,      // the same for the focus
+  ZoomTo,         // drives to a position, which takes time
+  FocusTo,        // the same for the focus
+  ZoomFocusTo,    // both
+  ToggleFocus,    // auto to manual and back
+  FocusInfinity,  // drives the focus to the far end
+  Register,       // writes a register; an inquiry reads it
+  MemoryReset,
+  MemorySet,
+  MemoryRecall,
+  Sony,         // MCU 0x02: the data is a VISCA packet for the camera
+  Pelco,        // MCU: pan and tilt start or stop
+  LoadDefault,  // MCU: back to the starting values
+};
+
+// Which way a motor's position goes while it moves.
+enum class Motion : std::int8_t { Down = -1, None = 0, Up = 1 };
+
+// The templates (see Template.h) leave out what all packets have in common:
+//   camera   command 81 01 ... FF      inquiry 81 09 ... FF      reply 90 50 ... FF
+//   MCU      AA ... (id, then length and data) checksum 55       reply AA id+80 ... checksum 55
+// An empty template: there is no such packet.
+struct Row {
+  std::string_view name;
+  std::string_view command;
+  std::string_view inquiry;
+  std::string_view reply;  // to the inquiry, or to the MCU's command
+  std::vector<Field> fields;
+  Needs needs = Needs::Power;
+  Act act = Act::Set;
+  Motion motion = Motion::None;  // of MoveZoom and MoveFocus
+};
+std::span<const Row> CameraTable();
+std::span<const Row> McuTable();
+
+// A row and the values of its fields in a packet.
+struct Found {
+  const Row* row;
+  Values values;
+};
+// The camera's row for the bytes between 8x 01 (a command) or 8x 09 (an inquiry) and FF; nothing if no row matches.
+// The values may be out of range.
+std::optional<Found> FindCommand(ByteView data);
+std::optional<Found> FindInquiry(ByteView data);
+// The MCU's row for a command id; nullptr if there is none.
+const Row* FindMcu(std::uint8_t id);
+// What `needs` asks for, in words; empty for Standby.
+std::string_view NeedsText(Needs needs);
+
+// The MCU's command ids that the models name; the others are only in the table.
+constexpr std::uint8_t kGetPtz = 0x11;
+constexpr std::uint8_t kSetPtz = 0x12;
+constexpr std::uint8_t kGetMotorState = 0x14;
+
+// The result byte of an MCU reply that carries no data of its own.
+enum : std::uint8_t { kMcuOk = 0x10, kMcuChecksum = 0x20, kMcuUnknown = 0x30, kMcuRange = 0x40, kMcuBusy = 0x50 };
+constexpr std::string_view kMcuOkReply = "10";  // kMcuOk as a template
+std::string_view McuResultText(std::uint8_t code);
+
+}  // namespace sim

@@ -1,0 +1,45 @@
+#include "simulator/model/Setup.h"
+
+#include <limits>
+
+namespace sim {
+namespace {
+
+using Number = std::int64_t;
+
+constexpr Number kHour = Number{3600} * 1000;  // milliseconds
+
+// clang-format off
+constexpr SetupKey kKeys[] = {
+    {"", "seed", "--seed", false, 0, std::numeric_limits<Number>::max(),
+     [](const Setup& s) { return static_cast<Number>(s.seed); },
+     [](Setup& s, Number value) { s.seed = static_cast<std::uint64_t>(value); },
+     "Seed of the faults with a chance: the same seed gives the same run"},
+    {"device", "fast", "--fast", true, 0, 1,
+     [](const Setup& s) { return static_cast<Number>(s.fast); },
+     [](Setup& s, Number value) { s.fast = value != 0; },
+     "Wait for nothing but what a fault asks for"},
+    {"device", "baud", "--baud", false, 300, 4000000,
+     [](const Setup& s) { return static_cast<Number>(s.baud); },
+     [](Setup& s, Number value) { s.baud = static_cast<std::uint32_t>(value); },
+     "Speed of UART1"},
+    {"device", "wake_up_ms", "--wake-up", false, 0, kHour,
+     [](const Setup& s) { return s.wake_up / kMillisecond; },
+     [](Setup& s, Number value) { s.wake_up = value * kMillisecond; },
+     "Milliseconds for which the camera is silent after its supply came on"},
+    {"device", "report_ms", "--report", false, 1, kHour,
+     [](const Setup& s) { return s.report_every / kMillisecond; },
+     [](Setup& s, Number value) { s.report_every = value * kMillisecond; },
+     "Milliseconds between two automatic reports of the MCU"},
+    {"device", "sockets", "--sockets", true, 0, 1,
+     [](const Setup& s) { return static_cast<Number>(s.sockets); },
+     [](Setup& s, Number value) { s.sockets = value != 0; },
+     "Forward the camera's own acknowledgement and completion of a command too"},
+};
+// clang-format on
+
+}  // namespace
+
+std::span<const SetupKey> SetupKeys() { return kKeys; }
+
+}  // namespace sim
