@@ -150,7 +150,7 @@ int GetBlock(uint8_t block, const char* lengthFailure, std::span<const Field> fi
     return result;
   }
   if (reply.length != kDataBytes) {
-    return Failed(lengthFailure, RESULT_BAD_REPLY);
+    return LogFailure(RESULT_BAD_REPLY, lengthFailure);
   }
   for (const Field& field : fields) {
     const uint16_t value = Extract(field.bits, reply.bData);

@@ -162,7 +162,7 @@ int Get(const Setting<T>& setting, T* out) {
   }
   const uint8_t* const zero = reply.bData + setting.zero.first;
   if (std::any_of(zero, zero + setting.zero.count, [](uint8_t byte) { return byte != 0x00; })) {
-    return Failed(setting.zeroFailure, RESULT_BAD_REPLY);
+    return LogFailure(RESULT_BAD_REPLY, setting.zeroFailure);
   }
   *out = setting.value(reply.bData);
   return RESULT_OK;
@@ -188,14 +188,14 @@ int Set(const Setting<T>& setting, T value) {
   uint8_t data[16] = {setting.code};
   const uint32_t count = 1 + setting.data(value, data + 1);
   if (const int result = QM2150_Command(count, data); result < 0) {
-    return Failed("QM2150_Command fail!\n", result);
+    return LogFailure(result, "QM2150_Command fail!\n");
   }
   T readBack{};
   for (const bool first : {true, false}) {
     usleep(50000);
     if (const int result = Get(setting, &readBack); result < 0) {
       const bool ownLine = !first && setting.secondReadFailure != nullptr;
-      return Failed(ownLine ? setting.secondReadFailure : setting.readFailure, result);
+      return LogFailure(result, ownLine ? setting.secondReadFailure : setting.readFailure);
     }
     if (Same(value, readBack)) {
       return RESULT_OK;

@@ -39,20 +39,21 @@ int QM2150_GetSnrMode(uint8_t* mode) { return QM2150_GetRegisterValue(kRegisterS
 
 int QM2150_SetSnrMode(uint8_t mode) {
   if (const int result = QM2150_SetRegisterValue(kRegisterSnrMode, mode); result < 0) {
-    return Failed("QM2150_SetRegisterValue failed!", result);
+    return LogFailure(result, "QM2150_SetRegisterValue failed!");
   }
   for (int attempt = 1; attempt <= 2; ++attempt) {
     usleep(50000);
     uint8_t readBack = 0;
     if (const int result = QM2150_GetSnrMode(&readBack); result < 0) {
-      return Failed("QM2150_GetSnrMode failed!", result);
+      return LogFailure(result, "QM2150_GetSnrMode failed!");
     }
     if (readBack == mode) {
       return RESULT_OK;
     }
   }
-  // A mode that does not take is told to the log only: the result is the last read's, on purpose.
-  return Failed("QM2150_SetSnrMode bRegValue != bReadRegValue failed!", RESULT_OK);
+  // Intentional: a rejected mode is only logged, and callers (-s 2 among them) go on as if it had been set.
+  Log(LOG_ERR, "QM2150_SetSnrMode bRegValue != bReadRegValue failed!");
+  return RESULT_OK;
 }
 
 int QM2150_GetVersion(uint16_t* model, uint16_t* romVersion) {
@@ -68,8 +69,5 @@ int QM2150_GetVersion(uint16_t* model, uint16_t* romVersion) {
 
 int QM2150_WbOnePushTrigger(void) {
   const uint8_t data[] = {kCodeWbTrigger, kOnePush};
-  if (const int result = QM2150_Command(sizeof data, data); result < 0) {
-    return Failed("QM2150_Command fail!\n", result);
-  }
-  return RESULT_OK;
+  return LogFailure(QM2150_Command(sizeof data, data), "QM2150_Command fail!\n");
 }

@@ -37,49 +37,40 @@ int Exchange() {
   gbUart1Command = kCommandVisca;
   request.stop = kFrameStop;
   if (const int result = QM2150_FillZR4410(&request, gtZR4410MsgqCmdBuf.body); result < 0) {
-    return Failed("QM2150_FillZR4410 failed!", result);
+    return LogFailure(result, "QM2150_FillZR4410 failed!");
   }
   if (const int result = ZR4410_MsgQ_Send(&gtZR4410MsgqCmdBuf); result < 0) {
-    return Failed("ZR4410_MsgQ_Send failed!", result);
+    return LogFailure(result, "ZR4410_MsgQ_Send failed!");
   }
   if (const int result = ZR4410_MsgQ_Receive(&gtZR4410MsgqRespBuf); result < 0) {
     switch (result) {
       case RESULT_STOPPED:
         return result;
       case RESULT_TIMEOUT:
-        return Failed("ZR4410_MsgQ_Receive timeout!", result);
+        return LogFailure(result, "ZR4410_MsgQ_Receive timeout!");
       default:
-        return Failed("ZR4410_MsgQ_Receive failed!", result);
+        return LogFailure(result, "ZR4410_MsgQ_Receive failed!");
     }
   }
-  if (QM2150_CheckZR4410Packet(gtZR4410MsgqRespBuf.body) < 0) {
-    return Failed("QM2150_CheckZR4410Packet failed!", RESULT_FAILED);
-  }
-  return RESULT_OK;
+  return LogFailure(QM2150_CheckZR4410Packet(gtZR4410MsgqRespBuf.body), "QM2150_CheckZR4410Packet failed!");
 }
 
 int UnwrapVisca() {
   if (const int result = QM2150_FillUart1Resp(gtZR4410MsgqRespBuf.body, &gtUart1ViscaResp); result < 0) {
-    return Failed("QM2150_FillUart1Resp failed!", result);
+    return LogFailure(result, "QM2150_FillUart1Resp failed!");
   }
-  if (const int result = QM2150_CheckUart1Resp(&gtUart1ViscaResp); result < 0) {
-    return Failed("QM2150_CheckUart1Resp failed!", result);
-  }
-  return RESULT_OK;
+  return LogFailure(QM2150_CheckUart1Resp(&gtUart1ViscaResp), "QM2150_CheckUart1Resp failed!");
 }
 
 int UnwrapAcknowledgement() {
   if (const int result = MCU_FillUart1Resp(gtZR4410MsgqRespBuf.body, &gtUart1Resp); result < 0) {
-    return Failed("QM2150_FillUart1Resp failed!", result);  // the camera's name in both branches, on purpose
+    return LogFailure(result, "QM2150_FillUart1Resp failed!");  // the camera's name in both branches, on purpose
   }
-  if (const int result = MCU_CheckUart1Resp(&gtUart1Resp); result < 0) {
-    return Failed("MCU_CheckUart1Resp failed!", result);
-  }
-  return RESULT_OK;
+  return LogFailure(MCU_CheckUart1Resp(&gtUart1Resp), "MCU_CheckUart1Resp failed!");
 }
 
-// The second line of a failed exchange.
-int Concluded(int result) { return result < 0 ? FailedUnlessStopped("QM2150_ProcessVisca failed!", result) : result; }
+// Adds the second log line of a failed exchange.
+int LogExchangeFailure(int result) { return LogFailureUnlessStopped(result, "QM2150_ProcessVisca failed!"); }
 
 struct ViscaError {
   uint8_t code;
@@ -115,7 +106,7 @@ void PrepareRequest(uint8_t selector, uint8_t category, uint32_t count, const ui
   std::copy_n(data, count, gtUart1ViscaCmdInq.data);
 }
 
-int ProcessVisca() { return Concluded(QM2150_ProcessVisca()); }
+int ProcessVisca() { return LogExchangeFailure(QM2150_ProcessVisca()); }
 
 int CheckAcknowledged() { return gtUart1Resp.data[0] == kAcknowledged ? RESULT_OK : RESULT_FAILED; }
 
@@ -142,13 +133,13 @@ int QM2150_Inquiry(uint8_t category, uint32_t length, const uint8_t* data, tVisc
     return RESULT_FAILED;
   }
   PrepareRequest(kSelectorInquiry, category, length, data);
-  if (const int result = Concluded(Exchange()); result < 0) {
+  if (const int result = LogExchangeFailure(Exchange()); result < 0) {
     return result;
   }
   if (gtUart1ViscaCmdInq.selector != kSelectorInquiry) {
-    return Concluded(RESULT_BAD_FRAME);
+    return LogExchangeFailure(RESULT_BAD_FRAME);
   }
-  if (const int result = Concluded(UnwrapVisca()); result < 0) {
+  if (const int result = LogExchangeFailure(UnwrapVisca()); result < 0) {
     return result;
   }
   // From the first reply byte through the terminator the record has the shape of a tVisca.
@@ -160,17 +151,17 @@ int QM2150_Inquiry(uint8_t category, uint32_t length, const uint8_t* data, tVisc
 
 int QM2150_ChecRespVisca(const tVisca* reply) {
   if (reply->header != kReplyHeader) {
-    return Failed("VISCA RESP Header fail!\n", RESULT_BAD_REPLY);
+    return LogFailure(RESULT_BAD_REPLY, "VISCA RESP Header fail!\n");
   }
   if (reply->terminator != kTerminator) {
-    return Failed("VISCA RESP Terminator fail!\n", RESULT_BAD_REPLY);
+    return LogFailure(RESULT_BAD_REPLY, "VISCA RESP Terminator fail!\n");
   }
   // Only these two values are told apart: an acknowledgement, or an error with a socket number, passes.
   if (reply->replyType == kCompletion && DebugEnable(15, static_cast<uint32_t>(giDebug)) == 1) {
     Log(LOG_DEBUG, "VISCA RESP ACK!\n");  // a completion, called ACK on purpose
   }
   if (reply->replyType == kError) {
-    return Failed(ViscaErrorLine(reply->bData[0]), RESULT_BAD_REPLY);
+    return LogFailure(RESULT_BAD_REPLY, ViscaErrorLine(reply->bData[0]));
   }
   return RESULT_OK;
 }
@@ -178,10 +169,7 @@ int QM2150_ChecRespVisca(const tVisca* reply) {
 int InquireAndJudge(uint8_t category, uint32_t length, const uint8_t* data, tVisca* reply) {
   *reply = {};
   if (const int result = QM2150_Inquiry(category, length, data, reply); result < 0) {
-    return FailedUnlessStopped("QM2150_Inquiry fail!\n", result);
+    return LogFailureUnlessStopped(result, "QM2150_Inquiry fail!\n");
   }
-  if (const int result = QM2150_ChecRespVisca(reply); result < 0) {
-    return Failed("QM2150_ChecRespVisca fail!\n", result);
-  }
-  return RESULT_OK;
+  return LogFailure(QM2150_ChecRespVisca(reply), "QM2150_ChecRespVisca fail!\n");
 }

@@ -77,7 +77,7 @@ int ListMcuCommands() {
     char description[64] = {};
     if (MCU_Cmd2Str(id, description) < 0) {
       Log(LOG_ERR, "MCU_Cmd2Str fail!\n");
-      return Failed("MCU_GetVersion fail!\n", RESULT_FAILED);  // the neighbour's line too, on purpose
+      return LogFailure(RESULT_FAILED, "MCU_GetVersion fail!\n");  // the neighbour's line too, on purpose
     }
     printf("0x%02x = %s\n", id, description);
   }
@@ -88,7 +88,7 @@ int ShowMcuVersion() {
   uint8_t version = 0;
   if (const int result = MCU_GetVersion(&version); result < 0) {
     Log(LOG_ERR, "MCU_GetVersion fail!\n");
-    return Failed("MCU_GetVersion fail!\n", result);  // twice, on purpose
+    return LogFailure(result, "MCU_GetVersion fail!\n");  // twice, on purpose
   }
   printf("Version = 0x%02x\n", version);
   return RESULT_OK;
@@ -99,18 +99,13 @@ int ShowPtz(int32_t mode) {
   uint16_t tilt = 0;
   uint16_t zoom = 0;
   if (const int result = MCU_GetPTZ(mode, &pan, &tilt, &zoom); result < 0) {
-    return Failed("MCU_GetPTZ fail!\n", result);
+    return LogFailure(result, "MCU_GetPTZ fail!\n");
   }
   printf("Pan = %d, Tilt = %d, Zoom = %d\n", static_cast<int32_t>(pan), tilt, zoom);
   return RESULT_OK;
 }
 
-int SwitchLensPower(int32_t on) {
-  if (const int result = MCU_LensPowerControl(on); result < 0) {
-    return Failed("MCU_LensPowerControl fail!\n", result);
-  }
-  return RESULT_OK;
-}
+int SwitchLensPower(int32_t on) { return LogFailure(MCU_LensPowerControl(on), "MCU_LensPowerControl fail!\n"); }
 
 }  // namespace
 

@@ -62,7 +62,7 @@ void LogFocusMode(const LensControlRecord& lens) {
 int LogDistance(const char* subject, uint16_t focusPos) {
   double centimetres = 0.0;
   if (const int result = SnrQM2150_FocusPos(focusPos, &centimetres); result < 0) {
-    return Failed("SnrQM2150_FocusPos failed!\n", result);
+    return LogFailure(result, "SnrQM2150_FocusPos failed!\n");
   }
   if (centimetres < 100.0) {
     Log(LOG_ERR, "[%s] %.0lf cm\n", subject, centimetres);
@@ -75,7 +75,7 @@ int LogDistance(const char* subject, uint16_t focusPos) {
 int ReportLens() {
   const LensControlRecord& lens = gtLensControl;
   if (const int result = QM2150_GetLensControl(&gtLensControl); result < 0) {
-    return Failed("QM2150_GetLensControl failed!\n", result);
+    return LogFailure(result, "QM2150_GetLensControl failed!\n");
   }
   LogSeparator();
   Log(LOG_ERR, "[Digital Zoom] %s\n", Word(kOffOn, lens.digitalZoom));
@@ -108,17 +108,17 @@ int ReportExposure() {
   // One text for all four, the shutter's too, on purpose.
   static constexpr char kBlockFailed[] = "QM2150_GetCameraControl failed!\n";
   if (const int result = QM2150_GetCameraControl(&gtCamControl); result < 0) {
-    return Failed(kBlockFailed, result);
+    return LogFailure(result, kBlockFailed);
   }
   if (const int result = QM2150_GetSnrMode(&snrMode); result < 0) {
-    return Failed(kBlockFailed, result);
+    return LogFailure(result, kBlockFailed);
   }
   const int32_t shutter = SnrQM2150_Pos2Shutter(MainsFrequency(snrMode), camera.shutterPos);
   if (shutter < 0) {
-    return Failed(kBlockFailed, shutter);
+    return LogFailure(shutter, kBlockFailed);
   }
   if (const int result = QM2150_GetHighSensitivity(&highSensitivity); result < 0) {
-    return Failed(kBlockFailed, result);
+    return LogFailure(result, kBlockFailed);
   }
 
   LogSeparator();
@@ -130,27 +130,27 @@ int ReportExposure() {
 
   const double dB = SnrQM2150_GainPos2dB(highSensitivity, camera.gainPos);
   if (dB == kNoValue) {
-    return Failed("SnrQM2150_GainPos2dB failed!\n", RESULT_NO_VALUE);
+    return LogFailure(RESULT_NO_VALUE, "SnrQM2150_GainPos2dB failed!\n");
   }
   const double fNumber = SnrQM2150_IrisPos2Fno(camera.irisPos);
   if (fNumber == kNoValue) {
-    return Failed("SnrQM2150_IrisPos2Fno failed!\n", RESULT_NO_VALUE);
+    return LogFailure(RESULT_NO_VALUE, "SnrQM2150_IrisPos2Fno failed!\n");
   }
   char aeMode[64] = {};
   if (const int result = SnrQM2150_AeMode2Str(camera.exposureMode, aeMode); result < 0) {
-    return Failed("SnrQM2150_AeMode2Str failed!\n", result);
+    return LogFailure(result, "SnrQM2150_AeMode2Str failed!\n");
   }
   Log(LOG_INFO, "[AE] %s, 1/%ds, x%.2lf(%.1lfdB), F%.2lf\n", aeMode, shutter, dB2Gain(dB), dB, fNumber);
 
   double expCompDb = 0.0;
   if (const int result = SnrQM2150_ExpCompPos2Db(camera.expCompPos, &expCompDb); result < 0) {
-    return Failed("SnrQM2150_ExpCompPos2Db failed!\n", result);
+    return LogFailure(result, "SnrQM2150_ExpCompPos2Db failed!\n");
   }
   Log(LOG_INFO, "[ExpComp] %s, x%.2lf(%.1lfdB)\n", Word(kOffOn, camera.expComp), dB2Gain(expCompDb), expCompDb);
 
   char wbMode[64] = {};
   if (const int result = SnrQM2150_WbMode2Str(camera.wbMode, wbMode); result < 0) {
-    return Failed("SnrQM2150_WbMode2Str failed!\n", result);
+    return LogFailure(result, "SnrQM2150_WbMode2Str failed!\n");
   }
   Log(LOG_INFO, "[AWB] %s, (Rgain, Bgain) = (0x%02x, 0x%02x)\n", wbMode, camera.rGain, camera.bGain);
   return RESULT_OK;
@@ -162,15 +162,12 @@ int ReportDayNight() {
   static constexpr const char* kAutoIcr[] = {" OFF,", " ON,"};
   static constexpr const char* kIcr[] = {" OFF (IR_CUT)", " ON (IR_PASS)"};
   if (const int result = QM2150_GetOtherControl(&gtOtherControl); result < 0) {
-    return Failed("QM2150_GetOtherControl failed!\n", result);
+    return LogFailure(result, "QM2150_GetOtherControl failed!\n");
   }
   LogSeparator();
   Log(LOG_ERR, "[DN] [Auto_ICR]%s [ICR]%s\n", Word(kAutoIcr, gtOtherControl.autoIcr), Word(kIcr, gtOtherControl.icr));
   return RESULT_OK;
 }
-
-// A failed report's own line.
-int Summed(int result, const char* line) { return result < 0 ? Failed(line, result) : result; }
 
 }  // namespace
 
@@ -179,13 +176,13 @@ int Summed(int result, const char* line) { return result < 0 ? Failed(line, resu
 int GetEnlargeFun1Inquiry(void) {
   const EnlargeFunction1Record& enlarged = gtEnlargeFun1;
   if (const int result = QM2150_GetEnlargeFunction1(&gtEnlargeFun1); result < 0) {
-    return Failed("QM2150_GetEnlargeFunction1 failed!\n", result);
+    return LogFailure(result, "QM2150_GetEnlargeFunction1 failed!\n");
   }
   LogSeparator();
 
   double zoom = 0.0;
   if (const int result = SnrQM2150_DigitalZoom(enlarged.digitalZoomPos, &zoom); result < 0) {
-    return Failed("SnrQM2150_DigitalZoom failed!\n", result);
+    return LogFailure(result, "SnrQM2150_DigitalZoom failed!\n");
   }
   Log(LOG_ERR, "[Digital Zoom] x%.2lf\n", zoom);
 
@@ -193,7 +190,7 @@ int GetEnlargeFun1Inquiry(void) {
   const uint8_t state = enlarged.highSensitivityMode == 1 ? kSensitivityOn : kSensitivityOff;
   const double dB = SnrQM2150_GainPos2dB(state, enlarged.gainLimit);
   if (dB == kNoValue) {
-    return Failed("SnrQM2150_GainPos2dB failed!\n", RESULT_NO_VALUE);
+    return LogFailure(RESULT_NO_VALUE, "SnrQM2150_GainPos2dB failed!\n");
   }
   Log(LOG_INFO, "[Gain Limit] x%.2lf(%.1lfdB)\n", dB2Gain(dB), dB);
 
@@ -214,7 +211,7 @@ int GetEnlargeFun2Inquiry(void) {
   static constexpr const char* kHighlightLevels[] = {" L", " M", " H"};
   const EnlargeFunction2Record& wideD = gtEnlargeFun2;
   if (const int result = QM2150_GetEnlargeFunction2(&gtEnlargeFun2); result < 0) {
-    return Failed("QM2150_GetEnlargeFunction2 failed!\n", result);
+    return LogFailure(result, "QM2150_GetEnlargeFunction2 failed!\n");
   }
   // The separator too ends with a line feed in this report, on purpose.
   Log(LOG_INFO, "===================================================\n");
@@ -232,15 +229,15 @@ int GetEnlargeFun2Inquiry(void) {
 int SystemInquiry(void) {
   switch (giArgv1) {
     case 0:
-      return Summed(ReportLens(), "GetLensControlInquiry failed!\n");
+      return LogFailure(ReportLens(), "GetLensControlInquiry failed!\n");
     case 1:
-      return Summed(ReportExposure(), "GetCameraControlInquiry failed!\n");
+      return LogFailure(ReportExposure(), "GetCameraControlInquiry failed!\n");
     case 2:
-      return Summed(ReportDayNight(), "GetOthersControlInquiry failed!\n");
+      return LogFailure(ReportDayNight(), "GetOthersControlInquiry failed!\n");
     case 3:
-      return Summed(GetEnlargeFun1Inquiry(), "GetEnlargeFun1Inquiry failed!\n");
+      return LogFailure(GetEnlargeFun1Inquiry(), "GetEnlargeFun1Inquiry failed!\n");
     case 4:
-      return Summed(GetEnlargeFun2Inquiry(), "GetEnlargeFun1Inquiry failed!\n");  // the same text, on purpose
+      return LogFailure(GetEnlargeFun2Inquiry(), "GetEnlargeFun1Inquiry failed!\n");  // the same text, on purpose
     default:
       return RESULT_FAILED;
   }
@@ -248,12 +245,12 @@ int SystemInquiry(void) {
 
 int Inquiry(void) {
   if (giCategoryCode > 255) {
-    return Failed("Inquiry Category Code is not supported.\n", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "Inquiry Category Code is not supported.\n");
   }
   char text[64] = {};
   if (SnrQM2150_Inquiry(static_cast<uint8_t>(giCategoryCode), static_cast<uint8_t>(giArgv1), gbArgv, sizeof text,
                         text) < 0) {
-    return Failed("SnrQM2150_Inquiry failed!\n", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "SnrQM2150_Inquiry failed!\n");
   }
   printf("Inquiry Packet: %s\n", text);
   return RESULT_OK;

@@ -52,14 +52,14 @@ void ReadClock(uint64_t& milliseconds) {
 int ZR4410_MsgQ_Open(void) {
   const key_t keyTx = ftok(kKeyPath, 'b');
   if (keyTx == -1) {
-    return Failed("ftok keyTx failed!", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "ftok keyTx failed!");
   }
   if (gfDebugFlag) {
     Log(LOG_DEBUG, "MsgqClient keyTx = 0x%08x\n", static_cast<unsigned>(keyTx));
   }
   const key_t keyRx = ftok(kKeyPath, 'a');
   if (keyRx == -1) {
-    return Failed("ftok keyRx failed!", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "ftok keyRx failed!");
   }
   if (gfDebugFlag) {
     Log(LOG_DEBUG, "MsgqClient keyRx = 0x%08x\n", static_cast<unsigned>(keyRx));
@@ -67,11 +67,11 @@ int ZR4410_MsgQ_Open(void) {
   // Each direction is created with the permission that its user here needs and no other, on purpose.
   giMsgIdTx = msgget(keyTx, IPC_CREAT | 0222);
   if (giMsgIdTx == -1) {
-    return Failed("msgget giMsgIdTx failed!", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "msgget giMsgIdTx failed!");
   }
   giMsgIdRx = msgget(keyRx, IPC_CREAT | 0444);
   if (giMsgIdRx == -1) {
-    return Failed("msgget giMsgIdRx failed!", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "msgget giMsgIdRx failed!");
   }
   gtZR4410MsgqCmdBuf = {getpid(), {}};
   gtZR4410MsgqRespBuf = {};
@@ -80,7 +80,7 @@ int ZR4410_MsgQ_Open(void) {
 
 int ZR4410_MsgQ_Send(const RelayMessage* message) {
   if (giMsgIdTx == -1) {
-    return Failed("SendMsgQ failed!", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "SendMsgQ failed!");
   }
   // Nothing that waits on the reply queue can be the answer to a request that was not sent yet.
   KernelMessage stale;
@@ -97,7 +97,7 @@ int ZR4410_MsgQ_Send(const RelayMessage* message) {
   request.type = message->type;
   memcpy(request.body, message->body, kBodySize);
   if (msgsnd(giMsgIdTx, &request, kBodySize, IPC_NOWAIT) == -1) {
-    return Failed("msgsnd failed!", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "msgsnd failed!");
   }
   Dump("msgsnd", message, 36);  // 36 bytes from the type word on: the last four of the body are not shown
   return RESULT_OK;
@@ -105,7 +105,7 @@ int ZR4410_MsgQ_Send(const RelayMessage* message) {
 
 int ZR4410_MsgQ_Receive(RelayMessage* message) {
   if (giMsgIdRx == -1) {
-    return Failed("ReceiveMsgQ failed!", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "ReceiveMsgQ failed!");
   }
   uint64_t start = 0;
   ReadClock(start);

@@ -17,11 +17,13 @@ void Log(int level, const char* format, ...) {
 
 void LogSeparator() { Log(LOG_INFO, "==================================================="); }
 
-int Failed(const char* line, int result) {
-  Log(LOG_ERR, "%s", line);
+int LogFailure(int result, const char* line) {
+  if (result < 0) {
+    Log(LOG_ERR, "%s", line);
+  }
   return result;
 }
 
-int FailedUnlessStopped(const char* line, int result) {
-  return result == RESULT_STOPPED ? result : Failed(line, result);
+int LogFailureUnlessStopped(int result, const char* line) {
+  return result == RESULT_STOPPED ? result : LogFailure(result, line);
 }

@@ -72,7 +72,7 @@ FILE* OpenTemporary(const char* path, char (&temporary)[128]) {
 
 int sysconf_fget(const char* path, const char* key, char* out) {
   if (path == nullptr || key == nullptr || out == nullptr) {
-    return Failed("invalid args.\n", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "invalid args.\n");
   }
   const SignalGuard guard;
   FILE* const file = OpenSettings(path);
@@ -92,7 +92,7 @@ int sysconf_fget(const char* path, const char* key, char* out) {
 
 int sysconf_fset(const char* path, const char* key, const char* value) {
   if (path == nullptr || key == nullptr || value == nullptr) {
-    return Failed("sysconf_fset invalid args", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "sysconf_fset invalid args");
   }
   const SignalGuard guard;
   FILE* const from = OpenSettings(path);
@@ -102,8 +102,8 @@ int sysconf_fset(const char* path, const char* key, const char* value) {
   char temporary[128];
   FILE* const to = OpenTemporary(path, temporary);
   if (to == nullptr) {
-    return Failed("Can not create a temp file for write.",
-                  RESULT_FAILED);  // the settings file stays open, on purpose
+    return LogFailure(RESULT_FAILED,
+                      "Can not create a temp file for write.");  // the settings file stays open, on purpose
   }
   Line line;
   while (const size_t length = ReadLine(from, line)) {
@@ -119,7 +119,7 @@ int sysconf_fset(const char* path, const char* key, const char* value) {
   whole = fclose(to) == 0 && whole;
   fclose(from);
   if (!whole || rename(temporary, path) != 0) {
-    return Failed("moving file error.", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "moving file error.");
   }
   return RESULT_OK;
 }
