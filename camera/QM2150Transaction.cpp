@@ -19,13 +19,13 @@ static_assert(sizeof(tVisca) == 20);
 
 namespace {
 
-constexpr uint8_t kAddress = 0x81;  // camera at address 1
+constexpr uint8_t kAddress = 0x81;  // from the controller to the camera at address 1
 constexpr uint8_t kReplyHeader = 0x90;
 constexpr uint8_t kTerminator = 0xFF;
 constexpr uint8_t kCompletion = 0x50;
 constexpr uint8_t kError = 0x60;
 
-// From the prepared request to a reply body with the right header.
+// Completes and sends the prepared request and receives a reply body with the right header and sequence id.
 int Exchange() {
   ViscaRequestFrame& request = gtUart1ViscaCmdInq;
   request.length = static_cast<uint8_t>(request.count + 4);
@@ -64,7 +64,8 @@ int UnwrapVisca() {
 
 int UnwrapAcknowledgement() {
   if (const int result = MCU_FillUart1Resp(gtZR4410MsgqRespBuf.body, &gtUart1Resp); result < 0) {
-    return LogFailure(result, "QM2150_FillUart1Resp failed!");  // the camera's name in both branches, on purpose
+    // Intentional: names the camera's routine in both branches. Kept for those who watch the log.
+    return LogFailure(result, "QM2150_FillUart1Resp failed!");
   }
   return LogFailure(MCU_CheckUart1Resp(&gtUart1Resp), "MCU_CheckUart1Resp failed!");
 }
@@ -86,6 +87,15 @@ constexpr ViscaError kViscaErrors[] = {
     {0x41, "VISCA RESP: Command not executable.\n"},
 };
 
+void PrepareRequest(uint8_t selector, uint8_t category, uint32_t count, const uint8_t* data) {
+  gtUart1ViscaCmdInq = {};
+  gtUart1ViscaResp = {};
+  gtUart1ViscaCmdInq.selector = selector;
+  gtUart1ViscaCmdInq.category = category;
+  gtUart1ViscaCmdInq.count = static_cast<uint8_t>(count);
+  std::copy_n(data, count, gtUart1ViscaCmdInq.data);
+}
+
 const char* ViscaErrorLine(uint8_t code) {
   for (const ViscaError& error : kViscaErrors) {
     if (error.code == code) {
@@ -97,18 +107,10 @@ const char* ViscaErrorLine(uint8_t code) {
 
 }  // namespace
 
-void PrepareRequest(uint8_t selector, uint8_t category, uint32_t count, const uint8_t* data) {
-  gtUart1ViscaCmdInq = {};
-  gtUart1ViscaResp = {};
-  gtUart1ViscaCmdInq.selector = selector;
-  gtUart1ViscaCmdInq.category = category;
-  gtUart1ViscaCmdInq.count = static_cast<uint8_t>(count);
-  std::copy_n(data, count, gtUart1ViscaCmdInq.data);
+int Transact(uint8_t selector, uint8_t category, uint32_t count, const uint8_t* data) {
+  PrepareRequest(selector, category, count, data);
+  return LogExchangeFailure(QM2150_ProcessVisca());
 }
-
-int ProcessVisca() { return LogExchangeFailure(QM2150_ProcessVisca()); }
-
-int CheckAcknowledged() { return gtUart1Resp.data[0] == kAcknowledged ? RESULT_OK : RESULT_FAILED; }
 
 int QM2150_ProcessVisca(void) {
   if (const int result = Exchange(); result < 0) {
@@ -118,14 +120,13 @@ int QM2150_ProcessVisca(void) {
 }
 
 int QM2150_Command(uint32_t length, const uint8_t* data) {
-  if (length > sizeof gtUart1ViscaCmdInq.data) {  // the frame takes 12 at most: that stricter limit is the link's
+  if (length > sizeof gtUart1ViscaCmdInq.data) {  // 13 to 16 are refused by QM2150_FillZR4410, with another result
     return RESULT_FAILED;
   }
-  PrepareRequest(kSelectorCommand, kCategoryCamera, length, data);
-  if (const int result = ProcessVisca(); result < 0) {
+  if (const int result = Transact(kSelectorCommand, kCategoryCamera, length, data); result < 0) {
     return result;
   }
-  return CheckAcknowledged();
+  return gtUart1Resp.data[0] == kAcknowledged ? RESULT_OK : RESULT_FAILED;
 }
 
 int QM2150_Inquiry(uint8_t category, uint32_t length, const uint8_t* data, tVisca* out) {
@@ -136,6 +137,8 @@ int QM2150_Inquiry(uint8_t category, uint32_t length, const uint8_t* data, tVisc
   if (const int result = LogExchangeFailure(Exchange()); result < 0) {
     return result;
   }
+  // The request record is global, so what runs meanwhile (a signal handler, the caller's other threads) can reach it:
+  // a reply must not be read as an inquiry's if the record says something else.
   if (gtUart1ViscaCmdInq.selector != kSelectorInquiry) {
     return LogExchangeFailure(RESULT_BAD_FRAME);
   }
@@ -156,9 +159,9 @@ int QM2150_ChecRespVisca(const tVisca* reply) {
   if (reply->terminator != kTerminator) {
     return LogFailure(RESULT_BAD_REPLY, "VISCA RESP Terminator fail!\n");
   }
-  // Only these two values are told apart: an acknowledgement, or an error with a socket number, passes.
+  // Only these two values are recognised: an acknowledgement, or an error with a socket number, passes.
   if (reply->replyType == kCompletion && DebugEnable(15, static_cast<uint32_t>(giDebug)) == 1) {
-    Log(LOG_DEBUG, "VISCA RESP ACK!\n");  // a completion, called ACK on purpose
+    Log(LOG_DEBUG, "VISCA RESP ACK!\n");  // a completion; the text is kept for those who watch the log
   }
   if (reply->replyType == kError) {
     return LogFailure(RESULT_BAD_REPLY, ViscaErrorLine(reply->bData[0]));
