@@ -1,3 +1,4 @@
+// The message-queue client: opens the two queues, sends, receives.
 #include "link/MsgqClient.h"
 
 #include <sys/ipc.h>
@@ -23,9 +24,8 @@ namespace {
 
 constexpr char kKeyPath[] = "/defconf/conf.ptz";
 constexpr size_t kBodySize = sizeof(RelayMessage::body);
-constexpr int64_t kTimeoutMs = 2000;
 
-// The kernel's shape of a message: its type word is as wide as the machine.
+// The kernel's form of a message: its type word is a native long.
 struct KernelMessage {
   long type;
   uint8_t body[kBodySize];
@@ -64,7 +64,8 @@ int ZR4410_MsgQ_Open(void) {
   if (gfDebugFlag) {
     Log(LOG_DEBUG, "MsgqClient keyRx = 0x%08x\n", static_cast<unsigned>(keyRx));
   }
-  // Each direction is created with the permission that its user here needs and no other, on purpose.
+  // Intentional: each queue is created with only the permission that this side needs, write or read. The daemon adds
+  // its own.
   giMsgIdTx = msgget(keyTx, IPC_CREAT | 0222);
   if (giMsgIdTx == -1) {
     return LogFailure(RESULT_FAILED, "msgget giMsgIdTx failed!");
@@ -82,7 +83,7 @@ int ZR4410_MsgQ_Send(const RelayMessage* message) {
   if (giMsgIdTx == -1) {
     return LogFailure(RESULT_FAILED, "SendMsgQ failed!");
   }
-  // Nothing that waits on the reply queue can be the answer to a request that was not sent yet.
+  // What already waits on the reply queue cannot answer a request that has not been sent yet.
   KernelMessage stale;
   do {
     if (GetSigID() == 1) {
@@ -99,7 +100,7 @@ int ZR4410_MsgQ_Send(const RelayMessage* message) {
   if (msgsnd(giMsgIdTx, &request, kBodySize, IPC_NOWAIT) == -1) {
     return LogFailure(RESULT_FAILED, "msgsnd failed!");
   }
-  Dump("msgsnd", message, 36);  // 36 bytes from the type word on: the last four of the body are not shown
+  Dump("msgsnd", message, 36);  // from the type word on, so the last four bytes of the body are not shown
   return RESULT_OK;
 }
 
@@ -111,7 +112,7 @@ int ZR4410_MsgQ_Receive(RelayMessage* message) {
   ReadClock(start);
   uint64_t now = start;
   for (;;) {
-    usleep(50000);
+    usleep(ZR4410_POLL_MS * 1000);
     if (GetSigID() == 1) {
       return RESULT_STOPPED;
     }
@@ -134,7 +135,7 @@ int ZR4410_MsgQ_Receive(RelayMessage* message) {
       Log(LOG_INFO, "msgrcv len = 0\n");
     }
     ReadClock(now);
-    if (static_cast<int64_t>(now - start) > kTimeoutMs) {
+    if (static_cast<int64_t>(now - start) > ZR4410_TIMEOUT_MS) {
       if (gfDebugFlag) {
         Log(LOG_ERR, "msgrcv timeout!");
       }
