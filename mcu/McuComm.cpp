@@ -1,3 +1,4 @@
+// One exchange with the MCU, the three commands on top of it, and the texts of all its commands and results.
 #include "mcu/McuComm.h"
 
 #include <algorithm>
@@ -15,19 +16,13 @@ PlainFrame gtUart1Cmd, gtUart1Resp;
 
 namespace {
 
-// The result texts: writable, and spelt as they stand.
+// The result texts. Writable, and misspelt as they are: the device's other software may change and compare them.
 char cAck[] = "ACK OK";
 char cChecksumErr[] = "Checksum error";
 char cCmdNotDefine[] = "Command not define";
 char cValueOutRange[] = "Value out of range";
 char cBausy[] = "Busy";
 char cNull[] = "Null";
-
-enum McuCommand : uint8_t {
-  MCU_LENS_POWER_CONTROL = 0x0C,
-  MCU_GET_VERSION = 0x10,
-  MCU_GET_PTZ = 0x11,
-};
 
 struct ResultText {
   uint8_t code;
@@ -38,7 +33,7 @@ constexpr ResultText kResults[] = {
     {0x10, cAck}, {0x20, cChecksumErr}, {0x30, cCmdNotDefine}, {0x40, cValueOutRange}, {0x50, cBausy},
 };
 
-// By command id, spelt as they stand.
+// By command id. Misspellings and uneven blanks are kept: scripts read this list.
 constexpr const char* kDescriptions[] = {
     /* 0x00 */ "[unknown]",
     /* 0x01 */ "[PelcoD] Data 4 Bytes",
@@ -63,10 +58,11 @@ constexpr const char* kDescriptions[] = {
     /* 0x14 */ "[Get Motor State] 0:Get, 1:Auto Response",
     /* 0x15 */ "[Set Pan Tilt Angle] 0:Stop, 1:Start (default)",
 };
+static_assert(std::size(kDescriptions) == MCU_LAST_COMMAND + 1);
 
 // Wraps gtUart1Cmd into the outgoing body.
 int FillRequest(uint8_t* body) {
-  FillRelayHeader(body);  // before the length check: a refused request uses up an id too
+  FillRelayHeader(body);  // before the length check: a refused request also uses up an id
   gbUart1Command = gtUart1Cmd.command;
   if (gtUart1Cmd.length > kMaxPayload) {
     return LogFailure(RESULT_FAILED, "Len > DATA_MAX_LEN");
@@ -86,7 +82,7 @@ int CheckReplyHeader(const uint8_t* body) {
 }
 
 // One command with one data byte.
-int SendCommand(McuCommand command, uint8_t data) {
+int SendCommand(uint8_t command, uint8_t data) {
   gtUart1Cmd = {};
   gtUart1Resp = {};
   gtUart1Cmd.command = command;
@@ -120,7 +116,8 @@ int MCU_CheckUart1Resp(const PlainFrame* frame) {
   if (frame->start != kFrameStart) {
     return LogFailure(RESULT_FAILED, "UART1_CMD_START failed!");
   }
-  // Compared as whole integers on purpose: a request code of 0x80 or above can never be answered.
+  // Intentional: compared as whole integers, so a request code of 0x80 or above, which the MCU does not have, is
+  // never answered.
   if (frame->command != gbUart1Command + kReplyBit) {
     return LogFailure(RESULT_FAILED, "UART1 RESP CMD Code failed!");
   }
