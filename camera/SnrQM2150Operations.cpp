@@ -1,3 +1,4 @@
+// Start-up, the sensor-mode change with its power cycle, the higher-level setters and the raw packets.
 #include <unistd.h>
 
 #include <algorithm>
@@ -5,6 +6,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "camera/MainsModes.h"
 #include "camera/QM2150.h"
 #include "camera/QM2150Transaction.h"
 #include "camera/SnrQM2150.h"
@@ -17,23 +19,17 @@ StartupParams gtParams;
 
 namespace {
 
-// VISCA's switch values.
-constexpr uint8_t kOn = 2;   // or automatic
-constexpr uint8_t kOff = 3;  // or manual
-
 bool IsSwitch(int32_t value) { return value == 0 || value == 1; }
 
-uint8_t OnOff(bool on) { return on ? kOn : kOff; }
+uint8_t OnOff(bool on) { return on ? VISCA_ON : VISCA_OFF; }
 
 int32_t TargetMode(int32_t hz) {
-  switch (hz) {
-    case 50:
-      return 0x08;  // 1080p 25fps
-    case 60:
-      return 0x06;  // 1080p 30fps
-    default:
-      return RESULT_BAD_REPLY;
+  for (const MainsMode& mains : kMainsModes) {
+    if (mains.hz == hz) {
+      return mains.snrMode;
+    }
   }
+  return RESULT_NO_ENTRY;
 }
 
 // Reads the sensor mode, 0 if that fails, and keeps it in gtParams if it succeeds.
@@ -46,7 +42,7 @@ int ReadSnrMode(uint8_t& mode) {
   return result;
 }
 
-// Only a stop request fails: any other failure is logged and passed over.
+// Fails only when stopped: any other failure is logged and ignored.
 int SwitchLensPower(int32_t on, const char* done) {
   sleep(1);
   if (LogFailureUnlessStopped(MCU_LensPowerControl(on), "[init] MCU_LensPowerControl failed!\n") == RESULT_STOPPED) {
@@ -66,21 +62,21 @@ void LogElapsed(uint64_t start) {
 
 int SnrQM2150_SetFocusMode(int32_t mode) {
   if (!IsSwitch(mode)) {
-    return RESULT_NOT_CONFIRMED;
+    return RESULT_BAD_ARGUMENT;
   }
   return LogFailureUnlessStopped(QM2150_SetFocusMode(OnOff(mode == 1)), "QM2150_SetFocusMode failed!\n");
 }
 
 int SnrQM2150_SetBlcIndex(int32_t index) {
-  // In twos but for both ends; the centre is also for an index out of range.
+  // Steps of two except at both ends. An index out of range gives the centre.
   static constexpr uint8_t kSteps[] = {0, 1, 3, 5, 7, 9, 11, 13, 14};
   static constexpr uint8_t kCentre = 7;
   uint8_t expComp = 0;
   if (const int result = QM2150_GetExpComp(&expComp); result < 0) {
     return LogFailureUnlessStopped(result, "QM2150_GetExpComp failed!\n");
   }
-  if (expComp != kOn) {
-    if (const int result = QM2150_SetExpComp(kOn); result < 0) {
+  if (expComp != VISCA_ON) {
+    if (const int result = QM2150_SetExpComp(VISCA_ON); result < 0) {
       return LogFailureUnlessStopped(result, "QM2150_SetExpComp failed!\n");
     }
   }
@@ -90,16 +86,16 @@ int SnrQM2150_SetBlcIndex(int32_t index) {
 
 int SnrQM2150_SetMirror(int32_t on) {
   if (!IsSwitch(on)) {
-    return RESULT_NOT_CONFIRMED;
+    return RESULT_BAD_ARGUMENT;
   }
   return LogFailureUnlessStopped(QM2150_SetLrReverse(OnOff(on == 1)), "QM2150_SetLrReverse failed!\n");
 }
 
 int SnrQM2150_SetMirrorFlip(int32_t mirror, int32_t flip) {
   if (!IsSwitch(mirror) || !IsSwitch(flip)) {
-    return RESULT_NOT_CONFIRMED;
+    return RESULT_BAD_ARGUMENT;
   }
-  // A flipped picture is reversed left to right as well, and mirror undoes that.
+  // A flipped picture is also reversed left to right, and mirror undoes that.
   if (const int result = QM2150_SetLrReverse(OnOff(mirror != flip)); result < 0) {
     return LogFailureUnlessStopped(result, "QM2150_SetLrReverse failed!\n");
   }
@@ -107,22 +103,22 @@ int SnrQM2150_SetMirrorFlip(int32_t mirror, int32_t flip) {
 }
 
 int SnrQM2150_SetDnIsMode(void) {
-  return LogFailureUnlessStopped(QM2150_SetAutoIcr(kOn), "QM2150_SetAutoIcr failed!\n");
+  return LogFailureUnlessStopped(QM2150_SetAutoIcr(VISCA_ON), "QM2150_SetAutoIcr failed!\n");
 }
 
 int SnrQM2150_SetDnNightMode(void) {
-  if (const int result = QM2150_SetAutoIcr(kOff); result < 0) {
+  if (const int result = QM2150_SetAutoIcr(VISCA_OFF); result < 0) {
     return LogFailureUnlessStopped(result, "QM2150_SetAutoIcr failed!\n");
   }
-  return LogFailureUnlessStopped(QM2150_SetIcr(kOn), "QM2150_SetIcr failed!\n");
+  return LogFailureUnlessStopped(QM2150_SetIcr(VISCA_ON), "QM2150_SetIcr failed!\n");
 }
 
 int SnrQM2150_SetDnDayMode(void) {
-  if (const int result = QM2150_SetAutoIcr(kOff); result < 0) {
-    // A stop request too gets the line, unlike everywhere else, on purpose.
+  if (const int result = QM2150_SetAutoIcr(VISCA_OFF); result < 0) {
+    // Intentional: the line is logged even for a stop request, here alone. Kept for those who watch the log.
     return LogFailure(result, "QM2150_SetAutoIcr failed!\n");
   }
-  return LogFailureUnlessStopped(QM2150_SetIcr(kOff), "QM2150_SetIcr failed!\n");
+  return LogFailureUnlessStopped(QM2150_SetIcr(VISCA_OFF), "QM2150_SetIcr failed!\n");
 }
 
 int SnrQM2150_SetSaturation(int32_t index) {
@@ -153,7 +149,7 @@ int SnrQM2150_SetSnrMode(int32_t hz) {
 
   uint64_t start = 0;
   GetMsFromStart(&start);
-  if (QM2150_SetSnrMode(static_cast<uint8_t>(target)) < 0) {  // a stop request too is logged and passed over
+  if (QM2150_SetSnrMode(static_cast<uint8_t>(target)) < 0) {  // logged and ignored, even a stop request
     Log(LOG_ERR, "[init] QM2150_SetSnrMode failed!\n");
   }
   if (SwitchLensPower(0, "[init] QM2150 Power Off.\n") < 0 || SwitchLensPower(1, "[init] QM2150 Power On.\n") < 0) {
@@ -217,7 +213,7 @@ int SnrQM2150_init(int32_t hz) {
     result = LogFailureUnlessStopped(QM2150_GetVersion(&gtParams.model, &gtParams.romVersion),
                                      "[init] QM2150_GetVersion fail!\n");
     if (result >= 0) {
-      Log(LOG_ERR, "[init] QM2150_GetVersion OK.\n");  // at error level, on purpose
+      Log(LOG_ERR, "[init] QM2150_GetVersion OK.\n");  // at error level: kept for those who watch the log
       break;
     }
     if (result == RESULT_STOPPED || attempt == kAttempts) {

@@ -1,4 +1,5 @@
-// Several report lines stand at error level although they tell no error, on purpose.
+// The raw inquiry and the five system reports. Intentional: many report lines are logged at error level although they
+// are not errors. A log that keeps only errors still has them.
 #include "frontend/Reports.h"
 
 #include <algorithm>
@@ -6,6 +7,7 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "camera/MainsModes.h"
 #include "camera/Math.h"
 #include "camera/QM2150.h"
 #include "camera/SnrQM2150.h"
@@ -15,13 +17,9 @@
 
 namespace {
 
-constexpr double kNoValue = -99.0;
+static_assert(static_cast<int>(SNRQM2150_NO_VALUE) == RESULT_NO_VALUE);
 
-// High-sensitivity states as SnrQM2150_GainPos2dB takes them.
-constexpr uint8_t kSensitivityOn = 2;
-constexpr uint8_t kSensitivityOff = 3;
-
-// The word of a value, empty for a value that has none.
+// The word for a value, empty if there is none.
 template <size_t N>
 const char* Word(const char* const (&words)[N], unsigned value) {
   return value < N ? words[value] : "";
@@ -54,7 +52,7 @@ void LogFocusMode(const LensControlRecord& lens) {
   static constexpr const char* kFocusModes[] = {"Manual,", "Auto,"};
   static constexpr const char* kAfModes[] = {" Normal,", " Interval,", " Zoom Trigger,"};
   static constexpr const char* kSensitivities[] = {" Slow Sensitivity.", " Normal Sensitivity."};
-  // The AF mode chooses the sensitivity word too, not afSensitivity: on purpose.
+  // Intentional: the AF mode, not afSensitivity, chooses the sensitivity word too. Kept for those who read the report.
   Log(LOG_ERR, "[AF] %s%s%s\n", Word(kFocusModes, lens.focusMode), Word(kAfModes, lens.afMode),
       Word(kSensitivities, lens.afMode));
 }
@@ -91,21 +89,19 @@ int ReportLens() {
 // --- Report 1: exposure and white balance ---
 
 int32_t MainsFrequency(uint8_t snrMode) {
-  switch (snrMode) {
-    case 6:
-      return 60;
-    case 8:
-      return 50;
-    default:
-      return 0;  // has no shutter times
+  for (const MainsMode& mains : kMainsModes) {
+    if (mains.snrMode == snrMode) {
+      return mains.hz;
+    }
   }
+  return 0;  // has no shutter times
 }
 
 int ReportExposure() {
   const CameraControlRecord& camera = gtCamControl;
   uint8_t snrMode = 0;
   uint8_t highSensitivity = 0;
-  // One text for all four, the shutter's too, on purpose.
+  // Intentional: one text for all four failures, the shutter's included. Kept for those who watch the log.
   static constexpr char kBlockFailed[] = "QM2150_GetCameraControl failed!\n";
   if (const int result = QM2150_GetCameraControl(&gtCamControl); result < 0) {
     return LogFailure(result, kBlockFailed);
@@ -122,18 +118,18 @@ int ReportExposure() {
   }
 
   LogSeparator();
-  if (highSensitivity == kSensitivityOn) {
+  if (highSensitivity == VISCA_ON) {
     Log(LOG_INFO, "[High Sensitivity] ON\n");
-  } else if (highSensitivity == kSensitivityOff) {
+  } else if (highSensitivity == VISCA_OFF) {
     Log(LOG_INFO, "[High Sensitivity] OFF\n");
   }
 
   const double dB = SnrQM2150_GainPos2dB(highSensitivity, camera.gainPos);
-  if (dB == kNoValue) {
+  if (dB == SNRQM2150_NO_VALUE) {
     return LogFailure(RESULT_NO_VALUE, "SnrQM2150_GainPos2dB failed!\n");
   }
   const double fNumber = SnrQM2150_IrisPos2Fno(camera.irisPos);
-  if (fNumber == kNoValue) {
+  if (fNumber == SNRQM2150_NO_VALUE) {
     return LogFailure(RESULT_NO_VALUE, "SnrQM2150_IrisPos2Fno failed!\n");
   }
   char aeMode[64] = {};
@@ -187,9 +183,9 @@ int GetEnlargeFun1Inquiry(void) {
   Log(LOG_ERR, "[Digital Zoom] x%.2lf\n", zoom);
 
   Log(LOG_INFO, "[High Sensitivity] %s\n", Word(kOffOn, enlarged.highSensitivityMode));
-  const uint8_t state = enlarged.highSensitivityMode == 1 ? kSensitivityOn : kSensitivityOff;
+  const uint8_t state = enlarged.highSensitivityMode == 1 ? VISCA_ON : VISCA_OFF;
   const double dB = SnrQM2150_GainPos2dB(state, enlarged.gainLimit);
-  if (dB == kNoValue) {
+  if (dB == SNRQM2150_NO_VALUE) {
     return LogFailure(RESULT_NO_VALUE, "SnrQM2150_GainPos2dB failed!\n");
   }
   Log(LOG_INFO, "[Gain Limit] x%.2lf(%.1lfdB)\n", dB2Gain(dB), dB);
@@ -213,14 +209,14 @@ int GetEnlargeFun2Inquiry(void) {
   if (const int result = QM2150_GetEnlargeFunction2(&gtEnlargeFun2); result < 0) {
     return LogFailure(result, "QM2150_GetEnlargeFunction2 failed!\n");
   }
-  // The separator too ends with a line feed in this report, on purpose.
+  // Intentional: in this report the separator also ends with a line feed. Kept for those who read the report.
   Log(LOG_INFO, "===================================================\n");
   Log(LOG_INFO, "[WideD mode]%s\n", Word(kModes, wideD.wideDMode));
-  // No line for wideDScreenDisplay, on purpose.
+  // Intentional: no line for wideDScreenDisplay. Those who read the report expect five lines.
   Log(LOG_INFO, "[WideD detection sensitivity]%s\n", Word(kSensitivities, wideD.wideDDetectionSensitivity));
   Log(LOG_INFO, "[WideD blocked-up shadow correction level]%s\n",
       Word(kShadowLevels, wideD.wideDShadowCorrectionLevel));
-  Log(LOG_INFO, "[WideD blown-out hoghlight correction level]%s\n",  // spelt so on purpose
+  Log(LOG_INFO, "[WideD blown-out hoghlight correction level]%s\n",  // misspelling kept for those who read it
       Word(kHighlightLevels, wideD.wideDHighlightCorrectionLevel));
   Log(LOG_INFO, "[WideD short exposure Exposure ratio] x%02d\n", wideD.wideDShortExposureRatio);
   return RESULT_OK;
@@ -237,7 +233,7 @@ int SystemInquiry(void) {
     case 3:
       return LogFailure(GetEnlargeFun1Inquiry(), "GetEnlargeFun1Inquiry failed!\n");
     case 4:
-      return LogFailure(GetEnlargeFun2Inquiry(), "GetEnlargeFun1Inquiry failed!\n");  // the same text, on purpose
+      return LogFailure(GetEnlargeFun2Inquiry(), "GetEnlargeFun1Inquiry failed!\n");  // report 3's text, kept
     default:
       return RESULT_FAILED;
   }
