@@ -1,7 +1,6 @@
 // What is to happen if a call fails that never does as the program stands. The linker puts the routines below between
 // the callers and the real ones (see wrapped.cmake).
 #include "tests/support/Fixtures.h"
-#include "tests/unit/BlockReply.h"
 
 namespace {
 
