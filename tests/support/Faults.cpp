@@ -148,7 +148,3 @@ std::vector<LogLine> LinesAbove(const std::vector<LogLine>& log, const Fault& fa
   }
   return {log.begin() + static_cast<ptrdiff_t>(below), log.end()};
 }
-
-std::vector<LogLine> UnlessStopped(const Fault& fault, std::vector<LogLine> lines) {
-  return fault.result == -15 ? std::vector<LogLine>{} : std::move(lines);
-}

@@ -36,7 +36,4 @@ std::string FaultName(const auto& info) { return info.param.name; }
 // their texts.
 std::vector<LogLine> LinesAbove(const std::vector<LogLine>& log, const Fault& fault, size_t between = 0);
 
-// The lines, or none for a stop.
-std::vector<LogLine> UnlessStopped(const Fault& fault, std::vector<LogLine> lines);
-
 #endif
