@@ -23,7 +23,7 @@ int InterpolationY(const InterpolationPoint* p0, const InterpolationPoint* p1, I
 /* 20 times the natural logarithm of the gain. */
 double Gain2dB(double gain);
 
-/* Linear gain 1.0..128.5 to a level, eight a doubling, truncated. 0; -18 outside, *level unchanged. */
+/* Linear gain 1.0..128.5 to a level, eight per doubling, truncated. 0; -18 outside, *level unchanged. */
 int Gain2GainLevel(double gain, int32_t* level);
 
 /* 10 raised to dB / 20. */

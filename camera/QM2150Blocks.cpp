@@ -34,7 +34,7 @@ constexpr Bits Bit(uint8_t byte, uint8_t bit) { return Masked(byte, static_cast<
 constexpr Bits Nibbles(uint8_t first, uint8_t count, uint8_t shift = 0) { return {first, count, 0x0F, shift, false}; }
 
 // Four nibbles, except that the second byte is ORed with 0x0F where one expects AND: bits 8..11 are always ones, and
-// the byte's high nibble reaches bits 12..15. Intentional: whoever compares camera identifiers has such numbers stored.
+// the byte's high nibble reaches bits 12..15. Intentional: those who compare camera identifiers have stored them so.
 constexpr Bits CameraId(uint8_t first) { return {first, 4, 0x0F, 0, true}; }
 
 uint16_t Extract(const Bits& bits, const uint8_t* d) {

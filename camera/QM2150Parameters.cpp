@@ -1,4 +1,4 @@
-// The camera settings: a table row each, one read routine, one write routine.
+// The camera settings: one table row each, one read routine, one write routine.
 #include <algorithm>
 #include <initializer_list>
 
@@ -9,7 +9,7 @@
 
 namespace {
 
-// --- Where the value stands in the reply's data bytes ---
+// --- Where the value is in the reply's data bytes ---
 
 uint8_t Byte0(const uint8_t* d) { return d[0]; }
 uint8_t LowNibble0(const uint8_t* d) { return d[0] & 0x0F; }
@@ -44,7 +44,7 @@ uint32_t PutWdr(tWdrParam v, uint8_t* d) {
 // --- The settings ---
 
 // A row holds every text in full. Intentional: a text is kept even if it is misspelt or names another routine or byte,
-// because whoever watches the log knows it so.
+// because those who watch the log rely on it.
 template <typename T>
 struct Setting {
   uint8_t code;         // of inquiry and command
@@ -66,7 +66,7 @@ using Byte = Setting<uint8_t>;
 using Word = Setting<uint16_t>;
 using Wdr = Setting<tWdrParam>;
 
-// One text a line.
+// One text per line.
 // clang-format off
 constexpr Byte kNR = {
     .code = 0x53, .replyLength = 1, .value = LowNibble0, .data = PutQ,
@@ -118,7 +118,7 @@ constexpr Byte kHighSensitivity = {
     .lengthFailure = "QM2150_GetHighSensitivity len fail!\n",
     .readFailure = "QM2150_GetHighSensitivity bReadOnOrOff fail!\n",
     .mismatch = "QM2150_SetHighSensitivity bOnOrOff != bReadOnOrOff.\n"};
-// Intentional: sent as two nibbles but read back as one byte, so only 0..15 is ever confirmed. The camera wants it so.
+// Intentional: sent as two nibbles but read back as one byte, so only 0..15 is ever confirmed. The camera expects this.
 constexpr Byte kExpCompStep = {
     .code = 0x4E, .replyLength = 4, .zero = {0, 3}, .value = Byte3, .data = Put00PQ,
     .lengthFailure = "QM2150_GetExpCompStep len fail!\n",
@@ -151,7 +151,7 @@ constexpr Byte kAutoIcr = {
     .lengthFailure = "QM2150_GetAutoIcr len fail!\n",
     .readFailure = "QM2150_GetAutoIcr bReadAutoIcr fail!\n",
     .mismatch = "QM2150_SetAutoIcr bAutoIcr != bReadAutoIcr.\n"};
-// Intentional: one whole byte in the last place, no nibbles: the camera wants it so. Some texts name the shutter.
+// Intentional: one whole byte in the last place, no nibbles. The camera expects this. Some texts name the shutter.
 constexpr Byte kColorGain = {
     .code = 0x49, .replyLength = 4, .zero = {0, 3}, .value = Byte3, .data = Put000V,
     .lengthFailure = "QM2150_GetColorGain len fail!\n",
@@ -159,7 +159,7 @@ constexpr Byte kColorGain = {
     .readFailure = "QM2150_GetColorGain sReadShutter fail!\n",
     .secondReadFailure = "QM2150_GetColorGain bReadColorGain fail!\n",
     .mismatch = "QM2150_SetShutter bColorGain != bReadColorGain.\n"};
-// Intentional: two whole bytes, no nibbles: the camera wants it so.
+// Intentional: two whole bytes, no nibbles. The camera expects this.
 constexpr Word kShutter = {
     .code = 0x4A, .replyLength = 4, .zero = {0, 2}, .value = Bytes2And3, .data = Put00VV,
     .lengthFailure = "QM2150_GetShtter len fail!\n",
@@ -181,7 +181,7 @@ constexpr Byte kAeMode = {
     .lengthFailure = "GetWbMode len fail!\n",
     .readFailure = "QM2150_GetAeMode bReadAeMode fail!\n",
     .mismatch = "QM2150_SetAeMode bAeMode != bReadAeMode!\n"};
-// Intentional: -60 for a reply of a wrong length, in this row alone; the library's callers know it so.
+// Intentional: -60 for a reply of a wrong length, in this row only. The library's callers rely on it.
 constexpr Byte kWbMode = {
     .code = 0x35, .replyLength = 1, .value = Byte0, .data = PutV,
     .lengthFailure = "GetWbMode len fail!\n",

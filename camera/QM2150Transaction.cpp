@@ -145,7 +145,7 @@ int QM2150_Inquiry(uint8_t category, uint32_t length, const uint8_t* data, tVisc
   if (const int result = LogExchangeFailure(UnwrapVisca()); result < 0) {
     return result;
   }
-  // From the first reply byte through the terminator the record has the shape of a tVisca.
+  // From the first reply byte through the terminator the record has the layout of a tVisca.
   static_assert(offsetof(ViscaReplyFrame, terminator) - offsetof(ViscaReplyFrame, first) ==
                 offsetof(tVisca, terminator));
   memcpy(out, FrameBytes(&gtUart1ViscaResp) + offsetof(ViscaReplyFrame, first), sizeof *out);

@@ -25,7 +25,7 @@ int InquireAndJudge(uint8_t category, uint32_t length, const uint8_t* data, tVis
 // How a written value is confirmed: by at most two readings, each after this wait.
 inline constexpr useconds_t kReadBackDelay = 50000;  // microseconds
 
-// A reading's result, besides those of support/Results.h: it succeeded but shows another value.
+// A result of a reading, in addition to those of support/Results.h: it succeeded but gave another value.
 inline constexpr int kReadBackDiffers = 1;
 
 // Calls readBack(first) until it returns something other than kReadBackDiffers, twice at most. Returns its last result.

@@ -80,19 +80,19 @@ int SnrQM2150_SetSaturation(int32_t index); /* 124..138 span colour gain 0..14, 
 
 /* Changes the sensor mode for 50 Hz (1080p 25fps) or 60 Hz (1080p 30fps) mains, with a power cycle of the camera: at
    least 9 seconds, about 19 if the camera wakes up at the last try, more while it is silent; at once if the mode is
-   set already. -59 for another frequency or a mode that never took. */
+   set already. -59 for another frequency or a mode that was never accepted. */
 int SnrQM2150_SetSnrMode(int32_t hz);
 
 /* Raw VISCA command 81 01 04 <bytes> FF: QM2150_Command. */
 int SnrQM2150_Command(uint32_t count, const uint8_t* bytes);
 
 /* Raw VISCA inquiry; the reply as lower-case hex bytes with single blanks between, "90 50 01 23 ff".
-   size: that many bytes of text are cleared first. It does not bound the writing: text must hold 57 bytes, its
-   terminating zero included. On failure text is untouched. */
+   size: that many bytes of text are cleared first. It does not limit the writing: text must hold 57 bytes, its
+   terminating zero included. On failure text is unchanged. */
 int SnrQM2150_Inquiry(uint8_t category, uint32_t count, const uint8_t* bytes, uint32_t size, char* text);
 
-/* Camera start-up for 50 or 60 Hz mains: sensor mode, versions and present settings into gtParams. Goes on after
-   failures, but for the camera's version, tried five times, and the stop flag (-15). */
+/* Camera start-up for 50 or 60 Hz mains: sensor mode, versions and present settings into gtParams. Continues after
+   failures, except of the camera's version, which is tried five times, and the stop flag (-15). */
 int SnrQM2150_init(int32_t hz);
 
 ZR4410_END_DECLS

@@ -53,7 +53,7 @@ int32_t SnrQM2150_Pos2Shutter(int32_t frequency, uint32_t position) {
 }
 
 double SnrQM2150_IrisPos2Fno(uint32_t position) {
-  // Intentional: 360.0 for the closed iris and no value for 1 to 4, which the camera does not have.
+  // Intentional: 360.0 for the closed iris, no value for 1 to 4. The exposure report fails on those.
   static constexpr double kNoValue = SNRQM2150_NO_VALUE;
   static constexpr double kFno[] = {360.0, kNoValue, kNoValue, kNoValue, kNoValue, 14.0, 11.0, 9.6, 8.0,
                                     6.8,   5.6,      4.8,      4.0,      3.4,      2.8,  2.4,  2.0, 1.6};

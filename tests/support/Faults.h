@@ -28,12 +28,12 @@ const std::vector<Fault>& CommandFaults();
 // Of MCU_ProcessUart1.
 const std::vector<Fault>& McuFaults();
 
-// As a generator of parameterised tests: INSTANTIATE_TEST_SUITE_P(Each, SomeTest, ValuesIn(InquiryFaults()), FaultName);
+// For tests with one instance per fault: INSTANTIATE_TEST_SUITE_P(Each, Suite, ValuesIn(InquiryFaults()), FaultName<...>);
 std::string FaultName(const auto& info) { return info.param.name; }
 
-// The lines of this log that the exchange's callers added to those of the fault, without the first `between` of them. A caller's
-// test passes as `between` how many lines the routines below it add unless they are stopped, and so does not depend on
-// their texts.
+// The lines of this log that the exchange's callers added to those of the fault, without the first `between` of them.
+// A caller's test passes as `between` how many lines the routines below it add unless they are stopped, and so does not
+// depend on their texts.
 std::vector<LogLine> LinesAbove(const std::vector<LogLine>& log, const Fault& fault, size_t between = 0);
 
 #endif

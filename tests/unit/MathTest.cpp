@@ -43,7 +43,7 @@ TEST(MathInterpolationX, FollowsTheLineToTheLastBit) {
   }
 }
 
-TEST(MathInterpolationY, IsTheMirror) {
+TEST(MathInterpolationY, IsTheReverse) {
   for (const Line& line : kLines) {
     const InterpolationPoint p0{line.position0, line.value0}, p1{line.position1, line.value1};
     InterpolationPoint p{line.position, -1.0};
@@ -75,7 +75,7 @@ TEST(MathGain2dB, TakesTheNaturalLogarithm) {
   EXPECT_TRUE(std::isnan(Gain2dB(-1.0)));
 }
 
-TEST(MathDB2Gain, TakesTheTenthPower) {
+TEST(MathDB2Gain, IsAPowerOfTen) {
   EXPECT_EQ(dB2Gain(0.0), 1.0);
   EXPECT_DOUBLE_EQ(dB2Gain(20.0), 10.0);
   EXPECT_DOUBLE_EQ(dB2Gain(40.0), 100.0);
@@ -89,7 +89,7 @@ TEST(MathDB2Gain, TakesTheTenthPower) {
 
 // --- Gain levels ---
 
-TEST(MathGain2GainLevel, HasEightLevelsADoubling) {
+TEST(MathGain2GainLevel, HasEightLevelsPerDoubling) {
   constexpr struct {
     double gain;
     int32_t level;
@@ -255,7 +255,7 @@ TEST(MathEv2Value, SaturatesBothWays) {
   EXPECT_EQ(Ev2Value(-3, -1e9), 0);
 }
 
-TEST(MathEv2Value, IsDefinedForInfinitiesAndWhatIsNoNumber) {
+TEST(MathEv2Value, IsDefinedForInfinitiesAndNaN) {
   EXPECT_EQ(Ev2Value(1, kInfinity), kMost);
   EXPECT_EQ(Ev2Value(-1, kInfinity), kLeast);
   EXPECT_EQ(Ev2Value(5, -kInfinity), 0);

@@ -190,7 +190,7 @@ TEST_F(MsgqClientSend, APoisonMessageEndsEveryFlushAtOnce) {
   EXPECT_EQ(os.Waiting(), 2U);
 }
 
-TEST_F(MsgqClientSend, AFullQueueIsAFailureNeverAWait) {
+TEST_F(MsgqClientSend, AFullQueueFailsWithoutWaiting) {
   os.Fail("msgsnd", EAGAIN);
   EXPECT_EQ(ZR4410_MsgQ_Send(&message), -1);
   EXPECT_THAT(os.Timeline(), ElementsAre("receive nothing", Logged(Err("msgsnd failed!"))));

@@ -65,7 +65,7 @@ struct BlockCase {
   const char* exampleDump;
   std::vector<FieldCase> fields;
   const char* bits;  // a line for each of D0..D12, bits 7 to 0: the field that the bit adds to, and how much (hex)
-  std::map<std::string, unsigned> always;  // bits that are set whatever arrives
+  std::map<std::string, unsigned> always;  // bits that are always set
 };
 
 template <typename Record>
@@ -286,7 +286,7 @@ class QM2150Blocks : public Linked, public testing::WithParamInterface<const Blo
     return lines;
   }
 
-  // What the bit table says of any data bytes.
+  // What the bit table makes of any data bytes.
   Values ByTheBits(const Bytes& data) const {
     std::map<std::string, unsigned> fields = block.always;
     std::istringstream words(block.bits);
@@ -513,7 +513,7 @@ Record Counted() {
   return record;
 }
 
-TEST(QM2150BlocksRecords, HaveOneByteAFieldInOrder) {
+TEST(QM2150BlocksRecords, HaveOneBytePerFieldInOrder) {
   static_assert(sizeof(CameraControlRecord) == 16);
   static_assert(sizeof(EnlargeFunction1Record) == 17);
   static_assert(sizeof(EnlargeFunction2Record) == 6);

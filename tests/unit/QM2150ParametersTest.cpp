@@ -1,6 +1,6 @@
 // The 21 camera settings: each is read by one inquiry, and written by one command that is then read back.
 //
-// kMembers is written from the description of the wire, independently of the product's own table.
+// kMembers is a second reading of the wire protocol, independent of the product's table.
 #include <algorithm>
 #include <functional>
 #include <string>
@@ -300,7 +300,7 @@ TEST_P(QM2150ParametersEach, IsReadByOneInquiry) {
 TEST_P(QM2150ParametersEach, EveryReplyValueIsRead) {
   const Bytes good = GoodData();
   const Bytes others = {0x00, 0x01, 0x05, 0x0F, 0x10, 0xF0, 0xFF};
-  // Two neighbouring bytes at a time, so that a sum that overflows is met too.
+  // Two neighbouring bytes at a time, so that sums that overflow occur too.
   for (size_t i = 0; i < good.size(); ++i) {
     const auto required = [this](size_t place) {
       return std::find(member.zero.begin(), member.zero.end(), place) != member.zero.end();
@@ -553,7 +553,7 @@ TEST_F(QM2150Parameters, NibbleMembersMaskWhatTheyRead) {
   EXPECT_THAT(os.Log(), ElementsAre(Err("QM2150_SetGainLimit bGainLimit(0x1a) != bReadGainLimit(0x0a)\n")));
 }
 
-TEST_F(QM2150Parameters, Shutter0x0115TravelsAsTwoWholeBytes) {
+TEST_F(QM2150Parameters, Shutter0x0115IsSentAsTwoWholeBytes) {
   os.Reply({0x10});
   os.Reply({0x90, 0x50, 0x00, 0x00, 0x01, 0x15, 0xFF});
   EXPECT_EQ(QM2150_SetShutter(0x0115), 0);
@@ -593,8 +593,8 @@ TEST_F(QM2150Parameters, NibbleSumsAreNotMaskedButCutToTheWidth) {
   EXPECT_EQ(params.parameter5, 0x54);
 }
 
-// Only the reply type 0x60 is an error: with a socket number it passes for a value.
-TEST_F(QM2150Parameters, AnErrorReplyWithASocketNumberPassesForAValue) {
+// Only the reply type 0x60 is an error: one with a socket number is read as a value.
+TEST_F(QM2150Parameters, AnErrorReplyWithASocketNumberIsReadAsAValue) {
   uint8_t value = kJunk;
   os.Reply({0x90, 0x61, 0x41, 0xFF});
   EXPECT_EQ(QM2150_GetAfMode(&value), 0);

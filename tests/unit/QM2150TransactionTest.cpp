@@ -52,7 +52,7 @@ TEST_F(QM2150Transaction, ACommandOf13To16DataBytesIsRefusedByTheLink) {
     os.Forget();
     gbUart1Command = 0x77;
     EXPECT_EQ(QM2150_Command(count, kData), -57) << int{count};
-    EXPECT_EQ(gbUart1Command, 0x02);  // noted before the link refuses
+    EXPECT_EQ(gbUart1Command, 0x02);  // stored before the link refuses
     EXPECT_THAT(os.Log(), ElementsAre(Err("Len > VISCA_PACKET_MAX_LEN"), Err("QM2150_FillZR4410 failed!"),
                                       Err("QM2150_ProcessVisca failed!")));
     EXPECT_THAT(os.Requests(), IsEmpty());
@@ -203,7 +203,7 @@ TEST_F(QM2150Transaction, TheTailOfALongerRequestIsSentAlong) {
             "AA AA 02 0A AA 02 05 81 01 04 01 FF C9 55 FF BD 55 00");
 }
 
-TEST_F(QM2150Transaction, AStaleReplyIsNeverTakenForTheAnswer) {
+TEST_F(QM2150Transaction, AStaleReplyIsNeverUsedAsTheAnswer) {
   os.NoReply();
   EXPECT_EQ(Inquiry(), -56);
   os.Arrive({0xAA, 0xAA, 0x01, 0x09, 0xAA, 0x82, 0x04, 0x90, 0x50, 0x77, 0xFF, 0x7A, 0x55});

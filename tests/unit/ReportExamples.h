@@ -95,7 +95,7 @@ inline const ReportExample kReports[] = {
      {Completed(kEnlarged2Data)},
      {{0x81, 0x09, 0x7E, 0x7E, 0x04, 0xFF}},
      {
-         Info("===================================================\n"),  // with a line feed, here alone
+         Info("===================================================\n"),  // with a line feed, only here
          Info("[WideD mode] Auto ON/OFF\n"),
          Info("[WideD detection sensitivity] M\n"),
          Info("[WideD blocked-up shadow correction level] S\n"),

@@ -128,7 +128,7 @@ class ReportsLens : public Reports {
   }
 };
 
-TEST_F(ReportsLens, TellsWhetherDigitalZoomIsOn) {
+TEST_F(ReportsLens, ShowsWhetherDigitalZoomIsOn) {
   EXPECT_EQ(LinesWith({{11, 0x00}}).at(1), Err("[Digital Zoom] OFF\n"));
   EXPECT_EQ(LinesWith({{11, 0x02}}).at(1), Err("[Digital Zoom] ON\n"));
 }
@@ -147,7 +147,7 @@ TEST_F(ReportsLens, SplitsTheCombinedZoomAt20) {
   EXPECT_EQ(ZoomLine(0, 31424), Err("[Combine Zoom] Optical: x20.00, Digital: x12.00, Combine: x240.00\n"));
 }
 
-TEST_F(ReportsLens, ShowsNothingOfACombinedZoomWithoutAValue) {
+TEST_F(ReportsLens, ShowsZeroForACombinedZoomWithoutAValue) {
   EXPECT_EQ(ZoomLine(0, 31425), Err("[Combine Zoom] Optical: x0.00, Digital: x1.00, Combine: x0.00\n"));
   EXPECT_EQ(ZoomLine(0, 0xFFFF), Err("[Combine Zoom] Optical: x0.00, Digital: x1.00, Combine: x0.00\n"));
 }
@@ -158,13 +158,13 @@ TEST_F(ReportsLens, SeparateZoomIsTheOpticalOneAlone) {
   EXPECT_EQ(ZoomLine(1, 16384), Err("[Separate Zoom] Optical: x20.00\n"));
 }
 
-TEST_F(ReportsLens, ShowsNothingOfASeparateZoomWithoutAValue) {
+TEST_F(ReportsLens, ShowsZeroForASeparateZoomWithoutAValue) {
   EXPECT_EQ(ZoomLine(1, 16385), Err("[Separate Zoom] Optical: x0.00\n"));
   EXPECT_EQ(ZoomLine(1, 24576), Err("[Separate Zoom] Optical: x0.00\n"));
   EXPECT_EQ(ZoomLine(1, 0xFFFF), Err("[Separate Zoom] Optical: x0.00\n"));
 }
 
-TEST_F(ReportsLens, GoesOnAfterAZoomWithoutAValue) {
+TEST_F(ReportsLens, ContinuesAfterAZoomWithoutAValue) {
   EXPECT_THAT(LinesWith({{0, 0x0F}}),
               ElementsAre(kSeparator, Err("[Digital Zoom] ON\n"),
                           Err("[Combine Zoom] Optical: x0.00, Digital: x1.00, Combine: x0.00\n"),
@@ -253,7 +253,7 @@ TEST_F(ReportsLens, FailsOnAnObjectPositionOutsideTheTable) {
   }
 }
 
-TEST_F(ReportsLens, SaysNothingOfValuesWithoutAWord) {
+TEST_F(ReportsLens, LeavesOutValuesWithoutAWord) {
   ChangeRecord([] { gtLensControl.digitalZoom = gtLensControl.dzoomMode = gtLensControl.focusMode = 2; });
   EXPECT_THAT(LinesWith({}), ElementsAre(kSeparator, Err("[Digital Zoom] \n"),  // and no line for the zoom
                                          Err("[AF]  Normal, Slow Sensitivity.\n"), Err("[Focus Near Limit] 30 cm\n"),
@@ -323,12 +323,12 @@ TEST_F(ReportsExposure, FailsInASensorModeOtherThan6And8) {
   }
 }
 
-TEST_F(ReportsExposure, TakesAnErrorReplyToTheSensorModeForAnUnknownMode) {
+TEST_F(ReportsExposure, TreatsAnErrorReplyToTheSensorModeAsAnUnknownMode) {
   EXPECT_THAT(LinesOf(kCameraData, {0x90, 0x60, 0x41, 0xFF}, kHighSensitivityOff, -59),
               ElementsAre(Err("QM2150_GetCameraControl failed!\n"), Err("GetCameraControlInquiry failed!\n")));
 }
 
-TEST_F(ReportsExposure, TellsHighSensitivityOnOrOff) {
+TEST_F(ReportsExposure, ShowsHighSensitivityOnOrOff) {
   EXPECT_THAT(
       LinesOf(With(kCameraData, {{10, 15}}), kSnrMode60Hz, kHighSensitivityOn),
       ElementsAre(kSeparator, Info("[High Sensitivity] ON\n"), Info("[AE] Fully Auto, 1/60s, x100.00(40.0dB), F2.80\n"),
@@ -339,7 +339,7 @@ TEST_F(ReportsExposure, TellsHighSensitivityOnOrOff) {
                   Info("[ExpComp] ON, x1.41(3.0dB)\n"), Info("[AWB] Auto, (Rgain, Bgain) = (0xc5, 0x3a)\n")));
 }
 
-TEST_F(ReportsExposure, SaysNothingOfAnotherHighSensitivityState) {
+TEST_F(ReportsExposure, LeavesOutAnyOtherHighSensitivityState) {
   for (const int state : {0, 1, 4, 255}) {
     EXPECT_THAT(LinesOf(With(kCameraData, {{10, 15}}), kSnrMode60Hz, {0x90, 0x50, static_cast<uint8_t>(state), 0xFF}),
                 ElementsAre(kSeparator, Info("[AE] Fully Auto, 1/60s, x25.12(28.0dB), F2.80\n"),
@@ -439,7 +439,7 @@ TEST_F(ReportsExposure, FailsOnAGainPositionWithoutAValue) {
                           Err("GetCameraControlInquiry failed!\n")));
 }
 
-TEST_F(ReportsExposure, SaysNothingOfAnExposureCompensationWithoutAWord) {
+TEST_F(ReportsExposure, LeavesOutTheWordOfAnUnknownExposureCompensation) {
   ChangeRecord([] { gtCamControl.expComp = 2; });
   EXPECT_EQ(LinesWith({}).at(3), Info("[ExpComp] , x1.41(3.0dB)\n"));
 }
@@ -515,7 +515,7 @@ TEST_F(ReportsDayNight, NamesEveryCombination) {
   }
 }
 
-TEST_F(ReportsDayNight, SaysNothingOfValuesWithoutAWord) {
+TEST_F(ReportsDayNight, LeavesOutValuesWithoutAWord) {
   ChangeRecord([] { gtOtherControl.autoIcr = 2; });
   os.Reply(Completed(kOtherData));
   EXPECT_EQ(Report(2), 0);
@@ -585,7 +585,7 @@ TEST_F(ReportsEnlarged, ShowsTheNoiseReductionLevel) {
   }
 }
 
-TEST_F(ReportsEnlarged, TakesAnUnknownHighSensitivityModeForOff) {
+TEST_F(ReportsEnlarged, TreatsAnUnknownHighSensitivityModeAsOff) {
   ChangeRecord([] { gtEnlargeFun1.highSensitivityMode = 2; });
   EXPECT_THAT(LinesWith({}), ElementsAre(kSeparator, Err("[Digital Zoom] x2.50\n"), Info("[High Sensitivity] \n"),
                                          Info("[Gain Limit] x25.12(28.0dB)\n"), Info("[NR] ON, Level: 5\n")));
@@ -598,19 +598,19 @@ TEST_F(ReportsEnlarged, FailsOnAGainLimitWithoutAValue) {
                           Err("SnrQM2150_GainPos2dB failed!\n"), Err("GetEnlargeFun1Inquiry failed!\n")));
 }
 
-TEST_F(ReportsEnlarged, AloneHasNoLineForItsFailure) {
+TEST_F(ReportsEnlarged, CalledDirectlyHasNoLineForItsFailure) {
   os.Reply(Completed(With(kEnlarged1Data, {{0, 0xF}, {1, 0xF}})));
   EXPECT_EQ(GetEnlargeFun1Inquiry(), -59);
   EXPECT_THAT(ReportLines(os), ElementsAre(kSeparator, Err("SnrQM2150_DigitalZoom failed!\n")));
 }
 
-TEST_F(ReportsEnlarged, AloneEndsWhenTheBlockFails) {
+TEST_F(ReportsEnlarged, CalledDirectlyEndsWhenTheBlockFails) {
   os.Reply(Completed(Bytes(14)));
   EXPECT_EQ(GetEnlargeFun1Inquiry(), -59);
   EXPECT_THAT(os.Log(), ElementsAre(_, Err("QM2150_GetEnlargeFunction1 failed!\n")));
 }
 
-TEST_F(ReportsEnlarged, AloneShowsItsExample) {
+TEST_F(ReportsEnlarged, CalledDirectlyShowsItsExample) {
   os.Reply(kReports[3].replies[0]);
   EXPECT_EQ(GetEnlargeFun1Inquiry(), 0);
   EXPECT_EQ(ReportLines(os), kReports[3].lines);
@@ -629,7 +629,7 @@ class ReportsWideDynamicRange : public Reports {
   }
 };
 
-TEST_F(ReportsWideDynamicRange, EndsTheSeparatorToo) {
+TEST_F(ReportsWideDynamicRange, EndsTheSeparatorWithALineFeedToo) {
   EXPECT_EQ(LinesWith({}).at(0), Info("===================================================\n"));
 }
 
@@ -681,7 +681,7 @@ TEST_F(ReportsWideDynamicRange, ShowsTheShortExposureRatio) {
   EXPECT_EQ(LinesWith({{3, 0xF}, {4, 0xF}}).at(5), Info("[WideD short exposure Exposure ratio] x255\n"));
 }
 
-TEST_F(ReportsWideDynamicRange, SaysNothingOfValuesWithoutAWord) {
+TEST_F(ReportsWideDynamicRange, LeavesOutValuesWithoutAWord) {
   ChangeRecord([] { memset(&gtEnlargeFun2, 0xFF, sizeof gtEnlargeFun2); });
   EXPECT_THAT(LinesWith({}),
               ElementsAre(Info("===================================================\n"), Info("[WideD mode]\n"),
@@ -690,7 +690,7 @@ TEST_F(ReportsWideDynamicRange, SaysNothingOfValuesWithoutAWord) {
                           Info("[WideD short exposure Exposure ratio] x255\n")));
 }
 
-TEST_F(ReportsWideDynamicRange, SaysNothingOfTheScreenDisplay) {
+TEST_F(ReportsWideDynamicRange, LeavesOutTheScreenDisplay) {
   const std::vector<LogLine> expected = LinesWith({{1, 0x01}});
   EXPECT_EQ(expected.size(), 6U);
   for (uint8_t display = 1; display < 4; ++display) {
@@ -698,13 +698,13 @@ TEST_F(ReportsWideDynamicRange, SaysNothingOfTheScreenDisplay) {
   }
 }
 
-TEST_F(ReportsWideDynamicRange, AloneHasNoLineForItsFailure) {
+TEST_F(ReportsWideDynamicRange, CalledDirectlyHasNoLineForItsFailure) {
   os.Reply({0x90, 0x60, 0x05, 0xFF});
   EXPECT_EQ(GetEnlargeFun2Inquiry(), -59);
   EXPECT_THAT(os.Log(), ElementsAre(_, _, Err("QM2150_GetEnlargeFunction2 failed!\n")));
 }
 
-TEST_F(ReportsWideDynamicRange, AloneShowsItsExample) {
+TEST_F(ReportsWideDynamicRange, CalledDirectlyShowsItsExample) {
   os.Reply(kReports[4].replies[0]);
   EXPECT_EQ(GetEnlargeFun2Inquiry(), 0);
   EXPECT_EQ(ReportLines(os), kReports[4].lines);
@@ -751,7 +751,7 @@ TEST_F(ReportsRawInquiry, PrintsAReplyWithoutData) {
   EXPECT_EQ(os.Output(), "Inquiry Packet: 90 41 ff\n");
 }
 
-TEST_F(ReportsRawInquiry, TakesOneTo12DataBytesOrNone) {
+TEST_F(ReportsRawInquiry, Takes0To12DataBytes) {
   os.device = [&](const Request& request) { os.Answer(request, {0x90, 0x50, 0x00, 0xFF}); };
   Bytes data;
   for (uint8_t count = 0; count <= 12; ++count) {

@@ -1,4 +1,4 @@
-// Raw positions to physical values: every table whole, every position of the interpolated ones.
+// Raw positions to physical values: every table in full, every position of the interpolated ones.
 #include <cstddef>
 #include <iterator>
 #include <span>
@@ -258,14 +258,14 @@ TEST(SnrQM2150ConversionsFocusPos, BothEndsGiveOne) {
   EXPECT_EQ(Focus(0xF000), 1.0);
 }
 
-TEST(SnrQM2150ConversionsFocusPos, GoesStraightBetweenTwoPoints) {
+TEST(SnrQM2150ConversionsFocusPos, IsLinearBetweenTwoPoints) {
   EXPECT_EQ(Focus(0x1800), 51249.5);
   EXPECT_EQ(Focus(0xC000), 100.0);
   EXPECT_EQ(Focus(0xC800), 65.0);
   EXPECT_EQ(Focus(0xE800), 4.5);
 }
 
-TEST(SnrQM2150ConversionsFocusPos, RefusesWhatLiesJustOutside) {
+TEST(SnrQM2150ConversionsFocusPos, RefusesPositionsJustOutside) {
   for (const int position : {0x0000, 0x0FFF, 0xF001, 0xFFFF}) {
     double centimetres = kUntouched;
     EXPECT_EQ(SnrQM2150_FocusPos(static_cast<uint16_t>(position), &centimetres), -59) << position;
@@ -292,7 +292,7 @@ TEST(SnrQM2150ConversionsOpticalZoom, EndsAt16384) {
   EXPECT_EQ(magnification, kUntouched);
 }
 
-TEST(SnrQM2150ConversionsCombineZoom, GoesOnWithTheDigitalRange) {
+TEST(SnrQM2150ConversionsCombineZoom, ContinuesWithTheDigitalRange) {
   double magnification = kUntouched;
   EXPECT_EQ(Zoom(SnrQM2150_CombineZoom, 0), 1.0);
   EXPECT_EQ(Zoom(SnrQM2150_CombineZoom, 16384), 20.0);

@@ -23,7 +23,7 @@ class SnrQM2150Operations : public Linked {
   void Mode(uint8_t mode) { Data({static_cast<uint8_t>(mode / 16), static_cast<uint8_t>(mode % 16)}); }
   void Data(const Bytes& data) { os.Reply(Completed(data)); }
   void Broken() { os.Reply({}).Header(0xAA, 0x55); }  // fails at once with -1
-  void Silence() { os.NoReply(); }                    // fails after 2050 ms with -56
+  void Silence() { os.NoReply(); }                    // fails with -56 after the time-out
   void Stop() {                                       // the stop flag is set while it is waited for
     os.NoReply();
     os.StopAt("msgsnd", static_cast<int>(os.Unused()));
@@ -53,7 +53,7 @@ class SnrQM2150Operations : public Linked {
   }
 };
 
-// gtParams, in the order of its description.
+// gtParams, in the record's order.
 inline auto Params(unsigned mcuVersion, unsigned model, unsigned romVersion, unsigned snrMode, unsigned aeMode,
                    unsigned wbMode, unsigned afMode, unsigned shutter) {
   return std::tuple(mcuVersion, model, romVersion, snrMode, aeMode, wbMode, afMode, shutter);

@@ -5,7 +5,7 @@ namespace {
 
 using SnrQM2150RawPackets = SnrQM2150Operations;
 
-TEST_F(SnrQM2150RawPackets, ACommandIsSentAsItIs) {
+TEST_F(SnrQM2150RawPackets, ACommandIsSentUnchanged) {
   const Bytes data{0x00, 0x02};
   Acknowledge();
   EXPECT_EQ(SnrQM2150_Command(2, data.data()), 0);
@@ -23,7 +23,7 @@ TEST_F(SnrQM2150RawPackets, ACommandIsSentAsItIs) {
   EXPECT_EQ(OwnStory(), (Story{"81 01 04 01 02 03 04 05 06 07 08 09 0A 0B 0C FF"}));
 }
 
-TEST_F(SnrQM2150RawPackets, ACommandsResultIsPassedOnWithoutALineOfItsOwn) {
+TEST_F(SnrQM2150RawPackets, TheResultOfACommandIsPassedOnWithoutALine) {
   const Bytes data(17, 0x01);
   Refuse();
   EXPECT_EQ(SnrQM2150_Command(2, data.data()), -1);
@@ -76,7 +76,7 @@ TEST_F(SnrQM2150RawPacketsInquiry, PassesCategoryCountAndBytes) {
   EXPECT_EQ(OwnStory(), (Story{"81 09 00 FF"}));
 }
 
-TEST_F(SnrQM2150RawPacketsInquiry, RepliesHaveNoneToSixteenDataBytes) {
+TEST_F(SnrQM2150RawPacketsInquiry, RepliesHave0To16DataBytes) {
   Data({});
   EXPECT_EQ(Inquire(64), 0);
   EXPECT_STREQ(text, "90 50 ff");
@@ -92,7 +92,7 @@ TEST_F(SnrQM2150RawPacketsInquiry, RepliesHaveNoneToSixteenDataBytes) {
 }
 
 TEST_F(SnrQM2150RawPacketsInquiry, TheSizeLimitsOnlyTheClearing) {
-  for (const uint32_t size : {0U, 1U, 13U, 14U, 15U}) {  // the text and its zero are written whatever it is
+  for (const uint32_t size : {0U, 1U, 13U, 14U, 15U}) {  // the text and its zero are always written
     memset(text, 'x', sizeof text);
     Data({0x01, 0x23});
     EXPECT_EQ(Inquire(size), 0) << size;

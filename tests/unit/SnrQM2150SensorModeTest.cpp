@@ -7,7 +7,7 @@ class SnrQM2150SensorMode : public SnrQM2150Operations {
  protected:
   SnrQM2150SensorMode() { gtParams = {0x11, 0x2222, 0x3333, 0x44, 0x55, 0x66, 0x77, 0x8888}; }
 
-  // Only the sensor mode is ever touched.
+  // Only the sensor mode ever changes.
   static void ExpectModeInParams(unsigned mode) {
     EXPECT_EQ(ParamsNow(), Params(0x11, 0x2222, 0x3333, mode, 0x55, 0x66, 0x77, 0x8888));
   }
@@ -265,7 +265,7 @@ TEST_F(SnrQM2150SensorMode, AStopAtEitherPowerCommandEndsItSilently) {
 }
 
 // The sleeps do not check the stop flag; the next exchange does.
-TEST_F(SnrQM2150SensorMode, AStopInASleepIsSeenByTheNextExchange) {
+TEST_F(SnrQM2150SensorMode, AStopInASleepIsNoticedByTheNextExchange) {
   Mode(0x06);
   Acknowledge();
   Mode(0x08);
@@ -437,7 +437,7 @@ TEST_F(SnrQM2150SensorMode, AStopAtAnyWakeUpReadEndsItSilently) {
 }
 
 // A register reply is used as it is, even an error reply: 0x41 is cut to the mode 0x10.
-TEST_F(SnrQM2150SensorMode, AnErrorReplyIsTakenForAMode) {
+TEST_F(SnrQM2150SensorMode, AnErrorReplyIsReadAsAMode) {
   PowerCycle();
   os.Reply({0x90, 0x60, 0x41, 0xFF});
   Mode(0x08);
