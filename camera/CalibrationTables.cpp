@@ -1,4 +1,4 @@
-// The camera's calibration: what physical value stands at which position.
+// The camera's calibration: the physical value at each raw position.
 #include "camera/SnrQM2150.h"
 
 namespace {

@@ -1,6 +1,6 @@
 /* Driver of the QM2150 camera block module: VISCA transactions, registers, settings and block inquiries.
  *
- * Unless told otherwise a routine returns 0 on success and writes its output only then, or a negative result:
+ * Unless noted otherwise a routine returns 0 on success and writes its output only then, or a negative result:
  *   -1   request too long; queue not open, or send failed; relay header, sequence id or command code of the reply
  *        wrong; command not acknowledged, or its acknowledgement damaged
  *   -15  stop flag set    -55 receive error    -56 time-out    -57 packet too long, or reply too short
@@ -18,7 +18,13 @@
 
 ZR4410_BEGIN_DECLS
 
-/* VISCA reply, 20 bytes: what an inquiry hands to its caller. */
+/* The two values of a VISCA switch. */
+enum {
+  VISCA_ON = 2, /* or automatic */
+  VISCA_OFF = 3 /* or manual */
+};
+
+/* VISCA reply, 20 bytes: what an inquiry returns to its caller. */
 typedef struct {
   uint8_t header;     /* first reply byte, 0x90 expected */
   uint8_t replyType;  /* second reply byte: 0x50 completion with data, 0x60 error */
@@ -27,9 +33,9 @@ typedef struct {
   uint8_t terminator; /* 0xFF expected */
 } tVisca;
 
-/* Wide-dynamic-range parameters. */
+/* Wide-dynamic-range parameters; docs/protocol.md names them. */
 typedef struct {
-  uint8_t parameter1; /* 0..15, each of the first four sent as one nibble */
+  uint8_t parameter1; /* 0..15, like the next three: each is sent as one nibble */
   uint8_t parameter2;
   uint8_t parameter3;
   uint8_t parameter4;
@@ -41,19 +47,19 @@ extern ViscaReplyFrame gtUart1ViscaResp;     /* the reply frame of the last inqu
 
 /* --- Transactions --- */
 
-/* Sends the command 81 01 04 <data> FF and awaits the daemon's acknowledgement, not the camera's completion.
+/* Sends the command 81 01 04 <data> FF and waits for the daemon's acknowledgement, not for the camera's completion.
    length: 0..16 data bytes; more than 12 are refused with -57. */
 int QM2150_Command(uint32_t length, const uint8_t* data);
 
-/* Sends the inquiry 81 09 <category> <data> FF and fills *out with the reply, which the caller still has to judge
+/* Sends the inquiry 81 09 <category> <data> FF and fills *out with the reply, which the caller still has to check
    with QM2150_ChecRespVisca and by its length. length: as for QM2150_Command. */
 int QM2150_Inquiry(uint8_t category, uint32_t length, const uint8_t* data, tVisca* out);
 
-/* One exchange of gtUart1ViscaCmdInq, in which the caller has set selector, category, count and data. The reply lands
-   in gtUart1ViscaResp (inquiry) or gtUart1Resp (command); its VISCA content is not looked at. */
+/* One exchange of gtUart1ViscaCmdInq, in which the caller has set selector, category, count and data. The reply goes
+   to gtUart1ViscaResp (inquiry) or gtUart1Resp (command); its VISCA content is not examined. */
 int QM2150_ProcessVisca(void);
 
-/* Judges a VISCA reply: 0, or -59 for a wrong header or terminator or an error reply (0x60). */
+/* Checks a VISCA reply: 0, or -59 for a wrong header or terminator or an error reply (0x60). */
 int QM2150_ChecRespVisca(const tVisca* reply);
 
 /* --- Register bank, sensor mode, version --- */
@@ -61,13 +67,13 @@ int QM2150_ChecRespVisca(const tVisca* reply);
 /* 81 01 04 24 <number> 0p 0q FF, pq the value. */
 int QM2150_SetRegisterValue(uint8_t number, uint8_t value);
 
-/* 81 09 04 24 <number> FF, answered 90 50 0p 0q FF. The reply is used as it stands, unchecked. */
+/* 81 09 04 24 <number> FF, answered 90 50 0p 0q FF. The reply is used as it is, unchecked. */
 int QM2150_GetRegisterValue(uint8_t number, uint8_t* value);
 
 /* Register 0x72: sensor mode, a code of SnrQM2150_SnrMode2Str. */
 int QM2150_GetSnrMode(uint8_t* mode);
 
-/* Writes register 0x72 and reads it back, up to twice. A mode that does not take is logged, and 0 returned. */
+/* Writes register 0x72 and reads it back, up to twice. A rejected mode is only logged: the result is 0. */
 int QM2150_SetSnrMode(uint8_t mode);
 
 /* 81 09 00 02 FF, answered 90 50 <vendor: 2> <model: 2> <ROM version: 2> <sockets> FF, most significant byte first. */
@@ -77,45 +83,47 @@ int QM2150_GetVersion(uint16_t* model, uint16_t* romVersion);
 int QM2150_WbOnePushTrigger(void);
 
 /* --- Settings: each is read by one inquiry and written by one command that is confirmed by up to two read-backs,
-   50 ms apart. The codes and bytes of each stand in the table in QM2150Parameters.cpp. --- */
+   50 ms apart. Values are not checked before they are sent. On and off are VISCA_ON and VISCA_OFF. The table in
+   QM2150Parameters.cpp has the codes and bytes of each. --- */
 
 int QM2150_GetNR(uint8_t* value); /* 0..15, noise reduction level */
 int QM2150_SetNR(uint8_t value);
 int QM2150_GetWdrParams(tWdrParam* params);
 int QM2150_SetWdrParams(const tWdrParam* params);
+/* 0 auto, 1 on (exposure ratio), 2 on, 3 off, 4 on (histogram): other numbers than those of wideDMode */
 int QM2150_GetWdrMode(uint8_t* value);
 int QM2150_SetWdrMode(uint8_t value);
-int QM2150_GetBgain(uint8_t* value); /* 0..255 */
+int QM2150_GetBgain(uint8_t* value); /* blue gain, 0..255 */
 int QM2150_SetBgain(uint8_t value);
-int QM2150_GetRgain(uint8_t* value); /* 0..255 */
+int QM2150_GetRgain(uint8_t* value); /* red gain, 0..255 */
 int QM2150_SetRgain(uint8_t value);
 int QM2150_GetIrisPos(uint8_t* value); /* position, see SnrQM2150_IrisPos2Fno */
 int QM2150_SetIrisPos(uint8_t value);
 int QM2150_GetGainPos(uint8_t* value); /* position, see SnrQM2150_GainPos2dB */
 int QM2150_SetGainPos(uint8_t value);
-int QM2150_GetGainLimit(uint8_t* value); /* 0..15 */
+int QM2150_GetGainLimit(uint8_t* value); /* position 0..15, see SnrQM2150_GainPos2dB */
 int QM2150_SetGainLimit(uint8_t value);
-int QM2150_GetHighSensitivity(uint8_t* value); /* 2 on, 3 off */
+int QM2150_GetHighSensitivity(uint8_t* value); /* on, off */
 int QM2150_SetHighSensitivity(uint8_t value);
-int QM2150_GetExpCompStep(uint8_t* value); /* 0..14, see SnrQM2150_ExpCompPos2Db; above 15 never confirmed */
+int QM2150_GetExpCompStep(uint8_t* value); /* 0..14, see SnrQM2150_ExpCompPos2Db; a value above 15 is never confirmed */
 int QM2150_SetExpCompStep(uint8_t value);
-int QM2150_GetExpComp(uint8_t* value); /* 2 on, 3 off */
+int QM2150_GetExpComp(uint8_t* value); /* on, off */
 int QM2150_SetExpComp(uint8_t value);
-int QM2150_GetPictureFlip(uint8_t* value); /* 2 on, 3 off */
+int QM2150_GetPictureFlip(uint8_t* value); /* on, off */
 int QM2150_SetPictureFlip(uint8_t value);
-int QM2150_GetLrReverse(uint8_t* value); /* 2 on, 3 off */
+int QM2150_GetLrReverse(uint8_t* value); /* on, off */
 int QM2150_SetLrReverse(uint8_t value);
-int QM2150_GetIcr(uint8_t* value); /* infra-red cut filter removed: 2 on (night), 3 off (day) */
+int QM2150_GetIcr(uint8_t* value); /* infra-red cut filter removed: on (night), off (day) */
 int QM2150_SetIcr(uint8_t value);
-int QM2150_GetAutoIcr(uint8_t* value); /* 2 on, 3 off */
+int QM2150_GetAutoIcr(uint8_t* value); /* on, off */
 int QM2150_SetAutoIcr(uint8_t value);
 int QM2150_GetColorGain(uint8_t* value); /* 0..14 */
 int QM2150_SetColorGain(uint8_t value);
 int QM2150_GetShutter(uint16_t* value); /* position, see SnrQM2150_Pos2Shutter */
 int QM2150_SetShutter(uint16_t value);
-int QM2150_GetAfMode(uint8_t* value);
+int QM2150_GetAfMode(uint8_t* value); /* 0 normal, 1 interval, 2 zoom trigger */
 int QM2150_SetAfMode(uint8_t value);
-int QM2150_GetFocusMode(uint8_t* value); /* 2 auto, 3 manual */
+int QM2150_GetFocusMode(uint8_t* value); /* VISCA_ON auto, VISCA_OFF manual */
 int QM2150_SetFocusMode(uint8_t value);
 int QM2150_GetAeMode(uint8_t* value); /* a code of SnrQM2150_AeMode2Str */
 int QM2150_SetAeMode(uint8_t value);
@@ -126,93 +134,96 @@ int QM2150_SetWbMode(uint8_t value);
 int QM2150_CompareWdrParams(const tWdrParam* first, const tWdrParam* second);
 
 /* --- Block inquiries: 81 09 7E 7E 0n FF, answered with thirteen packed data bytes. On success the bytes are dumped
-   to standard output and every field is logged; on failure the record is left as it was. Where each field stands in
-   the reply is told by the tables in QM2150Blocks.cpp. --- */
+   to standard output and every field is logged; on failure the record is unchanged. The tables in QM2150Blocks.cpp say
+   which bits make up each field. --- */
 
-/* Block 0. One-bit fields hold 0 or 1, here and below. */
+/* Flags are 1 for yes or on, 0 for no or off, unless noted otherwise. Fields marked "camera's own" are passed on
+   without interpretation; docs/protocol.md says what the simulated camera puts there. */
+
+/* Block 0: lens. */
 typedef struct {
-  uint16_t zoomPos;        /* 0..0x4000 optical, to 0x7AC0 combined with digital */
-  uint16_t focusNearLimit; /* low byte always 0 */
-  uint16_t focusPos;       /* 0x1000 far .. 0xF000 near */
-  uint8_t dzoomMode;       /* 0 combined, 1 separate */
-  uint8_t afMode;          /* 0 normal, 1 interval, 2 zoom trigger */
-  uint8_t afSensitivity;
-  uint8_t digitalZoom;
-  uint8_t focusMode; /* 0 manual, 1 auto */
-  uint8_t lowContrastDetect;
-  uint8_t camMemoryRecall;
-  uint8_t focusCmd;
-  uint8_t zoomCmd;
+  uint16_t zoomPos;          /* 0..0x4000 optical, to 0x7AC0 combined with digital; see SnrQM2150_CombineZoom */
+  uint16_t focusNearLimit;   /* position; the low byte is always 0 */
+  uint16_t focusPos;         /* 0x1000 far .. 0xF000 near; see SnrQM2150_FocusPos */
+  uint8_t dzoomMode;         /* 0 combined, 1 separate */
+  uint8_t afMode;            /* 0 normal, 1 interval, 2 zoom trigger */
+  uint8_t afSensitivity;     /* flag: normal rather than slow; the lens report does not use it */
+  uint8_t digitalZoom;       /* flag */
+  uint8_t focusMode;         /* 0 manual, 1 auto */
+  uint8_t lowContrastDetect; /* flag */
+  uint8_t camMemoryRecall;   /* flag, camera's own */
+  uint8_t focusCmd;          /* flag, camera's own */
+  uint8_t zoomCmd;           /* flag, camera's own */
 } LensControlRecord;
 
-/* Block 1. */
+/* Block 1: exposure and white balance. */
 typedef struct {
-  uint8_t rGain;
-  uint8_t bGain;
-  uint8_t wbMode;
-  uint8_t apertureGain;
-  uint8_t exposureMode;
-  uint8_t highRes;
-  uint8_t wideD;
-  uint8_t spotAe;
-  uint8_t backLight;
-  uint8_t expComp;
-  uint8_t slowShutter;
-  uint8_t shutterPos;
-  uint8_t irisPos;
-  uint8_t gainPos;
-  uint8_t brightPos;
-  uint8_t expCompPos;
+  uint8_t rGain;        /* red gain, 0..255 */
+  uint8_t bGain;        /* blue gain, 0..255 */
+  uint8_t wbMode;       /* a code of SnrQM2150_WbMode2Str */
+  uint8_t apertureGain; /* 0..15 */
+  uint8_t exposureMode; /* a code of SnrQM2150_AeMode2Str */
+  uint8_t highRes;      /* flag */
+  uint8_t wideD;        /* flag: wide dynamic range */
+  uint8_t spotAe;       /* flag: spot exposure */
+  uint8_t backLight;    /* flag: backlight compensation */
+  uint8_t expComp;      /* flag: exposure compensation */
+  uint8_t slowShutter;  /* flag */
+  uint8_t shutterPos;   /* position, see SnrQM2150_Pos2Shutter */
+  uint8_t irisPos;      /* position, see SnrQM2150_IrisPos2Fno */
+  uint8_t gainPos;      /* position, see SnrQM2150_GainPos2dB */
+  uint8_t brightPos;    /* 0..31 */
+  uint8_t expCompPos;   /* position, see SnrQM2150_ExpCompPos2Db */
 } CameraControlRecord;
 
-/* Block 2. */
+/* Block 2: everything else. */
 typedef struct {
-  uint8_t autoIcrAlarm;
-  uint8_t autoIcr;
-  uint8_t power;
-  uint8_t icr;
-  uint8_t freeze;
-  uint8_t lrReverse;
-  uint8_t privacyZone;
-  uint8_t mute;
-  uint8_t titleDisplay;
-  uint8_t display;
-  uint8_t pictureEffectMode;
-  uint16_t cameraId;
-  uint8_t memory;
-  uint8_t icr1;
-  uint8_t hz;
+  uint8_t autoIcrAlarm;      /* flag */
+  uint8_t autoIcr;           /* flag: the infra-red cut filter switches by itself */
+  uint8_t power;             /* flag */
+  uint8_t icr;               /* infra-red cut filter: 0 in place (IR_CUT), 1 removed (IR_PASS) */
+  uint8_t freeze;            /* flag: still picture */
+  uint8_t lrReverse;         /* flag: mirrored left to right */
+  uint8_t privacyZone;       /* flag */
+  uint8_t mute;              /* flag: picture muted */
+  uint8_t titleDisplay;      /* flag */
+  uint8_t display;           /* flag */
+  uint8_t pictureEffectMode; /* 0..7, camera's own */
+  uint16_t cameraId;         /* its third hexadecimal digit is always F */
+  uint8_t memory;            /* flag (data byte 10, bit 4), camera's own */
+  uint8_t icr1;              /* flag (data byte 10, bit 2), camera's own: a second one for the filter */
+  uint8_t hz;                /* flag (data byte 10, bit 0), camera's own: a 50 Hz field */
 } OtherControlRecord;
 
-/* Block 3. */
+/* Block 3: enlarged functions. */
 typedef struct {
-  uint8_t digitalZoomPos; /* 0..235 */
-  uint8_t afActiveTime;
-  uint8_t afIntervalTime;
-  uint8_t spotAePos;
-  uint8_t md;
-  uint8_t alarm;
-  uint8_t pictureFlip;
-  uint8_t colorGain;
-  uint8_t advancedPrivacy;
-  uint8_t alarm1;
-  uint8_t pictureFlip1;
-  uint8_t aeResponse;
-  uint8_t gamma;
-  uint8_t highSensitivityMode;
-  uint8_t nrLevel;
-  uint8_t chromaSuppress;
-  uint8_t gainLimit;
+  uint8_t digitalZoomPos;      /* 0..235, see SnrQM2150_DigitalZoom */
+  uint8_t afActiveTime;        /* 0..255 */
+  uint8_t afIntervalTime;      /* 0..255 */
+  uint8_t spotAePos;           /* 0..15 */
+  uint8_t md;                  /* flag (data byte 8, bit 2), camera's own */
+  uint8_t alarm;               /* flag (data byte 8, bit 1), camera's own */
+  uint8_t pictureFlip;         /* flag: turned upside down */
+  uint8_t colorGain;           /* 0..7 */
+  uint8_t advancedPrivacy;     /* flag */
+  uint8_t alarm1;              /* flag (data byte 9, bit 1), camera's own: a second one for the alarm */
+  uint8_t pictureFlip1;        /* flag (data byte 9, bit 0): a second one for the flip */
+  uint8_t aeResponse;          /* 0..31 */
+  uint8_t gamma;               /* 0..7, camera's own */
+  uint8_t highSensitivityMode; /* flag */
+  uint8_t nrLevel;             /* noise reduction: 0 off, 1..7 level */
+  uint8_t chromaSuppress;      /* 0..7, camera's own */
+  uint8_t gainLimit;           /* position, see SnrQM2150_GainPos2dB */
 } EnlargeFunction1Record;
 
-/* Block 4. */
+/* Block 4: wide dynamic range. */
 typedef struct {
-  uint8_t wideDMode;
-  uint8_t wideDScreenDisplay;
-  uint8_t wideDDetectionSensitivity;
-  uint8_t wideDShadowCorrectionLevel;
-  uint8_t wideDHighlightCorrectionLevel;
-  uint8_t wideDShortExposureRatio;
+  uint8_t wideDMode;                     /* 0 off, 1 on, 2 auto on/off, 3 on (exposure ratio), 4 on (histogram) */
+  uint8_t wideDScreenDisplay;            /* 0 combined image, 1 long/short division, 2 long-time, 3 short-time */
+  uint8_t wideDDetectionSensitivity;     /* reported as 0 L, 1 M, 2 H */
+  uint8_t wideDShadowCorrectionLevel;    /* reported as 0 L, 1 M, 2 H, 3 S */
+  uint8_t wideDHighlightCorrectionLevel; /* reported as 0 L, 1 M, 2 H */
+  uint8_t wideDShortExposureRatio;       /* 0..255 */
 } EnlargeFunction2Record;
 
 extern LensControlRecord gtLensControl;

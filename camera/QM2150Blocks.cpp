@@ -1,4 +1,4 @@
-// The block inquiries: a table of fields each, one routine that walks it.
+// The block inquiries: a table of fields for each, and one routine that reads them all.
 #include <bit>
 #include <cstddef>
 #include <cstring>
@@ -23,9 +23,9 @@ constexpr uint8_t kDataBytes = 13;
 // Which bits of the data bytes D0..D12 make up a field.
 struct Bits {
   uint8_t first;     // first byte
-  uint8_t bytes;     // how many, the first highest, each moving the ones before it up by a nibble
-  uint8_t mask;      // of each byte, moved down to bit 0
-  uint8_t shift;     // moved up in the end
+  uint8_t bytes;     // number of bytes, the most significant first; each adds a nibble below the ones before it
+  uint8_t mask;      // of each byte; what it selects is shifted down to bit 0
+  uint8_t shift;     // of the whole, upwards
   bool wholeSecond;  // the second byte counts whole and with its low nibble set: see CameraId
 };
 
@@ -33,8 +33,8 @@ constexpr Bits Masked(uint8_t byte, uint8_t mask) { return {byte, 1, mask, 0, fa
 constexpr Bits Bit(uint8_t byte, uint8_t bit) { return Masked(byte, static_cast<uint8_t>(1 << bit)); }
 constexpr Bits Nibbles(uint8_t first, uint8_t count, uint8_t shift = 0) { return {first, count, 0x0F, shift, false}; }
 
-// Four nibbles, but for the second: its byte is ORed with 0x0F where one expects AND, on purpose. Bits 8..11
-// are always ones, and the byte's high nibble reaches bits 12..15.
+// Four nibbles, except that the second byte is ORed with 0x0F where one expects AND: bits 8..11 are always ones, and
+// the byte's high nibble reaches bits 12..15. Intentional: those who compare camera identifiers have stored them so.
 constexpr Bits CameraId(uint8_t first) { return {first, 4, 0x0F, 0, true}; }
 
 uint16_t Extract(const Bits& bits, const uint8_t* d) {
@@ -52,7 +52,7 @@ struct Field {
   size_t offset;  // in the record
   size_t width;   // in bytes, 1 or 2
   Bits bits;
-  const char* label;  // of its log line, uneven blanks and misspellings kept
+  const char* label;  // its log line; uneven blanks and misspellings are kept for those who watch the log
 };
 
 #define FIELD(record, name) offsetof(record, name), sizeof(record::name)
@@ -60,7 +60,7 @@ struct Field {
 constexpr Field kLensControl[] = {
     {FIELD(LensControlRecord, zoomPos), Nibbles(0, 4), "Zoom Pos\t\t=\t0x%04x\n"},
     {FIELD(LensControlRecord, focusNearLimit), Nibbles(4, 2, 8), "Focus Near Limit\t=\t0x%04x\n"},
-    {FIELD(LensControlRecord, focusPos), Nibbles(6, 4), "Focus Pos\t\t=\t0x%02x\n"},  // two digits, on purpose
+    {FIELD(LensControlRecord, focusPos), Nibbles(6, 4), "Focus Pos\t\t=\t0x%02x\n"},  // two digits: kept
     {FIELD(LensControlRecord, dzoomMode), Bit(11, 5), "DZoom Mode\t\t=\t0x%02x\n"},
     {FIELD(LensControlRecord, afMode), Masked(11, 0x18), "AF Mode\t\t=\t0x%02x\n"},
     {FIELD(LensControlRecord, afSensitivity), Bit(11, 2), "AF Sensitivity  \t=\t0x%02x\n"},
@@ -143,6 +143,40 @@ constexpr Field kEnlargeFunction2[] = {
 
 #undef FIELD
 
+// Converts to any field, to count those of a record.
+struct AnyField {
+  template <typename T>
+  operator T() const;
+};
+
+template <typename Record, typename... Fields>
+consteval size_t CountFields() {
+  if constexpr (requires { Record{Fields{}..., AnyField{}}; }) {
+    return CountFields<Record, Fields..., AnyField>();
+  } else {
+    return sizeof...(Fields);
+  }
+}
+
+// A row for every field, in the record's order: this is also the order of the log lines.
+template <typename Record>
+consteval bool CoversRecord(std::span<const Field> rows) {
+  for (size_t k = 1; k < rows.size(); ++k) {
+    if (rows[k].offset <= rows[k - 1].offset) {
+      return false;
+    }
+  }
+  return rows.size() == CountFields<Record>();
+}
+
+static_assert(CoversRecord<LensControlRecord>(kLensControl), "a field of LensControlRecord lacks its row");
+static_assert(CoversRecord<CameraControlRecord>(kCameraControl), "a field of CameraControlRecord lacks its row");
+static_assert(CoversRecord<OtherControlRecord>(kOtherControl), "a field of OtherControlRecord lacks its row");
+static_assert(CoversRecord<EnlargeFunction1Record>(kEnlargeFunction1),
+              "a field of EnlargeFunction1Record lacks its row");
+static_assert(CoversRecord<EnlargeFunction2Record>(kEnlargeFunction2),
+              "a field of EnlargeFunction2Record lacks its row");
+
 int GetBlock(uint8_t block, const char* lengthFailure, std::span<const Field> fields, void* record) {
   const uint8_t body[] = {kCategoryBlock, block};
   tVisca reply;
@@ -150,7 +184,7 @@ int GetBlock(uint8_t block, const char* lengthFailure, std::span<const Field> fi
     return result;
   }
   if (reply.length != kDataBytes) {
-    return Failed(lengthFailure, RESULT_BAD_REPLY);
+    return LogFailure(RESULT_BAD_REPLY, lengthFailure);
   }
   for (const Field& field : fields) {
     const uint16_t value = Extract(field.bits, reply.bData);

@@ -1,6 +1,4 @@
-// The camera settings: a table row each, one read routine, one write routine.
-#include <unistd.h>
-
+// The camera settings: one table row each, one read routine, one write routine.
 #include <algorithm>
 #include <initializer_list>
 
@@ -11,7 +9,7 @@
 
 namespace {
 
-// --- Where the value stands in the reply's data bytes ---
+// --- Where the value is in the reply's data bytes ---
 
 uint8_t Byte0(const uint8_t* d) { return d[0]; }
 uint8_t LowNibble0(const uint8_t* d) { return d[0] & 0x0F; }
@@ -45,107 +43,151 @@ uint32_t PutWdr(tWdrParam v, uint8_t* d) {
 
 // --- The settings ---
 
-// The texts are kept as they stand, misspelt or naming another routine as some are. Length and mismatch texts
-// are formats: the first is given the getter's name, the second the setter's name, the value written and the
-// value read; a text may leave them unused.
+// A row holds every text in full. Intentional: a text is kept even if it is misspelt or names another routine or byte,
+// because those who watch the log rely on it.
 template <typename T>
 struct Setting {
   uint8_t code;         // of inquiry and command
   uint8_t replyLength;  // data bytes
   struct {
     uint8_t first, count;
-  } zero;  // reply bytes that must be 0x00
+  } zero = {};  // reply bytes that must be 0x00
   T (*value)(const uint8_t* d);
   uint32_t (*data)(T value, uint8_t* d);
-  const char* getter;
-  const char* setter;
   const char* lengthFailure;
-  const char* zeroFailure;
-  const char* readFailure;  // of the first read-back
-  const char* mismatch;
-  const char* secondReadFailure = nullptr;  // none: as the first
+  const char* zeroFailure = nullptr;
+  const char* readFailure;                  // of the first read-back
+  const char* secondReadFailure = nullptr;  // none: the same as the first
+  const char* mismatch;                     // a format: the value written, then the value read; may show neither
   int lengthResult = RESULT_BAD_REPLY;
 };
 
-constexpr char kLen[] = "%s len fail!\n";  // with the getter's name
-constexpr char kWbLen[] = "GetWbMode len fail!\n";
-constexpr char kZ1[] = "tVisca.bData[6] != 0x00 || tVisca.bData[7] != 0x00\n";
-constexpr char kZ2[] = "tVisca.bData[0] != 0x00 || tVisca.bData[1] != 0x00\n";
-constexpr char kZ3[] = "tVisca.bData[0] != 0x00 || tVisca.bData[1] != 0x00!\n";
-constexpr char kZ4[] = "tVisca.bData[0] != 0x00 || tVisca.bData[0] != 0x00!\n";  // byte 0 twice, whatever is checked
-constexpr char kBValue[] = "%s bValue(0x%02x) != bReadValue(0x%02x)\n";
-
-// clang-format off
 using Byte = Setting<uint8_t>;
 using Word = Setting<uint16_t>;
 using Wdr = Setting<tWdrParam>;
 
-//                                 code, reply, zero, value,   command,
-//                                 getter, setter, length failure, zero failure,
-//                                 read failure, mismatch[, second read failure[, length result]]
-constexpr Byte kNR              = {0x53, 1, {},     LowNibble0,   PutQ,
-    "QM2150_GetNR", "QM2150_SetNR", kLen, nullptr,
-    "QM2150_GetNR bReadValue fail\n", kBValue};
-constexpr Wdr  kWdrParams       = {0x2D, 8, {6, 2}, WdrFields,    PutWdr,
-    "QM2150_GetWdrParams", "QM2150_SetWdrParams", kLen, kZ1,
-    "QM2150_GetWdrParams tReadWdrParams fail\n", "%s tWdrParam != tReadWdrParams\n"};
-constexpr Byte kWdrMode         = {0x3D, 1, {},     Byte0,        PutV,
-    "QM2150_GetWdrMode", "QM2150_SetWdrMode", kLen, nullptr,
-    "QM2150_GetWdrMode bReadWdrMode fail!\n", "%s bWdrMode(0x%02x) != bReadWdrMode(0x%02x)\n"};
-constexpr Byte kBgain           = {0x44, 4, {0, 2}, Nibbles2And3, Put00PQ,
-    "QM2150_GetBgain", "QM2150_SetBgain", kLen, kZ2,
-    "QM2150_GetBgain bReadValue fail\n", kBValue};
-constexpr Byte kRgain           = {0x43, 4, {0, 2}, Nibbles2And3, Put00PQ,
-    "QM2150_GetRgain", "QM2150_SetRgain", kLen, kZ2,
-    "QM2150_GetRgain bReadValue fail\n", kBValue};
-constexpr Byte kIrisPos         = {0x4B, 4, {0, 2}, Nibbles2And3, Put00PQ,
-    "QM2150_GetIrisPos", "QM2150_SetIrisPos", kLen, kZ3,
-    "QM2150_GetIrisPos bReadValue fail\n", kBValue};
-constexpr Byte kGainPos         = {0x4C, 4, {0, 2}, Nibbles2And3, Put00PQ,
-    "QM2150_GetGainPos", "QM2150_SetGainPos", kLen, kZ2,
-    "QM2150_GetGainPos bReadGainPos fail!\n", "%s bGainPos(0x%02x) != bReadGainPos(0x%02x)\n"};
-constexpr Byte kGainLimit       = {0x2C, 1, {},     LowNibble0,   PutQ,
-    "QM2150_GetGainLimit", "QM2150_SetGainLimit", kLen, nullptr,
-    "QM2150_GetGainLimit bReadGainLimit fail!\n", "%s bGainLimit(0x%02x) != bReadGainLimit(0x%02x)\n"};
-constexpr Byte kHighSensitivity = {0x5E, 1, {},     Byte0,        PutV,
-    "QM2150_GetHighSensitivity", "QM2150_SetHighSensitivity", kLen, nullptr,
-    "QM2150_GetHighSensitivity bReadOnOrOff fail!\n", "QM2150_SetHighSensitivity bOnOrOff != bReadOnOrOff.\n"};
-constexpr Byte kExpCompStep     = {0x4E, 4, {0, 3}, Byte3,        Put00PQ,    // sent as two nibbles, read as one byte, on purpose
-    "QM2150_GetExpCompStep", "QM2150_SetExpCompStep", kLen, kZ4,
-    "QM2150_GetExpCompStep bReadExpCompStep fail!\n", "QM2150_SetExpCompStep bExpCompStep != bReadExpCompStep!\n"};
-constexpr Byte kExpComp         = {0x3E, 1, {},     Byte0,        PutV,
-    "QM2150_GetExpComp", "QM2150_SetExpComp", kLen, nullptr,
-    "QM2150_GetExpComp bReadExpComp fail!\n", "QM2150_SetExpComp bExpComp != bReadExpComp.\n"};
-constexpr Byte kPictureFlip     = {0x66, 1, {},     Byte0,        PutV,
-    "QM2150_GetPictureFlip", "QM2150_SetPictureFlip", kLen, nullptr,
-    "QM2150_GetPictureFlip bReadPictureFlip fail!\n", "QM2150_SetPictureFlip bPictureFlip != bReadPictureFlip.\n"};
-constexpr Byte kLrReverse       = {0x61, 1, {},     Byte0,        PutV,
-    "QM2150_GetLrReverse", "QM2150_SetLrReverse", "QM2150_GetMirror len fail!\n", nullptr,
-    "QM2150_GetLrReverse bReadLrReverse fail!\n", "QM2150_GetMirror bLrReverse != bReadLrReverse.\n", "QM2150_SetLrReverse bReadLrReverse fail!\n"};
-constexpr Byte kIcr             = {0x01, 1, {},     Byte0,        PutV,
-    "QM2150_GetIcr", "QM2150_SetIcr", kLen, nullptr,
-    "QM2150_GetIcr bReadIcr fail!\n", "QM2150_SetIcr bIcr != bReadIcr.\n"};
-constexpr Byte kAutoIcr         = {0x51, 1, {},     Byte0,        PutV,
-    "QM2150_GetAutoIcr", "QM2150_SetAutoIcr", kLen, nullptr,
-    "QM2150_GetAutoIcr bReadAutoIcr fail!\n", "QM2150_SetAutoIcr bAutoIcr != bReadAutoIcr.\n"};
-constexpr Byte kColorGain       = {0x49, 4, {0, 3}, Byte3,        Put000V,    // one whole byte, on purpose
-    "QM2150_GetColorGain", "QM2150_SetColorGain", kLen, kZ4,
-    "QM2150_GetColorGain sReadShutter fail!\n", "QM2150_SetShutter bColorGain != bReadColorGain.\n", "QM2150_GetColorGain bReadColorGain fail!\n"};
-constexpr Word kShutter         = {0x4A, 4, {0, 2}, Bytes2And3,   Put00VV,    // two whole bytes, no nibbles, on purpose
-    "QM2150_GetShutter", "QM2150_SetShutter", "QM2150_GetShtter len fail!\n", kZ4,
-    "QM2150_GetShutter sReadShutter fail!\n", "QM2150_SetShutter sShutter != sReadShutter!\n"};
-constexpr Byte kAfMode          = {0x57, 1, {},     Byte0,        PutV,
-    "QM2150_GetAfMode", "QM2150_SetAfMode", kWbLen, nullptr,
-    "QM2150_GetAfMode bReadAfMode fail!\n", "QM2150_SetAfMode bAfMode != bReadAfMode!\n"};
-constexpr Byte kFocusMode       = {0x38, 1, {},     Byte0,        PutV,
-    "QM2150_GetFocusMode", "QM2150_SetFocusMode", kLen, nullptr,
-    "QM2150_GetFocusMode bReadFocusMode fail!\n", "%s bFocusMode != bReadFocusMode!\n"};
-constexpr Byte kAeMode          = {0x39, 1, {},     Byte0,        PutV,
-    "QM2150_GetAeMode", "QM2150_SetAeMode", kWbLen, nullptr,
-    "QM2150_GetAeMode bReadAeMode fail!\n", "QM2150_SetAeMode bAeMode != bReadAeMode!\n"};
-constexpr Byte kWbMode          = {0x35, 1, {},     Byte0,        PutV,
-    "QM2150_GetWbMode", "QM2150_SetWbMode", kWbLen, nullptr,
-    "QM2150_GetWbMode bReadWbMode fail!\n", "QM2150_SetWbMode bWbMode != bReadWbMode!\n", nullptr, RESULT_NOT_CONFIRMED};  // -60 for a wrong length: this one alone, on purpose
+// One text per line.
+// clang-format off
+constexpr Byte kNR = {
+    .code = 0x53, .replyLength = 1, .value = LowNibble0, .data = PutQ,
+    .lengthFailure = "QM2150_GetNR len fail!\n",
+    .readFailure = "QM2150_GetNR bReadValue fail\n",
+    .mismatch = "QM2150_SetNR bValue(0x%02x) != bReadValue(0x%02x)\n"};
+constexpr Wdr kWdrParams = {
+    .code = 0x2D, .replyLength = 8, .zero = {6, 2}, .value = WdrFields, .data = PutWdr,
+    .lengthFailure = "QM2150_GetWdrParams len fail!\n",
+    .zeroFailure = "tVisca.bData[6] != 0x00 || tVisca.bData[7] != 0x00\n",
+    .readFailure = "QM2150_GetWdrParams tReadWdrParams fail\n",
+    .mismatch = "QM2150_SetWdrParams tWdrParam != tReadWdrParams\n"};
+constexpr Byte kWdrMode = {
+    .code = 0x3D, .replyLength = 1, .value = Byte0, .data = PutV,
+    .lengthFailure = "QM2150_GetWdrMode len fail!\n",
+    .readFailure = "QM2150_GetWdrMode bReadWdrMode fail!\n",
+    .mismatch = "QM2150_SetWdrMode bWdrMode(0x%02x) != bReadWdrMode(0x%02x)\n"};
+constexpr Byte kBgain = {
+    .code = 0x44, .replyLength = 4, .zero = {0, 2}, .value = Nibbles2And3, .data = Put00PQ,
+    .lengthFailure = "QM2150_GetBgain len fail!\n",
+    .zeroFailure = "tVisca.bData[0] != 0x00 || tVisca.bData[1] != 0x00\n",
+    .readFailure = "QM2150_GetBgain bReadValue fail\n",
+    .mismatch = "QM2150_SetBgain bValue(0x%02x) != bReadValue(0x%02x)\n"};
+constexpr Byte kRgain = {
+    .code = 0x43, .replyLength = 4, .zero = {0, 2}, .value = Nibbles2And3, .data = Put00PQ,
+    .lengthFailure = "QM2150_GetRgain len fail!\n",
+    .zeroFailure = "tVisca.bData[0] != 0x00 || tVisca.bData[1] != 0x00\n",
+    .readFailure = "QM2150_GetRgain bReadValue fail\n",
+    .mismatch = "QM2150_SetRgain bValue(0x%02x) != bReadValue(0x%02x)\n"};
+constexpr Byte kIrisPos = {
+    .code = 0x4B, .replyLength = 4, .zero = {0, 2}, .value = Nibbles2And3, .data = Put00PQ,
+    .lengthFailure = "QM2150_GetIrisPos len fail!\n",
+    .zeroFailure = "tVisca.bData[0] != 0x00 || tVisca.bData[1] != 0x00!\n",
+    .readFailure = "QM2150_GetIrisPos bReadValue fail\n",
+    .mismatch = "QM2150_SetIrisPos bValue(0x%02x) != bReadValue(0x%02x)\n"};
+constexpr Byte kGainPos = {
+    .code = 0x4C, .replyLength = 4, .zero = {0, 2}, .value = Nibbles2And3, .data = Put00PQ,
+    .lengthFailure = "QM2150_GetGainPos len fail!\n",
+    .zeroFailure = "tVisca.bData[0] != 0x00 || tVisca.bData[1] != 0x00\n",
+    .readFailure = "QM2150_GetGainPos bReadGainPos fail!\n",
+    .mismatch = "QM2150_SetGainPos bGainPos(0x%02x) != bReadGainPos(0x%02x)\n"};
+constexpr Byte kGainLimit = {
+    .code = 0x2C, .replyLength = 1, .value = LowNibble0, .data = PutQ,
+    .lengthFailure = "QM2150_GetGainLimit len fail!\n",
+    .readFailure = "QM2150_GetGainLimit bReadGainLimit fail!\n",
+    .mismatch = "QM2150_SetGainLimit bGainLimit(0x%02x) != bReadGainLimit(0x%02x)\n"};
+constexpr Byte kHighSensitivity = {
+    .code = 0x5E, .replyLength = 1, .value = Byte0, .data = PutV,
+    .lengthFailure = "QM2150_GetHighSensitivity len fail!\n",
+    .readFailure = "QM2150_GetHighSensitivity bReadOnOrOff fail!\n",
+    .mismatch = "QM2150_SetHighSensitivity bOnOrOff != bReadOnOrOff.\n"};
+// Intentional: sent as two nibbles but read back as one byte, so only 0..15 is ever confirmed. The camera expects this.
+constexpr Byte kExpCompStep = {
+    .code = 0x4E, .replyLength = 4, .zero = {0, 3}, .value = Byte3, .data = Put00PQ,
+    .lengthFailure = "QM2150_GetExpCompStep len fail!\n",
+    .zeroFailure = "tVisca.bData[0] != 0x00 || tVisca.bData[0] != 0x00!\n",
+    .readFailure = "QM2150_GetExpCompStep bReadExpCompStep fail!\n",
+    .mismatch = "QM2150_SetExpCompStep bExpCompStep != bReadExpCompStep!\n"};
+constexpr Byte kExpComp = {
+    .code = 0x3E, .replyLength = 1, .value = Byte0, .data = PutV,
+    .lengthFailure = "QM2150_GetExpComp len fail!\n",
+    .readFailure = "QM2150_GetExpComp bReadExpComp fail!\n",
+    .mismatch = "QM2150_SetExpComp bExpComp != bReadExpComp.\n"};
+constexpr Byte kPictureFlip = {
+    .code = 0x66, .replyLength = 1, .value = Byte0, .data = PutV,
+    .lengthFailure = "QM2150_GetPictureFlip len fail!\n",
+    .readFailure = "QM2150_GetPictureFlip bReadPictureFlip fail!\n",
+    .mismatch = "QM2150_SetPictureFlip bPictureFlip != bReadPictureFlip.\n"};
+constexpr Byte kLrReverse = {
+    .code = 0x61, .replyLength = 1, .value = Byte0, .data = PutV,
+    .lengthFailure = "QM2150_GetMirror len fail!\n",
+    .readFailure = "QM2150_GetLrReverse bReadLrReverse fail!\n",
+    .secondReadFailure = "QM2150_SetLrReverse bReadLrReverse fail!\n",
+    .mismatch = "QM2150_GetMirror bLrReverse != bReadLrReverse.\n"};
+constexpr Byte kIcr = {
+    .code = 0x01, .replyLength = 1, .value = Byte0, .data = PutV,
+    .lengthFailure = "QM2150_GetIcr len fail!\n",
+    .readFailure = "QM2150_GetIcr bReadIcr fail!\n",
+    .mismatch = "QM2150_SetIcr bIcr != bReadIcr.\n"};
+constexpr Byte kAutoIcr = {
+    .code = 0x51, .replyLength = 1, .value = Byte0, .data = PutV,
+    .lengthFailure = "QM2150_GetAutoIcr len fail!\n",
+    .readFailure = "QM2150_GetAutoIcr bReadAutoIcr fail!\n",
+    .mismatch = "QM2150_SetAutoIcr bAutoIcr != bReadAutoIcr.\n"};
+// Intentional: one whole byte in the last place, no nibbles. The camera expects this. Some texts name the shutter.
+constexpr Byte kColorGain = {
+    .code = 0x49, .replyLength = 4, .zero = {0, 3}, .value = Byte3, .data = Put000V,
+    .lengthFailure = "QM2150_GetColorGain len fail!\n",
+    .zeroFailure = "tVisca.bData[0] != 0x00 || tVisca.bData[0] != 0x00!\n",
+    .readFailure = "QM2150_GetColorGain sReadShutter fail!\n",
+    .secondReadFailure = "QM2150_GetColorGain bReadColorGain fail!\n",
+    .mismatch = "QM2150_SetShutter bColorGain != bReadColorGain.\n"};
+// Intentional: two whole bytes, no nibbles. The camera expects this.
+constexpr Word kShutter = {
+    .code = 0x4A, .replyLength = 4, .zero = {0, 2}, .value = Bytes2And3, .data = Put00VV,
+    .lengthFailure = "QM2150_GetShtter len fail!\n",
+    .zeroFailure = "tVisca.bData[0] != 0x00 || tVisca.bData[0] != 0x00!\n",
+    .readFailure = "QM2150_GetShutter sReadShutter fail!\n",
+    .mismatch = "QM2150_SetShutter sShutter != sReadShutter!\n"};
+constexpr Byte kAfMode = {
+    .code = 0x57, .replyLength = 1, .value = Byte0, .data = PutV,
+    .lengthFailure = "GetWbMode len fail!\n",
+    .readFailure = "QM2150_GetAfMode bReadAfMode fail!\n",
+    .mismatch = "QM2150_SetAfMode bAfMode != bReadAfMode!\n"};
+constexpr Byte kFocusMode = {
+    .code = 0x38, .replyLength = 1, .value = Byte0, .data = PutV,
+    .lengthFailure = "QM2150_GetFocusMode len fail!\n",
+    .readFailure = "QM2150_GetFocusMode bReadFocusMode fail!\n",
+    .mismatch = "QM2150_SetFocusMode bFocusMode != bReadFocusMode!\n"};
+constexpr Byte kAeMode = {
+    .code = 0x39, .replyLength = 1, .value = Byte0, .data = PutV,
+    .lengthFailure = "GetWbMode len fail!\n",
+    .readFailure = "QM2150_GetAeMode bReadAeMode fail!\n",
+    .mismatch = "QM2150_SetAeMode bAeMode != bReadAeMode!\n"};
+// Intentional: -60 for a reply of a wrong length, in this row only. The library's callers rely on it.
+constexpr Byte kWbMode = {
+    .code = 0x35, .replyLength = 1, .value = Byte0, .data = PutV,
+    .lengthFailure = "GetWbMode len fail!\n",
+    .readFailure = "QM2150_GetWbMode bReadWbMode fail!\n",
+    .mismatch = "QM2150_SetWbMode bWbMode != bReadWbMode!\n",
+    .lengthResult = RESULT_NOT_CONFIRMED};
 // clang-format on
 
 // --- Reading and writing ---
@@ -157,12 +199,11 @@ int Get(const Setting<T>& setting, T* out) {
     return result;
   }
   if (reply.length != setting.replyLength) {
-    LOG(LOG_ERR, setting.lengthFailure, setting.getter);
-    return setting.lengthResult;
+    return LogFailure(setting.lengthResult, setting.lengthFailure);
   }
   const uint8_t* const zero = reply.bData + setting.zero.first;
   if (std::any_of(zero, zero + setting.zero.count, [](uint8_t byte) { return byte != 0x00; })) {
-    return Failed(setting.zeroFailure, RESULT_BAD_REPLY);
+    return LogFailure(RESULT_BAD_REPLY, setting.zeroFailure);
   }
   *out = setting.value(reply.bData);
   return RESULT_OK;
@@ -174,34 +215,33 @@ bool Same(T first, T second) {
 }
 bool Same(tWdrParam first, tWdrParam second) { return QM2150_CompareWdrParams(&first, &second) == 0; }
 
-// A value as the mismatch texts show it; the text of the parameters shows none.
 template <typename T>
-unsigned Shown(T value) {
-  return value;
+void LogMismatch(const Setting<T>& setting, T written, T readBack) {
+  LOG(LOG_ERR, setting.mismatch, unsigned{written}, unsigned{readBack});
 }
-unsigned Shown(tWdrParam) { return 0; }
+void LogMismatch(const Wdr& setting, tWdrParam, tWdrParam) { LOG(LOG_ERR, "%s", setting.mismatch); }
 
-// The value read back is compared with the value as passed: one that the command does not carry whole is
-// never confirmed, on purpose.
+// Intentional: the value read back is compared with the value as passed. A value that the command cannot carry whole
+// is therefore never confirmed, and the caller learns that it was cut.
 template <typename T>
 int Set(const Setting<T>& setting, T value) {
   uint8_t data[16] = {setting.code};
   const uint32_t count = 1 + setting.data(value, data + 1);
   if (const int result = QM2150_Command(count, data); result < 0) {
-    return Failed("QM2150_Command fail!\n", result);
+    return LogFailure(result, "QM2150_Command fail!\n");
   }
   T readBack{};
-  for (const bool first : {true, false}) {
-    usleep(50000);
-    if (const int result = Get(setting, &readBack); result < 0) {
-      const bool ownLine = !first && setting.secondReadFailure != nullptr;
-      return Failed(ownLine ? setting.secondReadFailure : setting.readFailure, result);
+  const int result = ReadBackTwice([&](bool first) {
+    if (const int failure = Get(setting, &readBack); failure < 0) {
+      const bool ownText = !first && setting.secondReadFailure != nullptr;
+      return LogFailure(failure, ownText ? setting.secondReadFailure : setting.readFailure);
     }
-    if (Same(value, readBack)) {
-      return RESULT_OK;
-    }
+    return Same(value, readBack) ? RESULT_OK : kReadBackDiffers;
+  });
+  if (result != kReadBackDiffers) {
+    return result;
   }
-  LOG(LOG_ERR, setting.mismatch, setting.setter, Shown(value), Shown(readBack));
+  LogMismatch(setting, value, readBack);
   return RESULT_NOT_CONFIRMED;
 }
 

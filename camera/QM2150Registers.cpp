@@ -1,5 +1,4 @@
-#include <unistd.h>
-
+// The camera's register bank, sensor mode and version, and the white-balance trigger.
 #include "camera/QM2150.h"
 #include "camera/QM2150Transaction.h"
 #include "support/Log.h"
@@ -17,20 +16,15 @@ constexpr uint8_t kOnePush = 0x05;
 
 int QM2150_SetRegisterValue(uint8_t number, uint8_t value) {
   const uint8_t data[] = {kCodeRegister, number, static_cast<uint8_t>(value >> 4), static_cast<uint8_t>(value & 0x0F)};
-  PrepareRequest(kSelectorCommand, kCategoryCamera, sizeof data, data);
-  if (const int result = ProcessVisca(); result < 0) {
-    return result;
-  }
-  return CheckAcknowledged();
+  return QM2150_Command(sizeof data, data);
 }
 
 int QM2150_GetRegisterValue(uint8_t number, uint8_t* value) {
   const uint8_t data[] = {kCodeRegister, number};
-  PrepareRequest(kSelectorInquiry, kCategoryCamera, sizeof data, data);
-  if (const int result = ProcessVisca(); result < 0) {
+  if (const int result = Transact(kSelectorInquiry, kCategoryCamera, sizeof data, data); result < 0) {
     return result;
   }
-  // The reply is used as it stands: neither judged nor masked.
+  // The reply is used as it is: neither checked nor masked.
   *value = static_cast<uint8_t>((gtUart1ViscaResp.middle[0] << 4) + gtUart1ViscaResp.middle[1]);
   return RESULT_OK;
 }
@@ -39,28 +33,28 @@ int QM2150_GetSnrMode(uint8_t* mode) { return QM2150_GetRegisterValue(kRegisterS
 
 int QM2150_SetSnrMode(uint8_t mode) {
   if (const int result = QM2150_SetRegisterValue(kRegisterSnrMode, mode); result < 0) {
-    return Failed("QM2150_SetRegisterValue failed!", result);
+    return LogFailure(result, "QM2150_SetRegisterValue failed!");
   }
-  for (int attempt = 1; attempt <= 2; ++attempt) {
-    usleep(50000);
+  const int result = ReadBackTwice([mode](bool) {
     uint8_t readBack = 0;
-    if (const int result = QM2150_GetSnrMode(&readBack); result < 0) {
-      return Failed("QM2150_GetSnrMode failed!", result);
+    if (const int failure = QM2150_GetSnrMode(&readBack); failure < 0) {
+      return LogFailure(failure, "QM2150_GetSnrMode failed!");
     }
-    if (readBack == mode) {
-      return RESULT_OK;
-    }
+    return readBack == mode ? RESULT_OK : kReadBackDiffers;
+  });
+  if (result != kReadBackDiffers) {
+    return result;
   }
-  // A mode that does not take is told to the log only: the result is the last read's, on purpose.
-  return Failed("QM2150_SetSnrMode bRegValue != bReadRegValue failed!", RESULT_OK);
+  // Intentional: a rejected mode is only logged, and callers (-s 2 among them) go on as if it had been set.
+  LOG(LOG_ERR, "QM2150_SetSnrMode bRegValue != bReadRegValue failed!");
+  return RESULT_OK;
 }
 
 int QM2150_GetVersion(uint16_t* model, uint16_t* romVersion) {
-  PrepareRequest(kSelectorInquiry, kCategoryInterface, 1, &kCodeVersion);
-  if (const int result = ProcessVisca(); result < 0) {
+  if (const int result = Transact(kSelectorInquiry, kCategoryInterface, 1, &kCodeVersion); result < 0) {
     return result;
   }
-  const uint8_t* const m = gtUart1ViscaResp.middle;  // vendor word, model, ROM version, sockets; not judged
+  const uint8_t* const m = gtUart1ViscaResp.middle;  // vendor, model, ROM version, sockets; not checked
   *model = static_cast<uint16_t>(m[2] << 8 | m[3]);
   *romVersion = static_cast<uint16_t>(m[4] << 8 | m[5]);
   return RESULT_OK;
@@ -68,8 +62,5 @@ int QM2150_GetVersion(uint16_t* model, uint16_t* romVersion) {
 
 int QM2150_WbOnePushTrigger(void) {
   const uint8_t data[] = {kCodeWbTrigger, kOnePush};
-  if (const int result = QM2150_Command(sizeof data, data); result < 0) {
-    return Failed("QM2150_Command fail!\n", result);
-  }
-  return RESULT_OK;
+  return LogFailure(QM2150_Command(sizeof data, data), "QM2150_Command fail!\n");
 }

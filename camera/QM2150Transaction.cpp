@@ -19,13 +19,13 @@ static_assert(sizeof(tVisca) == 20);
 
 namespace {
 
-constexpr uint8_t kAddress = 0x81;  // camera at address 1
+constexpr uint8_t kAddress = 0x81;  // from the controller to the camera at address 1
 constexpr uint8_t kReplyHeader = 0x90;
 constexpr uint8_t kTerminator = 0xFF;
 constexpr uint8_t kCompletion = 0x50;
 constexpr uint8_t kError = 0x60;
 
-// From the prepared request to a reply body with the right header.
+// Completes and sends the prepared request and receives a reply body with the right header and sequence id.
 int Exchange() {
   ViscaRequestFrame& request = gtUart1ViscaCmdInq;
   request.length = static_cast<uint8_t>(request.count + 4);
@@ -37,49 +37,41 @@ int Exchange() {
   gbUart1Command = kCommandVisca;
   request.stop = kFrameStop;
   if (const int result = QM2150_FillZR4410(&request, gtZR4410MsgqCmdBuf.body); result < 0) {
-    return Failed("QM2150_FillZR4410 failed!", result);
+    return LogFailure(result, "QM2150_FillZR4410 failed!");
   }
   if (const int result = ZR4410_MsgQ_Send(&gtZR4410MsgqCmdBuf); result < 0) {
-    return Failed("ZR4410_MsgQ_Send failed!", result);
+    return LogFailure(result, "ZR4410_MsgQ_Send failed!");
   }
   if (const int result = ZR4410_MsgQ_Receive(&gtZR4410MsgqRespBuf); result < 0) {
     switch (result) {
       case RESULT_STOPPED:
         return result;
       case RESULT_TIMEOUT:
-        return Failed("ZR4410_MsgQ_Receive timeout!", result);
+        return LogFailure(result, "ZR4410_MsgQ_Receive timeout!");
       default:
-        return Failed("ZR4410_MsgQ_Receive failed!", result);
+        return LogFailure(result, "ZR4410_MsgQ_Receive failed!");
     }
   }
-  if (QM2150_CheckZR4410Packet(gtZR4410MsgqRespBuf.body) < 0) {
-    return Failed("QM2150_CheckZR4410Packet failed!", RESULT_FAILED);
-  }
-  return RESULT_OK;
+  return LogFailure(QM2150_CheckZR4410Packet(gtZR4410MsgqRespBuf.body), "QM2150_CheckZR4410Packet failed!");
 }
 
 int UnwrapVisca() {
   if (const int result = QM2150_FillUart1Resp(gtZR4410MsgqRespBuf.body, &gtUart1ViscaResp); result < 0) {
-    return Failed("QM2150_FillUart1Resp failed!", result);
+    return LogFailure(result, "QM2150_FillUart1Resp failed!");
   }
-  if (const int result = QM2150_CheckUart1Resp(&gtUart1ViscaResp); result < 0) {
-    return Failed("QM2150_CheckUart1Resp failed!", result);
-  }
-  return RESULT_OK;
+  return LogFailure(QM2150_CheckUart1Resp(&gtUart1ViscaResp), "QM2150_CheckUart1Resp failed!");
 }
 
 int UnwrapAcknowledgement() {
   if (const int result = MCU_FillUart1Resp(gtZR4410MsgqRespBuf.body, &gtUart1Resp); result < 0) {
-    return Failed("QM2150_FillUart1Resp failed!", result);  // the camera's name in both branches, on purpose
+    // Intentional: names the camera's routine in both branches. Kept for those who watch the log.
+    return LogFailure(result, "QM2150_FillUart1Resp failed!");
   }
-  if (const int result = MCU_CheckUart1Resp(&gtUart1Resp); result < 0) {
-    return Failed("MCU_CheckUart1Resp failed!", result);
-  }
-  return RESULT_OK;
+  return LogFailure(MCU_CheckUart1Resp(&gtUart1Resp), "MCU_CheckUart1Resp failed!");
 }
 
-// The second line of a failed exchange.
-int Concluded(int result) { return result < 0 ? FailedUnlessStopped("QM2150_ProcessVisca failed!", result) : result; }
+// Adds the second log line of a failed exchange.
+int LogExchangeFailure(int result) { return LogFailureUnlessStopped(result, "QM2150_ProcessVisca failed!"); }
 
 struct ViscaError {
   uint8_t code;
@@ -95,6 +87,15 @@ constexpr ViscaError kViscaErrors[] = {
     {0x41, "VISCA RESP: Command not executable.\n"},
 };
 
+void PrepareRequest(uint8_t selector, uint8_t category, uint32_t count, const uint8_t* data) {
+  gtUart1ViscaCmdInq = {};
+  gtUart1ViscaResp = {};
+  gtUart1ViscaCmdInq.selector = selector;
+  gtUart1ViscaCmdInq.category = category;
+  gtUart1ViscaCmdInq.count = static_cast<uint8_t>(count);
+  std::copy_n(data, count, gtUart1ViscaCmdInq.data);
+}
+
 const char* ViscaErrorLine(uint8_t code) {
   for (const ViscaError& error : kViscaErrors) {
     if (error.code == code) {
@@ -106,18 +107,10 @@ const char* ViscaErrorLine(uint8_t code) {
 
 }  // namespace
 
-void PrepareRequest(uint8_t selector, uint8_t category, uint32_t count, const uint8_t* data) {
-  gtUart1ViscaCmdInq = {};
-  gtUart1ViscaResp = {};
-  gtUart1ViscaCmdInq.selector = selector;
-  gtUart1ViscaCmdInq.category = category;
-  gtUart1ViscaCmdInq.count = static_cast<uint8_t>(count);
-  std::copy_n(data, count, gtUart1ViscaCmdInq.data);
+int Transact(uint8_t selector, uint8_t category, uint32_t count, const uint8_t* data) {
+  PrepareRequest(selector, category, count, data);
+  return LogExchangeFailure(QM2150_ProcessVisca());
 }
-
-int ProcessVisca() { return Concluded(QM2150_ProcessVisca()); }
-
-int CheckAcknowledged() { return gtUart1Resp.data[0] == kAcknowledged ? RESULT_OK : RESULT_FAILED; }
 
 int QM2150_ProcessVisca(void) {
   if (const int result = Exchange(); result < 0) {
@@ -127,14 +120,13 @@ int QM2150_ProcessVisca(void) {
 }
 
 int QM2150_Command(uint32_t length, const uint8_t* data) {
-  if (length > sizeof gtUart1ViscaCmdInq.data) {  // the frame takes 12 at most: that stricter limit is the link's
+  if (length > sizeof gtUart1ViscaCmdInq.data) {  // 13 to 16 are refused by QM2150_FillZR4410, with another result
     return RESULT_FAILED;
   }
-  PrepareRequest(kSelectorCommand, kCategoryCamera, length, data);
-  if (const int result = ProcessVisca(); result < 0) {
+  if (const int result = Transact(kSelectorCommand, kCategoryCamera, length, data); result < 0) {
     return result;
   }
-  return CheckAcknowledged();
+  return gtUart1Resp.data[0] == kAcknowledged ? RESULT_OK : RESULT_FAILED;
 }
 
 int QM2150_Inquiry(uint8_t category, uint32_t length, const uint8_t* data, tVisca* out) {
@@ -142,16 +134,18 @@ int QM2150_Inquiry(uint8_t category, uint32_t length, const uint8_t* data, tVisc
     return RESULT_FAILED;
   }
   PrepareRequest(kSelectorInquiry, category, length, data);
-  if (const int result = Concluded(Exchange()); result < 0) {
+  if (const int result = LogExchangeFailure(Exchange()); result < 0) {
     return result;
   }
+  // The request record is global, so what runs meanwhile (a signal handler, the caller's other threads) can reach it:
+  // a reply must not be read as an inquiry's if the record says something else.
   if (gtUart1ViscaCmdInq.selector != kSelectorInquiry) {
-    return Concluded(RESULT_BAD_FRAME);
+    return LogExchangeFailure(RESULT_BAD_FRAME);
   }
-  if (const int result = Concluded(UnwrapVisca()); result < 0) {
+  if (const int result = LogExchangeFailure(UnwrapVisca()); result < 0) {
     return result;
   }
-  // From the first reply byte through the terminator the record has the shape of a tVisca.
+  // From the first reply byte through the terminator the record has the layout of a tVisca.
   static_assert(offsetof(ViscaReplyFrame, terminator) - offsetof(ViscaReplyFrame, first) ==
                 offsetof(tVisca, terminator));
   memcpy(out, FrameBytes(&gtUart1ViscaResp) + offsetof(ViscaReplyFrame, first), sizeof *out);
@@ -160,17 +154,17 @@ int QM2150_Inquiry(uint8_t category, uint32_t length, const uint8_t* data, tVisc
 
 int QM2150_ChecRespVisca(const tVisca* reply) {
   if (reply->header != kReplyHeader) {
-    return Failed("VISCA RESP Header fail!\n", RESULT_BAD_REPLY);
+    return LogFailure(RESULT_BAD_REPLY, "VISCA RESP Header fail!\n");
   }
   if (reply->terminator != kTerminator) {
-    return Failed("VISCA RESP Terminator fail!\n", RESULT_BAD_REPLY);
+    return LogFailure(RESULT_BAD_REPLY, "VISCA RESP Terminator fail!\n");
   }
-  // Only these two values are told apart: an acknowledgement, or an error with a socket number, passes.
+  // Only these two values are recognised: an acknowledgement, or an error with a socket number, passes.
   if (reply->replyType == kCompletion && DebugEnable(15, static_cast<uint32_t>(giDebug)) == 1) {
-    LOG(LOG_DEBUG, "VISCA RESP ACK!\n");  // a completion, called ACK on purpose
+    LOG(LOG_DEBUG, "VISCA RESP ACK!\n");  // a completion; the text is kept for those who watch the log
   }
   if (reply->replyType == kError) {
-    return Failed(ViscaErrorLine(reply->bData[0]), RESULT_BAD_REPLY);
+    return LogFailure(RESULT_BAD_REPLY, ViscaErrorLine(reply->bData[0]));
   }
   return RESULT_OK;
 }
@@ -178,10 +172,7 @@ int QM2150_ChecRespVisca(const tVisca* reply) {
 int InquireAndJudge(uint8_t category, uint32_t length, const uint8_t* data, tVisca* reply) {
   *reply = {};
   if (const int result = QM2150_Inquiry(category, length, data, reply); result < 0) {
-    return FailedUnlessStopped("QM2150_Inquiry fail!\n", result);
+    return LogFailureUnlessStopped(result, "QM2150_Inquiry fail!\n");
   }
-  if (const int result = QM2150_ChecRespVisca(reply); result < 0) {
-    return Failed("QM2150_ChecRespVisca fail!\n", result);
-  }
-  return RESULT_OK;
+  return LogFailure(QM2150_ChecRespVisca(reply), "QM2150_ChecRespVisca fail!\n");
 }

@@ -1,19 +1,19 @@
+// Raw positions to shutter times, F-numbers, dB, distances and magnification.
 #include <cstddef>
 #include <iterator>
 #include <span>
 
 #include "camera/Math.h"
+#include "camera/QM2150.h"
 #include "camera/SnrQM2150.h"
 #include "support/Results.h"
 
 namespace {
 
-constexpr double kNoValue = -99.0;
-
 // The value at a position on the straight lines between the table's points.
 int Interpolate(std::span<const CalibrationEntry> table, uint32_t position, double* out) {
   if (position < table.front().position || position > table.back().position) {
-    return RESULT_BAD_REPLY;
+    return RESULT_NO_ENTRY;
   }
   if (position == table.back().position) {
     *out = table.back().value;
@@ -40,7 +40,7 @@ int32_t SnrQM2150_Pos2Shutter(int32_t frequency, uint32_t position) {
                                       250, 350, 500, 725, 1000, 1500, 2000, 3000, 4000, 6000, 10000};
   static_assert(std::size(k50Hz) == 22 && std::size(k60Hz) == 22);
   if (position >= std::size(k50Hz)) {
-    return RESULT_BAD_REPLY;
+    return RESULT_NO_ENTRY;
   }
   switch (frequency) {
     case 50:
@@ -48,12 +48,13 @@ int32_t SnrQM2150_Pos2Shutter(int32_t frequency, uint32_t position) {
     case 60:
       return k60Hz[position];
     default:
-      return RESULT_BAD_REPLY;
+      return RESULT_NO_ENTRY;
   }
 }
 
 double SnrQM2150_IrisPos2Fno(uint32_t position) {
-  // 360.0 for the closed iris and nothing for 1 to 4, on purpose.
+  // Intentional: 360.0 for the closed iris, no value for 1 to 4. The exposure report fails on those.
+  static constexpr double kNoValue = SNRQM2150_NO_VALUE;
   static constexpr double kFno[] = {360.0, kNoValue, kNoValue, kNoValue, kNoValue, 14.0, 11.0, 9.6, 8.0,
                                     6.8,   5.6,      4.8,      4.0,      3.4,      2.8,  2.4,  2.0, 1.6};
   static_assert(std::size(kFno) == 18);
@@ -62,16 +63,16 @@ double SnrQM2150_IrisPos2Fno(uint32_t position) {
 
 double SnrQM2150_GainPos2dB(uint32_t highSensitivity, int32_t position) {
   if (position < 0 || position > 15) {
-    return kNoValue;
+    return SNRQM2150_NO_VALUE;
   }
   const double dB = position == 0 ? -3.0 : 2.0 * (position - 1);
   static constexpr double kHighSensitivity[] = {6.0, 6.0, 9.0, 9.0, 12.0};  // added from position 11 on
-  return highSensitivity == 2 && position >= 11 ? dB + kHighSensitivity[position - 11] : dB;
+  return highSensitivity == VISCA_ON && position >= 11 ? dB + kHighSensitivity[position - 11] : dB;
 }
 
 int SnrQM2150_ExpCompPos2Db(uint32_t position, double* out) {
   if (position > 14) {
-    return RESULT_BAD_REPLY;
+    return RESULT_NO_ENTRY;
   }
   *out = (position - 7.0) * 1.5;
   return RESULT_OK;
@@ -79,7 +80,7 @@ int SnrQM2150_ExpCompPos2Db(uint32_t position, double* out) {
 
 int SnrQM2150_FocusPos(uint16_t position, double* out) {
   if (position == gtFocusPosTb[0].position) {
-    *out = 1.0;  // the far end too gives 1.0, not the table's value, on purpose
+    *out = 1.0;  // Intentional: not the table's value. The lens report shows a near limit of 0 as 1 cm because of it.
     return RESULT_OK;
   }
   return Interpolate(gtFocusPosTb, position, out);

@@ -1,4 +1,6 @@
+// Names of the sensor, exposure and white-balance modes.
 #include <cstring>
+#include <iterator>
 #include <span>
 
 #include "camera/SnrQM2150.h"
@@ -11,7 +13,7 @@ struct ModeName {
   const char* name;
 };
 
-// The analogue-only modes of a television standard share one name, on purpose: only the code tells them apart.
+// Intentional: the three analogue-only modes of a television standard share one name. Only the code tells them apart.
 constexpr ModeName kSnrModes[] = {
     {0x00, "unknown"},
     {0x01, "1080i 60fps (Default)"},
@@ -33,6 +35,7 @@ constexpr ModeName kSnrModes[] = {
     {0x11, "720p 25fps"},
     {0x12, "PAL, Stop Digital Output"},
 };
+static_assert(std::size(kSnrModes) == SNR_MODE_LAST + 1);
 
 constexpr ModeName kAeModes[] = {
     {0x00, "Fully Auto"}, {0x03, "Manual"}, {0x0A, "Shutter Priority"}, {0x0B, "Iris Priority"}, {0x0D, "Bright"},
@@ -50,7 +53,7 @@ int CopyName(std::span<const ModeName> modes, uint32_t code, char* text) {
       return RESULT_OK;
     }
   }
-  return RESULT_BAD_REPLY;
+  return RESULT_NO_ENTRY;
 }
 
 }  // namespace

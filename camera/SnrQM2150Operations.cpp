@@ -1,3 +1,4 @@
+// Start-up, the sensor-mode change with its power cycle, the higher-level setters and the raw packets.
 #include <unistd.h>
 
 #include <algorithm>
@@ -5,38 +6,30 @@
 #include <cstring>
 #include <iterator>
 
+#include "camera/MainsModes.h"
 #include "camera/QM2150.h"
 #include "camera/QM2150Transaction.h"
 #include "camera/SnrQM2150.h"
 #include "mcu/McuComm.h"
+#include "support/Clock.h"
 #include "support/Log.h"
 #include "support/Results.h"
-#include "support/Utils.h"
 
 StartupParams gtParams;
 
 namespace {
 
-// VISCA's switch values.
-constexpr uint8_t kOn = 2;   // or automatic
-constexpr uint8_t kOff = 3;  // or manual
-
-// A failed call's line, but none for a stop request; success passes.
-int Checked(int result, const char* line) { return result < 0 ? FailedUnlessStopped(line, result) : result; }
-
 bool IsSwitch(int32_t value) { return value == 0 || value == 1; }
 
-uint8_t OnOff(bool on) { return on ? kOn : kOff; }
+uint8_t OnOff(bool on) { return on ? VISCA_ON : VISCA_OFF; }
 
 int32_t TargetMode(int32_t hz) {
-  switch (hz) {
-    case 50:
-      return 0x08;  // 1080p 25fps
-    case 60:
-      return 0x06;  // 1080p 30fps
-    default:
-      return RESULT_BAD_REPLY;
+  for (const MainsMode& mains : kMainsModes) {
+    if (mains.hz == hz) {
+      return mains.snrMode;
+    }
   }
+  return RESULT_NO_ENTRY;
 }
 
 // Reads the sensor mode, 0 if that fails, and keeps it in gtParams if it succeeds.
@@ -49,10 +42,10 @@ int ReadSnrMode(uint8_t& mode) {
   return result;
 }
 
-// Only a stop request fails: any other failure is logged and passed over.
+// Fails only when stopped: any other failure is logged and ignored.
 int SwitchLensPower(int32_t on, const char* done) {
   sleep(1);
-  if (Checked(MCU_LensPowerControl(on), "[init] MCU_LensPowerControl failed!\n") == RESULT_STOPPED) {
+  if (LogFailureUnlessStopped(MCU_LensPowerControl(on), "[init] MCU_LensPowerControl failed!\n") == RESULT_STOPPED) {
     return RESULT_STOPPED;
   }
   LOG(LOG_INFO, "%s", done);
@@ -69,22 +62,22 @@ void LogElapsed(uint64_t start) {
 
 int SnrQM2150_SetFocusMode(int32_t mode) {
   if (!IsSwitch(mode)) {
-    return RESULT_NOT_CONFIRMED;
+    return RESULT_BAD_ARGUMENT;
   }
-  return Checked(QM2150_SetFocusMode(OnOff(mode == 1)), "QM2150_SetFocusMode failed!\n");
+  return LogFailureUnlessStopped(QM2150_SetFocusMode(OnOff(mode == 1)), "QM2150_SetFocusMode failed!\n");
 }
 
 int SnrQM2150_SetBlcIndex(int32_t index) {
-  // In twos but for both ends; the centre is also for an index out of range.
+  // Steps of two except at both ends. An index out of range gives the centre.
   static constexpr uint8_t kSteps[] = {0, 1, 3, 5, 7, 9, 11, 13, 14};
   static constexpr uint8_t kCentre = 7;
   uint8_t expComp = 0;
   if (const int result = QM2150_GetExpComp(&expComp); result < 0) {
-    return FailedUnlessStopped("QM2150_GetExpComp failed!\n", result);
+    return LogFailureUnlessStopped(result, "QM2150_GetExpComp failed!\n");
   }
-  if (expComp != kOn) {
-    if (const int result = QM2150_SetExpComp(kOn); result < 0) {
-      return FailedUnlessStopped("QM2150_SetExpComp failed!\n", result);
+  if (expComp != VISCA_ON) {
+    if (const int result = QM2150_SetExpComp(VISCA_ON); result < 0) {
+      return LogFailureUnlessStopped(result, "QM2150_SetExpComp failed!\n");
     }
   }
   const bool listed = index >= 0 && index < static_cast<int32_t>(std::size(kSteps));
@@ -93,37 +86,39 @@ int SnrQM2150_SetBlcIndex(int32_t index) {
 
 int SnrQM2150_SetMirror(int32_t on) {
   if (!IsSwitch(on)) {
-    return RESULT_NOT_CONFIRMED;
+    return RESULT_BAD_ARGUMENT;
   }
-  return Checked(QM2150_SetLrReverse(OnOff(on == 1)), "QM2150_SetLrReverse failed!\n");
+  return LogFailureUnlessStopped(QM2150_SetLrReverse(OnOff(on == 1)), "QM2150_SetLrReverse failed!\n");
 }
 
 int SnrQM2150_SetMirrorFlip(int32_t mirror, int32_t flip) {
   if (!IsSwitch(mirror) || !IsSwitch(flip)) {
-    return RESULT_NOT_CONFIRMED;
+    return RESULT_BAD_ARGUMENT;
   }
-  // A flipped picture is reversed left to right as well, and mirror undoes that.
+  // A flipped picture is also reversed left to right, and mirror undoes that.
   if (const int result = QM2150_SetLrReverse(OnOff(mirror != flip)); result < 0) {
-    return FailedUnlessStopped("QM2150_SetLrReverse failed!\n", result);
+    return LogFailureUnlessStopped(result, "QM2150_SetLrReverse failed!\n");
   }
-  return Checked(QM2150_SetPictureFlip(OnOff(flip == 1)), "QM2150_SetPictureFlip failed!\n");
+  return LogFailureUnlessStopped(QM2150_SetPictureFlip(OnOff(flip == 1)), "QM2150_SetPictureFlip failed!\n");
 }
 
-int SnrQM2150_SetDnIsMode(void) { return Checked(QM2150_SetAutoIcr(kOn), "QM2150_SetAutoIcr failed!\n"); }
+int SnrQM2150_SetDnIsMode(void) {
+  return LogFailureUnlessStopped(QM2150_SetAutoIcr(VISCA_ON), "QM2150_SetAutoIcr failed!\n");
+}
 
 int SnrQM2150_SetDnNightMode(void) {
-  if (const int result = QM2150_SetAutoIcr(kOff); result < 0) {
-    return FailedUnlessStopped("QM2150_SetAutoIcr failed!\n", result);
+  if (const int result = QM2150_SetAutoIcr(VISCA_OFF); result < 0) {
+    return LogFailureUnlessStopped(result, "QM2150_SetAutoIcr failed!\n");
   }
-  return Checked(QM2150_SetIcr(kOn), "QM2150_SetIcr failed!\n");
+  return LogFailureUnlessStopped(QM2150_SetIcr(VISCA_ON), "QM2150_SetIcr failed!\n");
 }
 
 int SnrQM2150_SetDnDayMode(void) {
-  if (const int result = QM2150_SetAutoIcr(kOff); result < 0) {
-    // A stop request too gets the line, unlike everywhere else, on purpose.
-    return Failed("QM2150_SetAutoIcr failed!\n", result);
+  if (const int result = QM2150_SetAutoIcr(VISCA_OFF); result < 0) {
+    // Intentional: the line is logged even for a stop request, here alone. Kept for those who watch the log.
+    return LogFailure(result, "QM2150_SetAutoIcr failed!\n");
   }
-  return Checked(QM2150_SetIcr(kOff), "QM2150_SetIcr failed!\n");
+  return LogFailureUnlessStopped(QM2150_SetIcr(VISCA_OFF), "QM2150_SetIcr failed!\n");
 }
 
 int SnrQM2150_SetSaturation(int32_t index) {
@@ -131,7 +126,7 @@ int SnrQM2150_SetSaturation(int32_t index) {
   const int32_t saturation = std::clamp(index - 124, 0, 14);
   const uint8_t colorGain = static_cast<uint8_t>(saturation);
   printf("iSaturationIndex = %d, iSaturation = %d, bColorGain = %d\n", index, saturation, colorGain);
-  return Checked(QM2150_SetColorGain(colorGain), "QM2150_SetColorGain failed!\n");
+  return LogFailureUnlessStopped(QM2150_SetColorGain(colorGain), "QM2150_SetColorGain failed!\n");
 }
 
 int SnrQM2150_SetSnrMode(int32_t hz) {
@@ -145,7 +140,7 @@ int SnrQM2150_SetSnrMode(int32_t hz) {
     result = ReadSnrMode(mode);
   }
   if (result < 0) {
-    return FailedUnlessStopped("[init] QM2150_GetSnrMode failed!\n", result);
+    return LogFailureUnlessStopped(result, "[init] QM2150_GetSnrMode failed!\n");
   }
   if (mode == target) {
     LOG(LOG_INFO, "[init] %d Hz SnrMode = 0x%02x\n", hz, mode);
@@ -154,7 +149,7 @@ int SnrQM2150_SetSnrMode(int32_t hz) {
 
   uint64_t start = 0;
   GetMsFromStart(&start);
-  if (QM2150_SetSnrMode(static_cast<uint8_t>(target)) < 0) {  // a stop request too is logged and passed over
+  if (QM2150_SetSnrMode(static_cast<uint8_t>(target)) < 0) {  // logged and ignored, even a stop request
     LOG(LOG_ERR, "[init] QM2150_SetSnrMode failed!\n");
   }
   if (SwitchLensPower(0, "[init] QM2150 Power Off.\n") < 0 || SwitchLensPower(1, "[init] QM2150 Power On.\n") < 0) {
@@ -203,21 +198,22 @@ int SnrQM2150_Inquiry(uint8_t category, uint32_t count, const uint8_t* bytes, ui
 
 int SnrQM2150_init(int32_t hz) {
   gtParams = {};
-  int result = Checked(SnrQM2150_SetSnrMode(hz), "[init] SnrQM2150_SetSnrMode failed!\n");
+  int result = LogFailureUnlessStopped(SnrQM2150_SetSnrMode(hz), "[init] SnrQM2150_SetSnrMode failed!\n");
   if (result == RESULT_STOPPED) {
     return result;
   }
 
-  result = Checked(MCU_GetVersion(&gtParams.mcuVersion), "[init] MCU_GetVersion failed!\n");
+  result = LogFailureUnlessStopped(MCU_GetVersion(&gtParams.mcuVersion), "[init] MCU_GetVersion failed!\n");
   if (result == RESULT_STOPPED) {
     return result;
   }
 
   static constexpr int kAttempts = 5;
   for (int attempt = 1; attempt <= kAttempts; ++attempt) {
-    result = Checked(QM2150_GetVersion(&gtParams.model, &gtParams.romVersion), "[init] QM2150_GetVersion fail!\n");
+    result = LogFailureUnlessStopped(QM2150_GetVersion(&gtParams.model, &gtParams.romVersion),
+                                     "[init] QM2150_GetVersion fail!\n");
     if (result >= 0) {
-      LOG(LOG_ERR, "[init] QM2150_GetVersion OK.\n");  // at error level, on purpose
+      LOG(LOG_ERR, "[init] QM2150_GetVersion OK.\n");  // at error level: kept for those who watch the log
       break;
     }
     if (result == RESULT_STOPPED || attempt == kAttempts) {
@@ -225,10 +221,14 @@ int SnrQM2150_init(int32_t hz) {
     }
   }
 
-  if (Checked(QM2150_GetAeMode(&gtParams.aeMode), "[init] QM2150_GetAeMode fail!\n") == RESULT_STOPPED ||
-      Checked(QM2150_GetShutter(&gtParams.shutter), "[init] QM2150_GetShutter fail!\n") == RESULT_STOPPED ||
-      Checked(QM2150_GetWbMode(&gtParams.wbMode), "[init] QM2150_GetWbMode fail!\n") == RESULT_STOPPED ||
-      Checked(QM2150_GetAfMode(&gtParams.afMode), "[init] QM2150_GetAfMode fail!\n") == RESULT_STOPPED) {
+  if (LogFailureUnlessStopped(QM2150_GetAeMode(&gtParams.aeMode), "[init] QM2150_GetAeMode fail!\n") ==
+          RESULT_STOPPED ||
+      LogFailureUnlessStopped(QM2150_GetShutter(&gtParams.shutter), "[init] QM2150_GetShutter fail!\n") ==
+          RESULT_STOPPED ||
+      LogFailureUnlessStopped(QM2150_GetWbMode(&gtParams.wbMode), "[init] QM2150_GetWbMode fail!\n") ==
+          RESULT_STOPPED ||
+      LogFailureUnlessStopped(QM2150_GetAfMode(&gtParams.afMode), "[init] QM2150_GetAfMode fail!\n") ==
+          RESULT_STOPPED) {
     return RESULT_STOPPED;
   }
 

@@ -12,11 +12,10 @@
 
 namespace {
 
-// The actions by number: MCU commands by their identifiers, which the user gives in decimal.
+// The first number of -s. That of -m is the MCU's command id, which the user gives in decimal.
 enum CameraAction : int32_t { CAMERA_VERSION = 0, CAMERA_SENSOR_MODE = 1, CAMERA_SET_SENSOR_MODE = 2 };
-enum McuAction : int32_t { MCU_LENS_POWER = 12, MCU_VERSION = 16, MCU_PTZ = 17 };
 
-constexpr int32_t kList = 1;  // second number: list the names instead
+constexpr int32_t kList = 1;  // the second number that asks for a list of names instead
 
 void ShowVersion() {
   uint16_t model = 0;
@@ -28,7 +27,7 @@ void ShowVersion() {
   printf("[Model] 0x%04x, [ROM Version] 0x%04x\n", model, romVersion);
 }
 
-// Looks a sensor mode's name up and logs if it has none.
+// Looks up a sensor mode's name. Logs a line if it has none.
 bool NameSensorMode(uint32_t mode, char (&name)[64]) {
   if (SnrQM2150_SnrMode2Str(mode, name) < 0) {
     LOG(LOG_ERR, "SnrQM2150_SnrMode2Str fail!\n");
@@ -38,7 +37,7 @@ bool NameSensorMode(uint32_t mode, char (&name)[64]) {
 }
 
 void ListSensorModes() {
-  for (uint32_t mode = 0x00; mode <= 0x12; ++mode) {
+  for (uint32_t mode = 0x00; mode <= SNR_MODE_LAST; ++mode) {
     char name[64] = {};
     if (!NameSensorMode(mode, name)) {
       return;
@@ -73,11 +72,11 @@ void SetSensorMode(uint8_t mode) {
 int ListMcuCommands() {
   puts("MCU Command:");
   puts("Start(0xaa)+Command(1 Byte)+Data Len(1 Byte)+Data+Checksum+Stop(0x55)");
-  for (uint32_t id = 0x00; id <= 0x15; ++id) {
+  for (uint32_t id = 0x00; id <= MCU_LAST_COMMAND; ++id) {
     char description[64] = {};
     if (MCU_Cmd2Str(id, description) < 0) {
       LOG(LOG_ERR, "MCU_Cmd2Str fail!\n");
-      return Failed("MCU_GetVersion fail!\n", RESULT_FAILED);  // the neighbour's line too, on purpose
+      return LogFailure(RESULT_FAILED, "MCU_GetVersion fail!\n");  // kept for those who watch the log
     }
     printf("0x%02x = %s\n", id, description);
   }
@@ -88,7 +87,7 @@ int ShowMcuVersion() {
   uint8_t version = 0;
   if (const int result = MCU_GetVersion(&version); result < 0) {
     LOG(LOG_ERR, "MCU_GetVersion fail!\n");
-    return Failed("MCU_GetVersion fail!\n", result);  // twice, on purpose
+    return LogFailure(result, "MCU_GetVersion fail!\n");  // twice: kept for those who watch the log
   }
   printf("Version = 0x%02x\n", version);
   return RESULT_OK;
@@ -99,18 +98,13 @@ int ShowPtz(int32_t mode) {
   uint16_t tilt = 0;
   uint16_t zoom = 0;
   if (const int result = MCU_GetPTZ(mode, &pan, &tilt, &zoom); result < 0) {
-    return Failed("MCU_GetPTZ fail!\n", result);
+    return LogFailure(result, "MCU_GetPTZ fail!\n");
   }
   printf("Pan = %d, Tilt = %d, Zoom = %d\n", static_cast<int32_t>(pan), tilt, zoom);
   return RESULT_OK;
 }
 
-int SwitchLensPower(int32_t on) {
-  if (const int result = MCU_LensPowerControl(on); result < 0) {
-    return Failed("MCU_LensPowerControl fail!\n", result);
-  }
-  return RESULT_OK;
-}
+int SwitchLensPower(int32_t on) { return LogFailure(MCU_LensPowerControl(on), "MCU_LensPowerControl fail!\n"); }
 
 }  // namespace
 
@@ -133,11 +127,11 @@ int QM2150Process(void) {
 
 int McuComm(void) {
   switch (giArgv1) {
-    case MCU_VERSION:
+    case MCU_GET_VERSION:
       return giArgv2 == kList ? ListMcuCommands() : ShowMcuVersion();
-    case MCU_PTZ:
+    case MCU_GET_PTZ:
       return ShowPtz(giArgv2 & 0xFF);
-    case MCU_LENS_POWER:
+    case MCU_LENS_POWER_CONTROL:
       return SwitchLensPower(giArgv2 & 0xFF);
     default:
       LOG(LOG_ERR, "Command ID is not supported.\n");

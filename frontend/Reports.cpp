@@ -1,4 +1,5 @@
-// Several report lines stand at error level although they tell no error, on purpose.
+// The raw inquiry and the five system reports. Intentional: many report lines are logged at error level although they
+// are not errors. A log that keeps only errors still has them.
 #include "frontend/Reports.h"
 
 #include <algorithm>
@@ -6,6 +7,7 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "camera/MainsModes.h"
 #include "camera/Math.h"
 #include "camera/QM2150.h"
 #include "camera/SnrQM2150.h"
@@ -15,13 +17,9 @@
 
 namespace {
 
-constexpr double kNoValue = -99.0;
+static_assert(static_cast<int>(SNRQM2150_NO_VALUE) == RESULT_NO_VALUE);
 
-// High-sensitivity states as SnrQM2150_GainPos2dB takes them.
-constexpr uint8_t kSensitivityOn = 2;
-constexpr uint8_t kSensitivityOff = 3;
-
-// The word of a value, empty for a value that has none.
+// The word for a value, empty if there is none.
 template <size_t N>
 const char* Word(const char* const (&words)[N], unsigned value) {
   return value < N ? words[value] : "";
@@ -54,7 +52,7 @@ void LogFocusMode(const LensControlRecord& lens) {
   static constexpr const char* kFocusModes[] = {"Manual,", "Auto,"};
   static constexpr const char* kAfModes[] = {" Normal,", " Interval,", " Zoom Trigger,"};
   static constexpr const char* kSensitivities[] = {" Slow Sensitivity.", " Normal Sensitivity."};
-  // The AF mode chooses the sensitivity word too, not afSensitivity: on purpose.
+  // Intentional: the AF mode, not afSensitivity, chooses the sensitivity word too. Kept for those who read the report.
   LOG(LOG_ERR, "[AF] %s%s%s\n", Word(kFocusModes, lens.focusMode), Word(kAfModes, lens.afMode),
       Word(kSensitivities, lens.afMode));
 }
@@ -62,7 +60,7 @@ void LogFocusMode(const LensControlRecord& lens) {
 int LogDistance(const char* subject, uint16_t focusPos) {
   double centimetres = 0.0;
   if (const int result = SnrQM2150_FocusPos(focusPos, &centimetres); result < 0) {
-    return Failed("SnrQM2150_FocusPos failed!\n", result);
+    return LogFailure(result, "SnrQM2150_FocusPos failed!\n");
   }
   if (centimetres < 100.0) {
     LOG(LOG_ERR, "[%s] %.0lf cm\n", subject, centimetres);
@@ -75,7 +73,7 @@ int LogDistance(const char* subject, uint16_t focusPos) {
 int ReportLens() {
   const LensControlRecord& lens = gtLensControl;
   if (const int result = QM2150_GetLensControl(&gtLensControl); result < 0) {
-    return Failed("QM2150_GetLensControl failed!\n", result);
+    return LogFailure(result, "QM2150_GetLensControl failed!\n");
   }
   LogSeparator();
   LOG(LOG_ERR, "[Digital Zoom] %s\n", Word(kOffOn, lens.digitalZoom));
@@ -91,66 +89,64 @@ int ReportLens() {
 // --- Report 1: exposure and white balance ---
 
 int32_t MainsFrequency(uint8_t snrMode) {
-  switch (snrMode) {
-    case 6:
-      return 60;
-    case 8:
-      return 50;
-    default:
-      return 0;  // has no shutter times
+  for (const MainsMode& mains : kMainsModes) {
+    if (mains.snrMode == snrMode) {
+      return mains.hz;
+    }
   }
+  return 0;  // has no shutter times
 }
 
 int ReportExposure() {
   const CameraControlRecord& camera = gtCamControl;
   uint8_t snrMode = 0;
   uint8_t highSensitivity = 0;
-  // One text for all four, the shutter's too, on purpose.
+  // Intentional: one text for all four failures, the shutter's included. Kept for those who watch the log.
   static constexpr char kBlockFailed[] = "QM2150_GetCameraControl failed!\n";
   if (const int result = QM2150_GetCameraControl(&gtCamControl); result < 0) {
-    return Failed(kBlockFailed, result);
+    return LogFailure(result, kBlockFailed);
   }
   if (const int result = QM2150_GetSnrMode(&snrMode); result < 0) {
-    return Failed(kBlockFailed, result);
+    return LogFailure(result, kBlockFailed);
   }
   const int32_t shutter = SnrQM2150_Pos2Shutter(MainsFrequency(snrMode), camera.shutterPos);
   if (shutter < 0) {
-    return Failed(kBlockFailed, shutter);
+    return LogFailure(shutter, kBlockFailed);
   }
   if (const int result = QM2150_GetHighSensitivity(&highSensitivity); result < 0) {
-    return Failed(kBlockFailed, result);
+    return LogFailure(result, kBlockFailed);
   }
 
   LogSeparator();
-  if (highSensitivity == kSensitivityOn) {
+  if (highSensitivity == VISCA_ON) {
     LOG(LOG_INFO, "[High Sensitivity] ON\n");
-  } else if (highSensitivity == kSensitivityOff) {
+  } else if (highSensitivity == VISCA_OFF) {
     LOG(LOG_INFO, "[High Sensitivity] OFF\n");
   }
 
   const double dB = SnrQM2150_GainPos2dB(highSensitivity, camera.gainPos);
-  if (dB == kNoValue) {
-    return Failed("SnrQM2150_GainPos2dB failed!\n", RESULT_NO_VALUE);
+  if (dB == SNRQM2150_NO_VALUE) {
+    return LogFailure(RESULT_NO_VALUE, "SnrQM2150_GainPos2dB failed!\n");
   }
   const double fNumber = SnrQM2150_IrisPos2Fno(camera.irisPos);
-  if (fNumber == kNoValue) {
-    return Failed("SnrQM2150_IrisPos2Fno failed!\n", RESULT_NO_VALUE);
+  if (fNumber == SNRQM2150_NO_VALUE) {
+    return LogFailure(RESULT_NO_VALUE, "SnrQM2150_IrisPos2Fno failed!\n");
   }
   char aeMode[64] = {};
   if (const int result = SnrQM2150_AeMode2Str(camera.exposureMode, aeMode); result < 0) {
-    return Failed("SnrQM2150_AeMode2Str failed!\n", result);
+    return LogFailure(result, "SnrQM2150_AeMode2Str failed!\n");
   }
   LOG(LOG_INFO, "[AE] %s, 1/%ds, x%.2lf(%.1lfdB), F%.2lf\n", aeMode, shutter, dB2Gain(dB), dB, fNumber);
 
   double expCompDb = 0.0;
   if (const int result = SnrQM2150_ExpCompPos2Db(camera.expCompPos, &expCompDb); result < 0) {
-    return Failed("SnrQM2150_ExpCompPos2Db failed!\n", result);
+    return LogFailure(result, "SnrQM2150_ExpCompPos2Db failed!\n");
   }
   LOG(LOG_INFO, "[ExpComp] %s, x%.2lf(%.1lfdB)\n", Word(kOffOn, camera.expComp), dB2Gain(expCompDb), expCompDb);
 
   char wbMode[64] = {};
   if (const int result = SnrQM2150_WbMode2Str(camera.wbMode, wbMode); result < 0) {
-    return Failed("SnrQM2150_WbMode2Str failed!\n", result);
+    return LogFailure(result, "SnrQM2150_WbMode2Str failed!\n");
   }
   LOG(LOG_INFO, "[AWB] %s, (Rgain, Bgain) = (0x%02x, 0x%02x)\n", wbMode, camera.rGain, camera.bGain);
   return RESULT_OK;
@@ -162,15 +158,12 @@ int ReportDayNight() {
   static constexpr const char* kAutoIcr[] = {" OFF,", " ON,"};
   static constexpr const char* kIcr[] = {" OFF (IR_CUT)", " ON (IR_PASS)"};
   if (const int result = QM2150_GetOtherControl(&gtOtherControl); result < 0) {
-    return Failed("QM2150_GetOtherControl failed!\n", result);
+    return LogFailure(result, "QM2150_GetOtherControl failed!\n");
   }
   LogSeparator();
   LOG(LOG_ERR, "[DN] [Auto_ICR]%s [ICR]%s\n", Word(kAutoIcr, gtOtherControl.autoIcr), Word(kIcr, gtOtherControl.icr));
   return RESULT_OK;
 }
-
-// A failed report's own line.
-int Summed(int result, const char* line) { return result < 0 ? Failed(line, result) : result; }
 
 }  // namespace
 
@@ -179,21 +172,21 @@ int Summed(int result, const char* line) { return result < 0 ? Failed(line, resu
 int GetEnlargeFun1Inquiry(void) {
   const EnlargeFunction1Record& enlarged = gtEnlargeFun1;
   if (const int result = QM2150_GetEnlargeFunction1(&gtEnlargeFun1); result < 0) {
-    return Failed("QM2150_GetEnlargeFunction1 failed!\n", result);
+    return LogFailure(result, "QM2150_GetEnlargeFunction1 failed!\n");
   }
   LogSeparator();
 
   double zoom = 0.0;
   if (const int result = SnrQM2150_DigitalZoom(enlarged.digitalZoomPos, &zoom); result < 0) {
-    return Failed("SnrQM2150_DigitalZoom failed!\n", result);
+    return LogFailure(result, "SnrQM2150_DigitalZoom failed!\n");
   }
   LOG(LOG_ERR, "[Digital Zoom] x%.2lf\n", zoom);
 
   LOG(LOG_INFO, "[High Sensitivity] %s\n", Word(kOffOn, enlarged.highSensitivityMode));
-  const uint8_t state = enlarged.highSensitivityMode == 1 ? kSensitivityOn : kSensitivityOff;
+  const uint8_t state = enlarged.highSensitivityMode == 1 ? VISCA_ON : VISCA_OFF;
   const double dB = SnrQM2150_GainPos2dB(state, enlarged.gainLimit);
-  if (dB == kNoValue) {
-    return Failed("SnrQM2150_GainPos2dB failed!\n", RESULT_NO_VALUE);
+  if (dB == SNRQM2150_NO_VALUE) {
+    return LogFailure(RESULT_NO_VALUE, "SnrQM2150_GainPos2dB failed!\n");
   }
   LOG(LOG_INFO, "[Gain Limit] x%.2lf(%.1lfdB)\n", dB2Gain(dB), dB);
 
@@ -214,16 +207,16 @@ int GetEnlargeFun2Inquiry(void) {
   static constexpr const char* kHighlightLevels[] = {" L", " M", " H"};
   const EnlargeFunction2Record& wideD = gtEnlargeFun2;
   if (const int result = QM2150_GetEnlargeFunction2(&gtEnlargeFun2); result < 0) {
-    return Failed("QM2150_GetEnlargeFunction2 failed!\n", result);
+    return LogFailure(result, "QM2150_GetEnlargeFunction2 failed!\n");
   }
-  // The separator too ends with a line feed in this report, on purpose.
+  // Intentional: in this report the separator also ends with a line feed. Kept for those who read the report.
   LOG(LOG_INFO, "===================================================\n");
   LOG(LOG_INFO, "[WideD mode]%s\n", Word(kModes, wideD.wideDMode));
-  // No line for wideDScreenDisplay, on purpose.
+  // Intentional: no line for wideDScreenDisplay. Those who read the report expect five lines.
   LOG(LOG_INFO, "[WideD detection sensitivity]%s\n", Word(kSensitivities, wideD.wideDDetectionSensitivity));
   LOG(LOG_INFO, "[WideD blocked-up shadow correction level]%s\n",
       Word(kShadowLevels, wideD.wideDShadowCorrectionLevel));
-  LOG(LOG_INFO, "[WideD blown-out hoghlight correction level]%s\n",  // spelt so on purpose
+  LOG(LOG_INFO, "[WideD blown-out hoghlight correction level]%s\n",  // misspelling kept for those who read it
       Word(kHighlightLevels, wideD.wideDHighlightCorrectionLevel));
   LOG(LOG_INFO, "[WideD short exposure Exposure ratio] x%02d\n", wideD.wideDShortExposureRatio);
   return RESULT_OK;
@@ -232,15 +225,15 @@ int GetEnlargeFun2Inquiry(void) {
 int SystemInquiry(void) {
   switch (giArgv1) {
     case 0:
-      return Summed(ReportLens(), "GetLensControlInquiry failed!\n");
+      return LogFailure(ReportLens(), "GetLensControlInquiry failed!\n");
     case 1:
-      return Summed(ReportExposure(), "GetCameraControlInquiry failed!\n");
+      return LogFailure(ReportExposure(), "GetCameraControlInquiry failed!\n");
     case 2:
-      return Summed(ReportDayNight(), "GetOthersControlInquiry failed!\n");
+      return LogFailure(ReportDayNight(), "GetOthersControlInquiry failed!\n");
     case 3:
-      return Summed(GetEnlargeFun1Inquiry(), "GetEnlargeFun1Inquiry failed!\n");
+      return LogFailure(GetEnlargeFun1Inquiry(), "GetEnlargeFun1Inquiry failed!\n");
     case 4:
-      return Summed(GetEnlargeFun2Inquiry(), "GetEnlargeFun1Inquiry failed!\n");  // the same text, on purpose
+      return LogFailure(GetEnlargeFun2Inquiry(), "GetEnlargeFun1Inquiry failed!\n");  // report 3's text, kept
     default:
       return RESULT_FAILED;
   }
@@ -248,12 +241,12 @@ int SystemInquiry(void) {
 
 int Inquiry(void) {
   if (giCategoryCode > 255) {
-    return Failed("Inquiry Category Code is not supported.\n", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "Inquiry Category Code is not supported.\n");
   }
   char text[64] = {};
   if (SnrQM2150_Inquiry(static_cast<uint8_t>(giCategoryCode), static_cast<uint8_t>(giArgv1), gbArgv, sizeof text,
                         text) < 0) {
-    return Failed("SnrQM2150_Inquiry failed!\n", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "SnrQM2150_Inquiry failed!\n");
   }
   printf("Inquiry Packet: %s\n", text);
   return RESULT_OK;

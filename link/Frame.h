@@ -1,4 +1,4 @@
-// What the camera's and the MCU's side of the relay share.
+// What the users of the relay share: the camera's and the MCU's exchange, and the notice to the daemon.
 #ifndef ZR4410_LINK_FRAME_H
 #define ZR4410_LINK_FRAME_H
 
@@ -12,7 +12,7 @@ inline constexpr uint8_t kMaxPayload = 16;      // bytes of payload of a request
 inline constexpr uint8_t kCommandVisca = 0x02;  // command code of every camera frame
 inline constexpr uint8_t kAcknowledged = 0x10;  // first data byte of an accepted command's plain reply
 
-// Where the frame's bytes stand in the relay body.
+// Offsets into the relay body.
 enum RelayOffset : size_t {
   RELAY_SEQUENCE_ID = 2,
   RELAY_FRAME_LENGTH = 3,
@@ -31,7 +31,7 @@ const uint8_t* FrameBytes(const Frame* frame) {
   return reinterpret_cast<const uint8_t*>(frame);
 }
 
-// Sum of count bytes modulo 256.
+// Sum of count bytes modulo 256. A frame's checksum is the negated sum.
 uint8_t SumBytes(const uint8_t* bytes, size_t count);
 
 #endif

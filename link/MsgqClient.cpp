@@ -1,3 +1,4 @@
+// The message-queue client: opens the two queues, sends, receives.
 #include "link/MsgqClient.h"
 
 #include <sys/ipc.h>
@@ -8,11 +9,11 @@
 #include <cstdio>
 #include <cstring>
 
+#include "support/Clock.h"
 #include "support/Debug.h"
 #include "support/Log.h"
 #include "support/Results.h"
 #include "support/Signal.h"
-#include "support/Utils.h"
 
 int32_t giMsgIdTx = -1, giMsgIdRx = -1;
 RelayMessage gtZR4410MsgqCmdBuf, gtZR4410MsgqRespBuf;
@@ -23,9 +24,8 @@ namespace {
 
 constexpr char kKeyPath[] = "/defconf/conf.ptz";
 constexpr size_t kBodySize = sizeof(RelayMessage::body);
-constexpr int64_t kTimeoutMs = 2000;
 
-// The kernel's shape of a message: its type word is as wide as the machine.
+// The kernel's form of a message: its type word is a native long.
 struct KernelMessage {
   long type;
   uint8_t body[kBodySize];
@@ -52,26 +52,27 @@ void ReadClock(uint64_t& milliseconds) {
 int ZR4410_MsgQ_Open(void) {
   const key_t keyTx = ftok(kKeyPath, 'b');
   if (keyTx == -1) {
-    return Failed("ftok keyTx failed!", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "ftok keyTx failed!");
   }
   if (gfDebugFlag) {
     LOG(LOG_DEBUG, "MsgqClient keyTx = 0x%08x\n", static_cast<unsigned>(keyTx));
   }
   const key_t keyRx = ftok(kKeyPath, 'a');
   if (keyRx == -1) {
-    return Failed("ftok keyRx failed!", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "ftok keyRx failed!");
   }
   if (gfDebugFlag) {
     LOG(LOG_DEBUG, "MsgqClient keyRx = 0x%08x\n", static_cast<unsigned>(keyRx));
   }
-  // Each direction is created with the permission that its user here needs and no other, on purpose.
+  // Intentional: each queue is created with only the permission that this side needs, write or read. The daemon adds
+  // its own.
   giMsgIdTx = msgget(keyTx, IPC_CREAT | 0222);
   if (giMsgIdTx == -1) {
-    return Failed("msgget giMsgIdTx failed!", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "msgget giMsgIdTx failed!");
   }
   giMsgIdRx = msgget(keyRx, IPC_CREAT | 0444);
   if (giMsgIdRx == -1) {
-    return Failed("msgget giMsgIdRx failed!", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "msgget giMsgIdRx failed!");
   }
   gtZR4410MsgqCmdBuf = {getpid(), {}};
   gtZR4410MsgqRespBuf = {};
@@ -80,9 +81,9 @@ int ZR4410_MsgQ_Open(void) {
 
 int ZR4410_MsgQ_Send(const RelayMessage* message) {
   if (giMsgIdTx == -1) {
-    return Failed("SendMsgQ failed!", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "SendMsgQ failed!");
   }
-  // Nothing that waits on the reply queue can be the answer to a request that was not sent yet.
+  // What already waits on the reply queue cannot answer a request that has not been sent yet.
   KernelMessage stale;
   do {
     if (GetSigID() == 1) {
@@ -97,21 +98,21 @@ int ZR4410_MsgQ_Send(const RelayMessage* message) {
   request.type = message->type;
   memcpy(request.body, message->body, kBodySize);
   if (msgsnd(giMsgIdTx, &request, kBodySize, IPC_NOWAIT) == -1) {
-    return Failed("msgsnd failed!", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "msgsnd failed!");
   }
-  Dump("msgsnd", message, 36);  // 36 bytes from the type word on: the last four of the body are not shown
+  Dump("msgsnd", message, 36);  // from the type word on, so the last four bytes of the body are not shown
   return RESULT_OK;
 }
 
 int ZR4410_MsgQ_Receive(RelayMessage* message) {
   if (giMsgIdRx == -1) {
-    return Failed("ReceiveMsgQ failed!", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "ReceiveMsgQ failed!");
   }
   uint64_t start = 0;
   ReadClock(start);
   uint64_t now = start;
   for (;;) {
-    usleep(50000);
+    usleep(ZR4410_POLL_MS * 1000);
     if (GetSigID() == 1) {
       return RESULT_STOPPED;
     }
@@ -134,7 +135,7 @@ int ZR4410_MsgQ_Receive(RelayMessage* message) {
       LOG(LOG_INFO, "msgrcv len = 0\n");
     }
     ReadClock(now);
-    if (static_cast<int64_t>(now - start) > kTimeoutMs) {
+    if (static_cast<int64_t>(now - start) > ZR4410_TIMEOUT_MS) {
       if (gfDebugFlag) {
         LOG(LOG_ERR, "msgrcv timeout!");
       }

@@ -8,6 +8,11 @@
 
 ZR4410_BEGIN_DECLS
 
+enum {
+  ZR4410_POLL_MS = 50,     /* how often ZR4410_MsgQ_Receive looks at the reply queue */
+  ZR4410_TIMEOUT_MS = 2000 /* how long it waits: it gives up at the first look later than this */
+};
+
 /* 40 bytes on every platform; the kernel's own message starts with a native long, which only this module knows. */
 typedef struct {
   int32_t type;     /* message type: the sender's process id */
@@ -29,9 +34,10 @@ int ZR4410_MsgQ_Open(void);
    0; -15 stop flag set; -1 queue not open or send failed (a full queue is a failure, never a wait). */
 int ZR4410_MsgQ_Send(const RelayMessage* message);
 
-/* Polls the reply queue every 50 ms, for at most a little over 2000 ms, for a message of any type.
+/* Waits for a message of any type: looks at the reply queue every ZR4410_POLL_MS, the first time after one interval,
+   until more than ZR4410_TIMEOUT_MS have passed.
    0 a whole message was received; -15 stop flag set; -55 receive error or a message of another length; -56 time-out;
-   -1 queue not open. A message longer than 36 bytes stays in the queue and fails every later call. */
+   -1 queue not open. A message longer than 36 bytes stays in the queue and makes every later call fail. */
 int ZR4410_MsgQ_Receive(RelayMessage* message);
 
 /* Does nothing: the queues outlive the process and the next run reuses them. Returns 0. */

@@ -32,7 +32,7 @@ uint8_t QM2150_ChecksumViscaCmd(const ViscaRequestFrame* frame) {
 int QM2150_FillZR4410(const ViscaRequestFrame* frame, uint8_t* body) {
   FillRelayHeader(body);  // before the length check: a refused request uses up an id too
   if (frame->length > kMaxPayload) {
-    return Failed("Len > VISCA_PACKET_MAX_LEN", RESULT_TOO_LONG);
+    return LogFailure(RESULT_TOO_LONG, "Len > VISCA_PACKET_MAX_LEN");
   }
   body[RELAY_FRAME_LENGTH] = static_cast<uint8_t>(frame->length + 5);
   uint8_t* next = std::copy_n(FrameBytes(frame), offsetof(ViscaRequestFrame, count), body + RELAY_START);
@@ -48,7 +48,7 @@ int QM2150_CheckZR4410Packet(const uint8_t* body) {
     return RESULT_FAILED;
   }
   if (body[RELAY_SEQUENCE_ID] != gbSeqId) {
-    return Failed("SeqID failed!", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "SeqID failed!");
   }
   return RESULT_OK;
 }
@@ -62,7 +62,7 @@ int QM2150_FillUart1Resp(const uint8_t* body, ViscaReplyFrame* frame) {
   frame->second = *next++;
   frame->count = static_cast<uint8_t>(frame->length - 3);  // a packet shorter than 3 wraps and is refused too
   if (frame->count > sizeof frame->middle) {
-    return Failed("Len > VISCA_PACKET_MAX_LEN", RESULT_TOO_LONG);
+    return LogFailure(RESULT_TOO_LONG, "Len > VISCA_PACKET_MAX_LEN");
   }
   memcpy(frame->middle, next, frame->count);
   next += frame->count;
@@ -74,18 +74,18 @@ int QM2150_FillUart1Resp(const uint8_t* body, ViscaReplyFrame* frame) {
 
 int QM2150_CheckUart1Resp(const ViscaReplyFrame* frame) {
   if (frame->start != kFrameStart) {
-    return Failed("VISCA_UART1_CMD_START failed!", RESULT_BAD_FRAME);
+    return LogFailure(RESULT_BAD_FRAME, "VISCA_UART1_CMD_START failed!");
   }
   if (frame->command != gbUart1Command + kReplyBit) {
-    return Failed("UART1 RESP CMD Code failed!", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "UART1 RESP CMD Code failed!");
   }
   const int sum = SumBytes(FrameBytes(frame), offsetof(ViscaReplyFrame, count)) +
                   SumBytes(frame->middle, std::min<size_t>(frame->count, sizeof frame->middle)) + frame->terminator;
   if (frame->checksum != static_cast<uint8_t>(-sum)) {
-    return Failed("Checksum failed!", RESULT_BAD_FRAME);
+    return LogFailure(RESULT_BAD_FRAME, "Checksum failed!");
   }
   if (frame->stop != kFrameStop) {
-    return Failed("VISCA_UART1_CMD_STOP failed!", RESULT_BAD_FRAME);
+    return LogFailure(RESULT_BAD_FRAME, "VISCA_UART1_CMD_STOP failed!");
   }
   return RESULT_OK;
 }

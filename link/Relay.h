@@ -48,7 +48,7 @@ typedef struct {
 } ViscaReplyFrame;
 
 /* Plain frame, 21 bytes: MCU requests and replies, and the daemon's acknowledgement of a camera command. The layout is
-   fixed: checksum and stop stand last whatever the length. */
+   fixed: checksum and stop are always last, whatever the length. */
 typedef struct {
   uint8_t start;
   uint8_t command;

@@ -1,3 +1,4 @@
+// One exchange with the MCU, the three commands on top of it, and the texts of all its commands and results.
 #include "mcu/McuComm.h"
 
 #include <algorithm>
@@ -15,19 +16,13 @@ PlainFrame gtUart1Cmd, gtUart1Resp;
 
 namespace {
 
-// The result texts: writable, and spelt as they stand.
+// The result texts. Writable, and misspelt as they are: the device's other software may change and compare them.
 char cAck[] = "ACK OK";
 char cChecksumErr[] = "Checksum error";
 char cCmdNotDefine[] = "Command not define";
 char cValueOutRange[] = "Value out of range";
 char cBausy[] = "Busy";
 char cNull[] = "Null";
-
-enum McuCommand : uint8_t {
-  MCU_LENS_POWER_CONTROL = 0x0C,
-  MCU_GET_VERSION = 0x10,
-  MCU_GET_PTZ = 0x11,
-};
 
 struct ResultText {
   uint8_t code;
@@ -38,7 +33,7 @@ constexpr ResultText kResults[] = {
     {0x10, cAck}, {0x20, cChecksumErr}, {0x30, cCmdNotDefine}, {0x40, cValueOutRange}, {0x50, cBausy},
 };
 
-// By command id, spelt as they stand.
+// By command id. Misspellings and uneven blanks are kept: scripts read this list.
 constexpr const char* kDescriptions[] = {
     /* 0x00 */ "[unknown]",
     /* 0x01 */ "[PelcoD] Data 4 Bytes",
@@ -63,13 +58,14 @@ constexpr const char* kDescriptions[] = {
     /* 0x14 */ "[Get Motor State] 0:Get, 1:Auto Response",
     /* 0x15 */ "[Set Pan Tilt Angle] 0:Stop, 1:Start (default)",
 };
+static_assert(std::size(kDescriptions) == MCU_LAST_COMMAND + 1);
 
 // Wraps gtUart1Cmd into the outgoing body.
 int FillRequest(uint8_t* body) {
-  FillRelayHeader(body);  // before the length check: a refused request uses up an id too
+  FillRelayHeader(body);  // before the length check: a refused request also uses up an id
   gbUart1Command = gtUart1Cmd.command;
   if (gtUart1Cmd.length > kMaxPayload) {
-    return Failed("Len > DATA_MAX_LEN", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "Len > DATA_MAX_LEN");
   }
   body[RELAY_FRAME_LENGTH] = static_cast<uint8_t>(gtUart1Cmd.length + 5);
   uint8_t* next = std::copy_n(FrameBytes(&gtUart1Cmd), 3 + gtUart1Cmd.length, body + RELAY_START);
@@ -80,20 +76,19 @@ int FillRequest(uint8_t* body) {
 
 int CheckReplyHeader(const uint8_t* body) {
   if (body[0] != kFrameStart || body[1] != kFrameStart) {
-    return Failed("ZR4410_PACKET_HEADER failed!", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "ZR4410_PACKET_HEADER failed!");
   }
   return QM2150_CheckZR4410Packet(body);
 }
 
 // One command with one data byte.
-int SendCommand(McuCommand command, uint8_t data) {
+int SendCommand(uint8_t command, uint8_t data) {
   gtUart1Cmd = {};
   gtUart1Resp = {};
   gtUart1Cmd.command = command;
   gtUart1Cmd.length = 1;
   gtUart1Cmd.data[0] = data;
-  const int result = MCU_ProcessUart1();
-  return result < 0 ? FailedUnlessStopped("MCU_ProcessUart1 failed!", result) : result;
+  return LogFailureUnlessStopped(MCU_ProcessUart1(), "MCU_ProcessUart1 failed!");
 }
 
 }  // namespace
@@ -108,7 +103,7 @@ int MCU_FillUart1Resp(const uint8_t* body, PlainFrame* frame) {
   frame->command = *next++;
   frame->length = *next++;
   if (frame->length > kMaxPayload) {
-    return Failed("Len > DATA_MAX_LEN", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "Len > DATA_MAX_LEN");
   }
   memcpy(frame->data, next, frame->length);
   next += frame->length;
@@ -119,17 +114,18 @@ int MCU_FillUart1Resp(const uint8_t* body, PlainFrame* frame) {
 
 int MCU_CheckUart1Resp(const PlainFrame* frame) {
   if (frame->start != kFrameStart) {
-    return Failed("UART1_CMD_START failed!", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "UART1_CMD_START failed!");
   }
-  // Compared as whole integers on purpose: a request code of 0x80 or above can never be answered.
+  // Intentional: compared as whole integers, so a request code of 0x80 or above, which the MCU does not have, is
+  // never answered.
   if (frame->command != gbUart1Command + kReplyBit) {
-    return Failed("UART1 RESP CMD Code failed!", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "UART1 RESP CMD Code failed!");
   }
   if (frame->checksum != MCU_ChecksumCmdResp(frame)) {
-    return Failed("Checksum failed!", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "Checksum failed!");
   }
   if (frame->stop != kFrameStop) {
-    return Failed("_UART1_CMD_STOP failed!", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "_UART1_CMD_STOP failed!");
   }
   return RESULT_OK;
 }
@@ -148,24 +144,21 @@ int MCU_ProcessUart1(void) {
   gtUart1Cmd.checksum = MCU_ChecksumCmdResp(&gtUart1Cmd);
   gtUart1Cmd.stop = kFrameStop;
   if (FillRequest(gtZR4410MsgqCmdBuf.body) < 0) {
-    return Failed("MCU_FillZR4410 failed!", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "MCU_FillZR4410 failed!");
   }
   if (const int result = ZR4410_MsgQ_Send(&gtZR4410MsgqCmdBuf); result < 0) {
-    return Failed("ZR4410_MsgQ_Send failed!", result);
+    return LogFailure(result, "ZR4410_MsgQ_Send failed!");
   }
   if (const int result = ZR4410_MsgQ_Receive(&gtZR4410MsgqRespBuf); result < 0) {
-    return FailedUnlessStopped("ZR4410_MsgQ_Receive failed!", result);
+    return LogFailureUnlessStopped(result, "ZR4410_MsgQ_Receive failed!");
   }
   if (CheckReplyHeader(gtZR4410MsgqRespBuf.body) < 0) {
-    return Failed("MCU_CheckZR4410Packet failed!", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "MCU_CheckZR4410Packet failed!");
   }
   if (MCU_FillUart1Resp(gtZR4410MsgqRespBuf.body, &gtUart1Resp) < 0) {
-    return Failed("MCU_FillUart1Resp failed!", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "MCU_FillUart1Resp failed!");
   }
-  if (MCU_CheckUart1Resp(&gtUart1Resp) < 0) {
-    return Failed("MCU_CheckUart1Resp failed!", RESULT_FAILED);
-  }
-  return RESULT_OK;
+  return LogFailure(MCU_CheckUart1Resp(&gtUart1Resp), "MCU_CheckUart1Resp failed!");
 }
 
 int MCU_GetVersion(uint8_t* version) {

@@ -9,6 +9,9 @@
 
 ZR4410_BEGIN_DECLS
 
+/* Command ids that the routines below send; the last one that has a description. */
+enum { MCU_LENS_POWER_CONTROL = 0x0C, MCU_GET_VERSION = 0x10, MCU_GET_PTZ = 0x11, MCU_LAST_COMMAND = 0x15 };
+
 /* Request and reply of the last exchange. Each command clears both first; the reply of a camera command lands in
    gtUart1Resp too. */
 extern PlainFrame gtUart1Cmd, gtUart1Resp;
@@ -30,19 +33,19 @@ const char* MCU_StrError(uint8_t code);
    0; -1 for a bad length or reply; otherwise the queue client's result (-15 stop, -55 receive error, -56 time-out). */
 int MCU_ProcessUart1(void);
 
-/* Command 0x10. *version: the first reply byte. 0 or the result of MCU_ProcessUart1. */
+/* MCU_GET_VERSION. *version: the first reply byte. 0 or the result of MCU_ProcessUart1. */
 int MCU_GetVersion(uint8_t* version);
 
-/* Command 0x0C: switches the camera module's power by the low byte of on (0 off, 1 on).
+/* MCU_LENS_POWER_CONTROL: switches the camera module's power by the low byte of on (0 off, 1 on).
    0 when the MCU answered 0x10 ("ACK OK"); -1 when it did not, or the result of MCU_ProcessUart1. */
 int MCU_LensPowerControl(int32_t on);
 
-/* Command 0x11 with the low byte of mode (0 get once, 1 automatic response). Positions stand most significant byte
-   first: pan in reply bytes 0..3 (steps), tilt in 4..5, zoom in 6..7.
-   0; -1 when the reply has not 8 data bytes, or the result of MCU_ProcessUart1. */
+/* MCU_GET_PTZ with the low byte of mode (0 get once, 1 automatic response). Positions, most significant byte first:
+   pan in reply bytes 0..3 (steps), tilt in 4..5, zoom in 6..7.
+   0; -1 when the reply does not have 8 data bytes, or the result of MCU_ProcessUart1. */
 int MCU_GetPTZ(int32_t mode, uint32_t* pan, uint16_t* tilt, uint16_t* zoom);
 
-/* Copies the description of command id 0x00..0x15 into text (53 bytes at most). 0; -1 for any other id. */
+/* Copies the description of command id 0x00..MCU_LAST_COMMAND into text (53 bytes at most). 0; -1 for any other id. */
 int MCU_Cmd2Str(uint32_t id, char* text);
 
 ZR4410_END_DECLS

@@ -12,11 +12,13 @@ void EndLogLine(const sigset_t& before) {
 
 void LogSeparator() { LOG(LOG_INFO, "==================================================="); }
 
-int Failed(const char* line, int result) {
-  LOG(LOG_ERR, "%s", line);
+int LogFailure(int result, const char* line) {
+  if (result < 0) {
+    LOG(LOG_ERR, "%s", line);
+  }
   return result;
 }
 
-int FailedUnlessStopped(const char* line, int result) {
-  return result == RESULT_STOPPED ? result : Failed(line, result);
+int LogFailureUnlessStopped(int result, const char* line) {
+  return result == RESULT_STOPPED ? result : LogFailure(result, line);
 }

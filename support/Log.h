@@ -36,10 +36,10 @@ void WriteLogLine(int level, const char* format, Arguments... arguments) {
 // The line between sections of the log, 51 '=' at LOG_INFO.
 void LogSeparator();
 
-// Logs a failure's one line at LOG_ERR and hands its result on.
-int Failed(const char* line, int result);
+// Logs the line at LOG_ERR if the result is a failure (negative). Returns the result.
+int LogFailure(int result, const char* line);
 
-// The same, but a stop request (RESULT_STOPPED) passes without a line.
-int FailedUnlessStopped(const char* line, int result);
+// The same, but logs nothing for a stop request (RESULT_STOPPED).
+int LogFailureUnlessStopped(int result, const char* line);
 
 #endif

@@ -126,7 +126,7 @@ bool CopyWithValue(FILE* from, FILE* to, const char* key, const char* value) {
 
 int sysconf_fget(const char* path, const char* key, char* out) {
   if (path == nullptr || key == nullptr || out == nullptr) {
-    return Failed("invalid args.\n", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "invalid args.\n");
   }
   Stream file(open(path, O_RDONLY), "r");
   if (!file.IsOpen()) {
@@ -146,7 +146,7 @@ int sysconf_fget(const char* path, const char* key, char* out) {
 
 int sysconf_fset(const char* path, const char* key, const char* value) {
   if (path == nullptr || key == nullptr || value == nullptr) {
-    return Failed("sysconf_fset invalid args", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "sysconf_fset invalid args");
   }
   Stream from(open(path, O_RDONLY), "r");
   if (!from.IsOpen()) {
@@ -157,14 +157,14 @@ int sysconf_fset(const char* path, const char* key, const char* value) {
   Stream to(OpenTemporary(path, temporary), "w");
   if (!to.IsOpen()) {
     from.Abandon();  // Intentional: the settings file stays open here; it is part of the behaviour that is kept.
-    return Failed("Can not create a temp file for write.", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "Can not create a temp file for write.");
   }
   // Only a complete file may replace the old one.
   bool complete = CopyWithValue(from.Get(), to.Get(), key, value);
   complete = to.Close() && complete;
   from.Close();
   if (!complete || rename(temporary, path) != 0) {
-    return Failed("moving file error.", RESULT_FAILED);
+    return LogFailure(RESULT_FAILED, "moving file error.");
   }
   return RESULT_OK;
 }

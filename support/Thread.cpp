@@ -2,19 +2,23 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <initializer_list>
-#include <numeric>
+#include <iterator>
 
+#include "link/Frame.h"
 #include "support/Log.h"
 #include "support/Signal.h"
 
 RelayMessage gtMsgqTxBuf;  // apart from the requests' buffer, so that the shared sequence counter stays as it is
 
 void SendZR4410Msgq(uint8_t code) {
-  gtMsgqTxBuf = {getpid(), {0xAA, 0xAA, 0x00, 0x09, 0xAA, 0x02, 0x04, code, 0x22, 0x33, 0x44, 0x00, 0x55}};
-  uint8_t* const frame = gtMsgqTxBuf.body + 4;
-  frame[7] = static_cast<uint8_t>(-std::accumulate(frame, frame + 7, 0));
+  const uint8_t frame[] = {kFrameStart, kCommandVisca, 0x04, code, 0x22, 0x33, 0x44};
+  gtMsgqTxBuf = {getpid(), {kFrameStart, kFrameStart, 0x00, sizeof frame + 2}};
+  uint8_t* next = std::copy(std::begin(frame), std::end(frame), gtMsgqTxBuf.body + RELAY_START);
+  *next++ = static_cast<uint8_t>(-SumBytes(frame, sizeof frame));
+  *next = kFrameStop;
   if (ZR4410_MsgQ_Send(&gtMsgqTxBuf) < 0) {
     LOG(LOG_ERR, "ZR4410_MsgQ_Send fail!\n");
   }

@@ -2,12 +2,11 @@
 
 #include <cerrno>
 
-#include "link/MsgqClient.h"
-#include "support/Signal.h"
+#include "tests/support/Fixtures.h"
 
 namespace {
 
-// What happens before a reply is looked into.
+// What happens before a reply is examined.
 std::vector<Fault> QueueFaults(const char* timeoutLine) {
   return {
       {"FullRequestQueue",
@@ -29,7 +28,7 @@ std::vector<Fault> QueueFaults(const char* timeoutLine) {
       {"StoppedAfterSending", [](FakeOs& os, const Bytes&) { os.StopAt("msgsnd"); }, -15, {}},
       {"StoppedWhileWaiting",
        [](FakeOs& os, const Bytes& good) {
-         os.Reply(good).After(300);
+         os.Reply(good).After(6 * kPollMs);
          os.StopAt("usleep", 5);
        },
        -15,
@@ -51,7 +50,10 @@ std::vector<Fault> QueueFaults(const char* timeoutLine) {
        -55,
        {Err("msgrcv len failed(-1)!7:Argument list too long"), Err("ZR4410_MsgQ_Receive failed!")}},
       {"Silence", [](FakeOs& os, const Bytes&) { os.NoReply(); }, -56, {Err(timeoutLine)}},
-      {"ReplyTooLate", [](FakeOs& os, const Bytes& good) { os.Reply(good).After(2051); }, -56, {Err(timeoutLine)}},
+      {"ReplyTooLate",
+       [](FakeOs& os, const Bytes& good) { os.Reply(good).After(kTimeOutMs + 1); },
+       -56,
+       {Err(timeoutLine)}},
   };
 }
 
@@ -97,7 +99,7 @@ const std::vector<Fault>& InquiryFaults() {
 const std::vector<Fault>& CommandFaults() {
   static const auto faults = QueueFaults("ZR4410_MsgQ_Receive timeout!") + kCameraHeader +
                              std::vector<Fault>{
-                                 // The unwrapping is told under the inquiry's name here too.
+                                 // Also logged under the inquiry's name.
                                  Spoilt("LengthSeventeen", [](Reply& r) { r.Length(17); }, -1,
                                         {Err("Len > DATA_MAX_LEN"), Err("QM2150_FillUart1Resp failed!")}),
                                  Spoilt("Start", [](Reply& r) { r.Start(0x55); }, -1,
@@ -139,14 +141,10 @@ const std::vector<Fault>& McuFaults() {
   return faults;
 }
 
-std::vector<LogLine> Then(const Fault& fault, std::initializer_list<const char*> errorLines) {
-  std::vector<LogLine> lines = fault.lines;
-  for (const char* line : errorLines) {
-    lines.push_back(Err(line));
+std::vector<LogLine> LinesAbove(const std::vector<LogLine>& log, const Fault& fault, size_t between) {
+  const size_t below = fault.lines.size() + (fault.result == -15 ? 0 : between);
+  if (log.size() < below) {
+    return {Err("too few lines: " + std::to_string(log.size()))};
   }
-  return lines;
-}
-
-std::vector<LogLine> ThenUnlessStopped(const Fault& fault, std::initializer_list<const char*> errorLines) {
-  return fault.result == -15 ? fault.lines : Then(fault, errorLines);
+  return {log.begin() + static_cast<ptrdiff_t>(below), log.end()};
 }

@@ -1,5 +1,5 @@
 // Everything that can go wrong in one exchange, as tables: what to set up before it, the result, and the log lines of
-// the exchange itself. What a caller adds to the lines is the caller's test's business.
+// the exchange itself. The texts are checked by the tests of the exchange only (QM2150Transaction and McuComm).
 #ifndef ZR4410_TESTS_SUPPORT_FAULTS_H
 #define ZR4410_TESTS_SUPPORT_FAULTS_H
 
@@ -28,13 +28,12 @@ const std::vector<Fault>& CommandFaults();
 // Of MCU_ProcessUart1.
 const std::vector<Fault>& McuFaults();
 
-// As a generator of parameterised tests: INSTANTIATE_TEST_SUITE_P(Each, SomeTest, ValuesIn(InquiryFaults()), FaultName);
+// For tests with one instance per fault: INSTANTIATE_TEST_SUITE_P(Each, Suite, ValuesIn(InquiryFaults()), FaultName<...>);
 std::string FaultName(const auto& info) { return info.param.name; }
 
-// The lines, and one more error line behind them unless the result is that of a stop (-15).
-std::vector<LogLine> ThenUnlessStopped(const Fault& fault, std::initializer_list<const char*> errorLines);
-
-// The lines and more error lines behind them.
-std::vector<LogLine> Then(const Fault& fault, std::initializer_list<const char*> errorLines);
+// The lines of this log that the exchange's callers added to those of the fault, without the first `between` of them.
+// A caller's test passes as `between` how many lines the routines below it add unless they are stopped, and so does not
+// depend on their texts.
+std::vector<LogLine> LinesAbove(const std::vector<LogLine>& log, const Fault& fault, size_t between = 0);
 
 #endif

@@ -60,6 +60,28 @@ Ended RunProgram(std::vector<std::string> arguments) {
   return ended;
 }
 
+Bytes Completed(Bytes data) {
+  data.insert(data.begin(), {0x90, 0x50});
+  data.push_back(0xFF);
+  return data;
+}
+
+Bytes With(Bytes data, const std::map<size_t, uint8_t>& changes) {
+  for (const auto& [place, value] : changes) {
+    data.at(place) = value;
+  }
+  return data;
+}
+
+void Linked::StartOver() {
+  SetSigID(0);
+  giMsgIdTx = FakeOs::kRequestQueue;
+  giMsgIdRx = FakeOs::kReplyQueue;
+  os.RemovePoison();
+  os.DropAnswers();
+  os.Forget();
+}
+
 Linked::Linked() {
   if (ZR4410_MsgQ_Open() != 0) {
     ADD_FAILURE() << "the queues do not open";

@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -26,6 +27,20 @@ using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::IsEmpty;
 
+// The poll interval, for tests that are about something else; MsgqClientTest has it as a number.
+inline constexpr int kPollMs = ZR4410_POLL_MS;
+inline constexpr int kPollsUntilTimeOut = ZR4410_TIMEOUT_MS / ZR4410_POLL_MS + 1;
+inline constexpr int kTimeOutMs = kPollsUntilTimeOut * kPollMs;
+
+// A log line as it appears in FakeOs::Timeline().
+inline std::string Logged(const LogLine& line) { return "log " + std::to_string(line.level) + ' ' + line.text; }
+
+// A completed inquiry with its data bytes.
+Bytes Completed(Bytes data);
+
+// A copy of data bytes with some of them replaced: With(kBlock, {{11, 0x20}}).
+Bytes With(Bytes data, const std::map<size_t, uint8_t>& changes);
+
 // Every global of the product as it is at the start of a program.
 void ResetProduct();
 
@@ -37,9 +52,9 @@ inline constexpr int32_t LowerHalfOrNearest(int32_t lowerHalf, int32_t nearest) 
 
 // How a run of the whole program ended.
 struct Ended {
-  int status;          // what main returned: the exit status, but for -1, which the system makes 255
+  int status;          // what main returned: the exit status, except that the system turns -1 into 255
   std::string errors;  // standard error
-  bool signalsHeld;    // whether SIGTERM could not be caught any more
+  bool signalsHeld;    // whether SIGTERM was blocked at the end
 };
 Ended RunProgram(std::vector<std::string> arguments);
 
@@ -50,13 +65,16 @@ class Machine : public testing::Test {
   FakeOs os;
 };
 
-// The machine with both queues open, and whatever that took forgotten.
+// The machine with both queues open. What was seen while they opened is forgotten.
 class Linked : public Machine {
  protected:
   Linked();
+
+  // Starts over within a test, after a failed exchange: queues open and empty, no stop flag, nothing seen.
+  void StartOver();
 };
 
-// Records that hold recognisable junk, to see what a routine clears or leaves alone.
+// A record of recognisable junk, to see what a routine clears and what it leaves unchanged.
 template <typename Record>
 Record Filled(uint8_t value) {
   Record record;

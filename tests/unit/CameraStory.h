@@ -1,29 +1,43 @@
-// What happened on the wire, in the log and in sleep, told one event a line, in order:
+// What happened on the wire, in the log and in sleep, one event each, in order:
 //
 //   "81 09 04 53 FF"             a VISCA packet sent and answered at the first poll
 //   "MCU 0C 01"                  an MCU command with its data, likewise
 //   "81 09 04 53 FF (silence)"   ... never answered, waited for until the time-out
 //   "81 09 04 53 FF (stop)"      ... given up because the stop flag was set meanwhile
 //   "50 ms", "6 s"               one sleep outside an exchange
-//   "error: text\n"              a log line; also "info: " and "debug: "
+//   Err("text\n")                a log line; also Info and Debug
 #ifndef ZR4410_TESTS_UNIT_CAMERASTORY_H
 #define ZR4410_TESTS_UNIT_CAMERASTORY_H
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "tests/support/FakeOs.h"
+#include "tests/support/Fixtures.h"
 
-using Story = std::vector<std::string>;
+struct Event {
+  std::string text;
+  Event(std::string_view event) : text(event) {}
+  Event(const std::string& event) : text(event) {}
+  Event(const char* event) : text(event) {}
+  Event(const LogLine& line) : text(Logged(line)) {}
+  bool operator==(const Event&) const = default;
+};
+inline std::ostream& operator<<(std::ostream& out, const Event& event) {
+  return out << testing::PrintToString(event.text);
+}
+
+using Story = std::vector<Event>;
 
 inline Story operator+(Story first, const Story& second) {
   first.insert(first.end(), second.begin(), second.end());
   return first;
 }
 
-inline Story StoryOf(const FakeOs& os) {
-  constexpr int kPollsUntilTimeOut = 41;  // at 50, 100 ... 2050 ms
+// The story with only those log lines that `shown` accepts, so that a test sees those of the routine that it is about.
+inline Story StoryOf(const FakeOs& os, const std::function<bool(std::string_view)>& shown) {
+  const std::string poll = "sleep " + std::to_string(kPollMs * 1000);
   const std::vector<std::string>& lines = os.Timeline();
   const std::vector<Request>& requests = os.Requests();
   const auto line = [&lines](size_t i) { return i < lines.size() ? std::string_view(lines[i]) : ""; };
@@ -36,8 +50,7 @@ inline Story StoryOf(const FakeOs& os) {
       event += Hex(sent.Payload());
       int polls = 0;
       bool answered = false;
-      while (!answered && polls < kPollsUntilTimeOut && line(i + 1) == "sleep 50000" &&
-             line(i + 2).starts_with("receive ")) {
+      while (!answered && polls < kPollsUntilTimeOut && line(i + 1) == poll && line(i + 2).starts_with("receive ")) {
         answered = line(i + 2) == "receive 36";
         ++polls;
         i += 2;
@@ -46,7 +59,7 @@ inline Story StoryOf(const FakeOs& os) {
         event += " (" + std::to_string(polls) + " polls)";
       } else if (!answered && polls == kPollsUntilTimeOut) {
         event += " (silence)";
-      } else if (!answered && line(i + 1) == "sleep 50000") {
+      } else if (!answered && line(i + 1) == poll) {
         event += " (stop)";
         ++i;
       } else if (!answered) {
@@ -58,16 +71,15 @@ inline Story StoryOf(const FakeOs& os) {
       story.push_back(microseconds % 1000000 == 0 ? std::to_string(microseconds / 1000000) + " s"
                       : microseconds % 1000 == 0  ? std::to_string(microseconds / 1000) + " ms"
                                                   : std::to_string(microseconds) + " us");
-    } else if (line(i).starts_with("log ")) {
-      const char level = lines[i][4];
-      story.push_back((level == '3'   ? "error: "
-                       : level == '6' ? "info: "
-                       : level == '7' ? "debug: "
-                                      : "level " + std::string(1, level) + ": ") +
-                      lines[i].substr(6));
-    }  // else the reply queue being drained before a request
+    } else if (line(i).starts_with("log ") && shown(line(i).substr(6))) {
+      story.push_back(line(i));
+    }  // else the reply queue being emptied before a request
   }
   return story;
+}
+
+inline Story StoryOf(const FakeOs& os) {
+  return StoryOf(os, [](std::string_view) { return true; });
 }
 
 // The bytes of a text such as "90 50 0A FF".

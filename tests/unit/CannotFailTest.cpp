@@ -1,7 +1,6 @@
-// What is to happen if a call fails that never does as the program stands. The linker puts the routines below between
+// What happens if a call fails that cannot fail today. The linker puts the routines below between
 // the callers and the real ones (see wrapped.cmake).
 #include "tests/support/Fixtures.h"
-#include "tests/unit/BlockReply.h"
 
 namespace {
 
@@ -81,7 +80,7 @@ TEST_F(CannotFail, AFailedCloseIsLoggedBeforeTheFinishBanner) {
   EXPECT_EQ(log[log.size() - 2], Info("Finish testZR4410 (v0.0.1)."));
 }
 
-TEST_F(CannotFail, AnInquiryThatTurnsIntoACommandOnTheWayFails) {
+TEST_F(CannotFail, AnInquiryThatBecomesACommandDuringTheExchangeFails) {
   os.Reply({0x90, 0x50, 0x02, 0xFF});
   os.On("msgrcv", 2, [] { gtUart1ViscaCmdInq.selector = 0x01; });
   const uint8_t code = 0x00;

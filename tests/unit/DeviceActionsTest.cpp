@@ -6,11 +6,13 @@
 
 namespace {
 
+using testing::_;
+using testing::SizeIs;
 using testing::ValuesIn;
 
 const Bytes kAck = {0x10};
 
-class Actions : public Linked {
+class DeviceActions : public Linked {
  protected:
   int Camera(int32_t action, int32_t argument) {
     giArgv1 = action;
@@ -26,7 +28,7 @@ class Actions : public Linked {
 
 // --- -s ---
 
-TEST_F(Actions, TheCamerasVersionIsPrinted) {
+TEST_F(DeviceActions, TheCamerasVersionIsPrinted) {
   for (const int32_t any : {0, 1, -5}) {
     os.Forget();
     os.Reply({0x90, 0x50, 0x00, 0x01, 0x05, 0x06, 0x01, 0x23, 0x02, 0xFF});
@@ -37,7 +39,7 @@ TEST_F(Actions, TheCamerasVersionIsPrinted) {
   }
 }
 
-TEST_F(Actions, AllSensorModesAreListedWithoutAskingTheCamera) {
+TEST_F(DeviceActions, AllSensorModesAreListedWithoutAskingTheCamera) {
   EXPECT_EQ(Camera(1, 1), 0);
   EXPECT_EQ(os.Output(),
             "0x00 = unknown\n"
@@ -62,7 +64,7 @@ TEST_F(Actions, AllSensorModesAreListedWithoutAskingTheCamera) {
   EXPECT_THAT(os.Timeline(), IsEmpty());
 }
 
-TEST_F(Actions, TheSensorModeIsPrintedByItsName) {
+TEST_F(DeviceActions, TheSensorModeIsPrintedByItsName) {
   for (const int32_t other : {0, 2, -1, 257}) {
     os.Forget();
     os.Reply({0x90, 0x50, 0x00, 0x08, 0xFF});
@@ -73,14 +75,14 @@ TEST_F(Actions, TheSensorModeIsPrintedByItsName) {
   }
 }
 
-TEST_F(Actions, ASensorModeWithoutANameIsLogged) {
+TEST_F(DeviceActions, ASensorModeWithoutANameIsLogged) {
   os.Reply({0x90, 0x50, 0x01, 0x03, 0xFF});
   EXPECT_EQ(Camera(1, 0), 0);
   EXPECT_EQ(os.Output(), "");
   EXPECT_THAT(os.Log(), ElementsAre(Err("SnrQM2150_SnrMode2Str fail!\n")));
 }
 
-TEST_F(Actions, ASensorModeIsSetAndPrinted) {
+TEST_F(DeviceActions, ASensorModeIsSetAndPrinted) {
   os.Reply(kAck);
   os.Reply({0x90, 0x50, 0x00, 0x06, 0xFF});
   EXPECT_EQ(Camera(2, 6), 0);
@@ -88,10 +90,10 @@ TEST_F(Actions, ASensorModeIsSetAndPrinted) {
   EXPECT_THAT(os.Packets(), ElementsAre(Bytes{0x81, 0x01, 0x04, 0x24, 0x72, 0x00, 0x06, 0xFF},
                                         Bytes{0x81, 0x09, 0x04, 0x24, 0x72, 0xFF}));
   EXPECT_THAT(os.Log(), IsEmpty());
-  EXPECT_EQ(os.ElapsedMs(), 150);  // no power cycle, no long wait
+  EXPECT_EQ(os.Calls("sleep"), 0);  // no power cycle
 }
 
-TEST_F(Actions, TheSensorModeIsTheLowByte) {
+TEST_F(DeviceActions, TheSensorModeIsTheLowByte) {
   for (const int32_t mode : {264, 8, -248, std::numeric_limits<int32_t>::min() + 8}) {
     os.Forget();
     os.Reply(kAck);
@@ -102,7 +104,7 @@ TEST_F(Actions, TheSensorModeIsTheLowByte) {
   }
 }
 
-TEST_F(Actions, ASensorModeWithoutANameIsSetAllTheSame) {
+TEST_F(DeviceActions, ASensorModeWithoutANameIsSetNevertheless) {
   os.Reply(kAck);
   os.Reply({0x90, 0x50, 0x01, 0x03, 0xFF});
   EXPECT_EQ(Camera(2, 0x13), 0);
@@ -111,79 +113,71 @@ TEST_F(Actions, ASensorModeWithoutANameIsSetAllTheSame) {
   EXPECT_THAT(os.Log(), ElementsAre(Err("SnrQM2150_SnrMode2Str fail!\n")));
 }
 
-TEST_F(Actions, ARefusedSensorModeIsPrintedAsIfItWereSet) {
+TEST_F(DeviceActions, ARejectedSensorModeIsPrintedAsIfItWereSet) {
   os.Reply(kAck);
   os.Reply({0x90, 0x50, 0x00, 0x06, 0xFF});
   os.Reply({0x90, 0x50, 0x00, 0x06, 0xFF});
   EXPECT_EQ(Camera(2, 8), 0);
   EXPECT_EQ(os.Output(), "[SetSnrMode] 1080p 25fps\n");
-  EXPECT_THAT(os.Log(), ElementsAre(Err("QM2150_SetSnrMode bRegValue != bReadRegValue failed!")));
+  EXPECT_THAT(os.Log(), SizeIs(1));
 }
 
-TEST_F(Actions, AnyOtherCameraActionIsNotSupported) {
+TEST_F(DeviceActions, AnyOtherCameraActionIsNotSupported) {
   for (const int32_t action : {3, -1, 256, std::numeric_limits<int32_t>::max(), std::numeric_limits<int32_t>::min()}) {
     os.Forget();
     EXPECT_EQ(Camera(action, 0), 0);
     EXPECT_EQ(os.Output(), "");
-    EXPECT_THAT(os.Timeline(), ElementsAre("log 3 Command ID is not supported.\n"));
+    EXPECT_THAT(os.Timeline(), ElementsAre(Logged(Err("Command ID is not supported.\n"))));
   }
 }
 
-class CameraReadFault : public Actions, public testing::WithParamInterface<Fault> {};
-INSTANTIATE_TEST_SUITE_P(Each, CameraReadFault, ValuesIn(InquiryFaults()), FaultName<testing::TestParamInfo<Fault>>);
+class DeviceActionsReadFault : public DeviceActions, public testing::WithParamInterface<Fault> {};
+INSTANTIATE_TEST_SUITE_P(Each, DeviceActionsReadFault, ValuesIn(InquiryFaults()),
+                         FaultName<testing::TestParamInfo<Fault>>);
 
-TEST_P(CameraReadFault, IsLoggedForTheVersionAlsoWhenStopped) {
+TEST_P(DeviceActionsReadFault, IsLoggedForTheVersionAlsoWhenStopped) {
   GetParam().arrange(os, {0x90, 0x50, 0x00, 0x01, 0x05, 0x06, 0x01, 0x23, 0x02, 0xFF});
   EXPECT_EQ(Camera(0, 0), 0);
   EXPECT_EQ(os.Output(), "");
-  auto expected = ThenUnlessStopped(GetParam(), {"QM2150_ProcessVisca failed!"});
-  expected.push_back(Err("QM2150_VersionInq fail!\n"));
-  EXPECT_EQ(os.Log(), expected);
+  EXPECT_THAT(LinesAbove(os.Log(), GetParam(), 1), ElementsAre(Err("QM2150_VersionInq fail!\n")));
 }
 
-TEST_P(CameraReadFault, IsLoggedForTheSensorModeAlsoWhenStopped) {
+TEST_P(DeviceActionsReadFault, IsLoggedForTheSensorModeAlsoWhenStopped) {
   GetParam().arrange(os, {0x90, 0x50, 0x00, 0x08, 0xFF});
   EXPECT_EQ(Camera(1, 0), 0);
   EXPECT_EQ(os.Output(), "");
-  auto expected = ThenUnlessStopped(GetParam(), {"QM2150_ProcessVisca failed!"});
-  expected.push_back(Err("QM2150_GetSnrMode fail!\n"));
-  EXPECT_EQ(os.Log(), expected);
+  EXPECT_THAT(LinesAbove(os.Log(), GetParam(), 1), ElementsAre(Err("QM2150_GetSnrMode fail!\n")));
 }
 
-TEST_P(CameraReadFault, IsLoggedForAReadBackAlsoWhenStopped) {
+TEST_P(DeviceActionsReadFault, IsLoggedForAReadBackAlsoWhenStopped) {
   os.Reply(kAck);
   os.On("usleep", 2, [this] { GetParam().arrange(os, {0x90, 0x50, 0x00, 0x08, 0xFF}); });
   EXPECT_EQ(Camera(2, 8), 0);
   EXPECT_EQ(os.Output(), "");
-  auto expected = ThenUnlessStopped(GetParam(), {"QM2150_ProcessVisca failed!"});
-  expected.push_back(Err("QM2150_GetSnrMode failed!"));
-  expected.push_back(Err("QM2150_SetSnrMode fail!\n"));
-  EXPECT_EQ(os.Log(), expected);
+  EXPECT_THAT(LinesAbove(os.Log(), GetParam(), 1), ElementsAre(_, Err("QM2150_SetSnrMode fail!\n")));
 }
 
-class CameraWriteFault : public Actions, public testing::WithParamInterface<Fault> {};
-INSTANTIATE_TEST_SUITE_P(Each, CameraWriteFault, ValuesIn(CommandFaults()), FaultName<testing::TestParamInfo<Fault>>);
+class DeviceActionsWriteFault : public DeviceActions, public testing::WithParamInterface<Fault> {};
+INSTANTIATE_TEST_SUITE_P(Each, DeviceActionsWriteFault, ValuesIn(CommandFaults()),
+                         FaultName<testing::TestParamInfo<Fault>>);
 
-TEST_P(CameraWriteFault, IsLoggedForTheSensorModeAlsoWhenStopped) {
+TEST_P(DeviceActionsWriteFault, IsLoggedForTheSensorModeAlsoWhenStopped) {
   GetParam().arrange(os, kAck);
   EXPECT_EQ(Camera(2, 8), 0);
   EXPECT_EQ(os.Output(), "");
-  auto expected = ThenUnlessStopped(GetParam(), {"QM2150_ProcessVisca failed!"});
-  expected.push_back(Err("QM2150_SetRegisterValue failed!"));
-  expected.push_back(Err("QM2150_SetSnrMode fail!\n"));
-  EXPECT_EQ(os.Log(), expected);
+  EXPECT_THAT(LinesAbove(os.Log(), GetParam(), 1), ElementsAre(_, Err("QM2150_SetSnrMode fail!\n")));
 }
 
-TEST_F(Actions, AnUnacknowledgedSensorModeIsLogged) {
+TEST_F(DeviceActions, AnUnacknowledgedSensorModeIsLogged) {
   os.Reply({0x40});
   EXPECT_EQ(Camera(2, 8), 0);
   EXPECT_EQ(os.Output(), "");
-  EXPECT_THAT(os.Log(), ElementsAre(Err("QM2150_SetRegisterValue failed!"), Err("QM2150_SetSnrMode fail!\n")));
+  EXPECT_THAT(os.Log(), ElementsAre(_, Err("QM2150_SetSnrMode fail!\n")));
 }
 
 // --- -m ---
 
-TEST_F(Actions, TheMcusVersionIsPrinted) {
+TEST_F(DeviceActions, TheMcusVersionIsPrinted) {
   for (const int32_t other : {0, 2, -1}) {
     os.Forget();
     os.Reply({0x0A});
@@ -194,7 +188,7 @@ TEST_F(Actions, TheMcusVersionIsPrinted) {
   }
 }
 
-TEST_F(Actions, AllMcuCommandsAreListedWithoutAskingTheMcu) {
+TEST_F(DeviceActions, AllMcuCommandsAreListedWithoutAskingTheMcu) {
   EXPECT_EQ(Mcu(16, 1), 0);
   EXPECT_EQ(os.Output(),
             "MCU Command:\n"
@@ -224,14 +218,14 @@ TEST_F(Actions, AllMcuCommandsAreListedWithoutAskingTheMcu) {
   EXPECT_THAT(os.Timeline(), IsEmpty());
 }
 
-TEST_F(Actions, ThePositionsArePrinted) {
+TEST_F(DeviceActions, ThePositionsArePrinted) {
   os.Reply({0x00, 0x00, 0xFA, 0x00, 0x01, 0x2C, 0x00, 0x10});
   EXPECT_EQ(Mcu(17, 0), 0);
   EXPECT_EQ(os.Output(), "Pan = 64000, Tilt = 300, Zoom = 16\n");
   EXPECT_THAT(os.Frames(), ElementsAre(Bytes{0xAA, 0x11, 0x01, 0x00, 0x44, 0x55}));
 }
 
-TEST_F(Actions, PanIsSignedTiltAndZoomAreNot) {
+TEST_F(DeviceActions, PanIsSignedTiltAndZoomAreNot) {
   os.Reply({0xFF, 0xFF, 0xFF, 0xFE, 0xFF, 0xFF, 0x80, 0x00});
   EXPECT_EQ(Mcu(17, 1), 0);
   os.Reply({0x80, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00});
@@ -240,14 +234,14 @@ TEST_F(Actions, PanIsSignedTiltAndZoomAreNot) {
   EXPECT_THAT(os.Packets(), ElementsAre(Bytes{0x01}, Bytes{0x01}));
 }
 
-TEST_F(Actions, PositionsOfAWrongLengthAreLogged) {
+TEST_F(DeviceActions, PositionsOfAWrongLengthAreLogged) {
   os.Reply(Bytes(7));
   EXPECT_EQ(Mcu(17, 0), -1);
   EXPECT_EQ(os.Output(), "");
   EXPECT_THAT(os.Log(), ElementsAre(Err("MCU_GetPTZ fail!\n")));
 }
 
-TEST_F(Actions, LensPowerIsSwitchedSilently) {
+TEST_F(DeviceActions, LensPowerIsSwitchedSilently) {
   for (const int32_t on : {1, 0, 256}) {
     os.Reply(kAck);
     EXPECT_EQ(Mcu(12, on), 0);
@@ -259,7 +253,7 @@ TEST_F(Actions, LensPowerIsSwitchedSilently) {
                           Bytes{0xAA, 0x0C, 0x01, 0x00, 0x49, 0x55}));
 }
 
-TEST_F(Actions, UnacknowledgedLensPowerIsLogged) {
+TEST_F(DeviceActions, UnacknowledgedLensPowerIsLogged) {
   for (const uint8_t code : Bytes{0x20, 0x30, 0x40, 0x50}) {
     os.Forget();
     os.Reply({code});
@@ -268,43 +262,37 @@ TEST_F(Actions, UnacknowledgedLensPowerIsLogged) {
   }
 }
 
-TEST_F(Actions, AnyOtherMcuCommandIsNotSupported) {
+TEST_F(DeviceActions, AnyOtherMcuCommandIsNotSupported) {
   for (const int32_t command : {0, 0x0C + 256, 13, 15, 18, -1, std::numeric_limits<int32_t>::min()}) {
     os.Forget();
     EXPECT_EQ(Mcu(command, 1), 0);
     EXPECT_EQ(os.Output(), "");
-    EXPECT_THAT(os.Timeline(), ElementsAre("log 3 Command ID is not supported.\n"));
+    EXPECT_THAT(os.Timeline(), ElementsAre(Logged(Err("Command ID is not supported.\n"))));
   }
 }
 
-class McuActionFault : public Actions, public testing::WithParamInterface<Fault> {};
-INSTANTIATE_TEST_SUITE_P(Each, McuActionFault, ValuesIn(McuFaults()), FaultName<testing::TestParamInfo<Fault>>);
+class DeviceActionsMcuFault : public DeviceActions, public testing::WithParamInterface<Fault> {};
+INSTANTIATE_TEST_SUITE_P(Each, DeviceActionsMcuFault, ValuesIn(McuFaults()), FaultName<testing::TestParamInfo<Fault>>);
 
-TEST_P(McuActionFault, IsLoggedTwiceForTheVersion) {
+TEST_P(DeviceActionsMcuFault, IsLoggedTwiceForTheVersion) {
   GetParam().arrange(os, {0x23});
   EXPECT_EQ(Mcu(16, 0), GetParam().result);
   EXPECT_EQ(os.Output(), "");
-  auto expected = ThenUnlessStopped(GetParam(), {"MCU_ProcessUart1 failed!"});
-  expected.push_back(Err("MCU_GetVersion fail!\n"));
-  expected.push_back(Err("MCU_GetVersion fail!\n"));
-  EXPECT_EQ(os.Log(), expected);
+  EXPECT_THAT(LinesAbove(os.Log(), GetParam(), 1),
+              ElementsAre(Err("MCU_GetVersion fail!\n"), Err("MCU_GetVersion fail!\n")));
 }
 
-TEST_P(McuActionFault, IsLoggedForThePositions) {
+TEST_P(DeviceActionsMcuFault, IsLoggedForThePositions) {
   GetParam().arrange(os, Bytes(8));
   EXPECT_EQ(Mcu(17, 0), GetParam().result);
   EXPECT_EQ(os.Output(), "");
-  auto expected = ThenUnlessStopped(GetParam(), {"MCU_ProcessUart1 failed!"});
-  expected.push_back(Err("MCU_GetPTZ fail!\n"));
-  EXPECT_EQ(os.Log(), expected);
+  EXPECT_THAT(LinesAbove(os.Log(), GetParam(), 1), ElementsAre(Err("MCU_GetPTZ fail!\n")));
 }
 
-TEST_P(McuActionFault, IsLoggedForLensPower) {
+TEST_P(DeviceActionsMcuFault, IsLoggedForLensPower) {
   GetParam().arrange(os, kAck);
   EXPECT_EQ(Mcu(12, 1), GetParam().result);
-  auto expected = ThenUnlessStopped(GetParam(), {"MCU_ProcessUart1 failed!"});
-  expected.push_back(Err("MCU_LensPowerControl fail!\n"));
-  EXPECT_EQ(os.Log(), expected);
+  EXPECT_THAT(LinesAbove(os.Log(), GetParam(), 1), ElementsAre(Err("MCU_LensPowerControl fail!\n")));
 }
 
 }  // namespace

@@ -1,3 +1,4 @@
+// The gain, dB and EV formulas and the interpolation, to the last bit.
 #include "camera/Math.h"
 
 #include <gtest/gtest.h>
@@ -32,7 +33,7 @@ constexpr Line kLines[] = {
     {5.0, 100.0, 5.0, 200.0, 150.0, 5.0},  // a level line
 };
 
-TEST(InterpolationX, FollowsTheLineToTheLastBit) {
+TEST(MathInterpolationX, FollowsTheLineToTheLastBit) {
   for (const Line& line : kLines) {
     const InterpolationPoint p0{line.value0, line.position0}, p1{line.value1, line.position1};
     InterpolationPoint p{-1.0, line.position};
@@ -42,7 +43,7 @@ TEST(InterpolationX, FollowsTheLineToTheLastBit) {
   }
 }
 
-TEST(InterpolationY, IsTheMirror) {
+TEST(MathInterpolationY, IsTheReverse) {
   for (const Line& line : kLines) {
     const InterpolationPoint p0{line.position0, line.value0}, p1{line.position1, line.value1};
     InterpolationPoint p{line.position, -1.0};
@@ -52,7 +53,7 @@ TEST(InterpolationY, IsTheMirror) {
   }
 }
 
-TEST(Interpolation, DoesNotCheckForEqualEndPoints) {
+TEST(MathInterpolation, DoesNotCheckForEqualEndPoints) {
   const InterpolationPoint p0{1.0, 1.0}, p1{1.0, 1.0};
   InterpolationPoint p{7.0, 1.0};
   EXPECT_EQ(InterpolationX(&p0, &p1, &p), 0);
@@ -64,7 +65,7 @@ TEST(Interpolation, DoesNotCheckForEqualEndPoints) {
 
 // --- Gain and dB ---
 
-TEST(Gain2dB, TakesTheNaturalLogarithm) {
+TEST(MathGain2dB, TakesTheNaturalLogarithm) {
   EXPECT_EQ(Gain2dB(1.0), 0.0);
   EXPECT_DOUBLE_EQ(Gain2dB(2.0), 13.862943611198906);  // not 6.02
   EXPECT_DOUBLE_EQ(Gain2dB(10.0), 46.05170185988092);  // not 20
@@ -74,7 +75,7 @@ TEST(Gain2dB, TakesTheNaturalLogarithm) {
   EXPECT_TRUE(std::isnan(Gain2dB(-1.0)));
 }
 
-TEST(dB2Gain, TakesTheTenthPower) {
+TEST(MathDB2Gain, IsAPowerOfTen) {
   EXPECT_EQ(dB2Gain(0.0), 1.0);
   EXPECT_DOUBLE_EQ(dB2Gain(20.0), 10.0);
   EXPECT_DOUBLE_EQ(dB2Gain(40.0), 100.0);
@@ -88,7 +89,7 @@ TEST(dB2Gain, TakesTheTenthPower) {
 
 // --- Gain levels ---
 
-TEST(Gain2GainLevel, HasEightLevelsADoubling) {
+TEST(MathGain2GainLevel, HasEightLevelsPerDoubling) {
   constexpr struct {
     double gain;
     int32_t level;
@@ -101,7 +102,7 @@ TEST(Gain2GainLevel, HasEightLevelsADoubling) {
   }
 }
 
-TEST(Gain2GainLevel, Of8And64And128FallsJustUnderTheWholeNumber) {
+TEST(MathGain2GainLevel, Of8And64And128FallsJustUnderTheWholeNumber) {
   int32_t level = -7;
   EXPECT_EQ(Gain2GainLevel(8.0, &level), 0);
   EXPECT_EQ(level, 23);
@@ -117,7 +118,7 @@ TEST(Gain2GainLevel, Of8And64And128FallsJustUnderTheWholeNumber) {
   EXPECT_EQ(level, 56);
 }
 
-TEST(Gain2GainLevel, Takes128Point5AndRefuses128Point6) {
+TEST(MathGain2GainLevel, Takes128Point5AndRefuses128Point6) {
   int32_t level = -7;
   EXPECT_EQ(Gain2GainLevel(128.6, &level), -18);
   EXPECT_EQ(level, -7);
@@ -125,7 +126,7 @@ TEST(Gain2GainLevel, Takes128Point5AndRefuses128Point6) {
   EXPECT_EQ(level, 56);
 }
 
-TEST(Gain2GainLevel, RefusesAGainOutsideItsLimits) {
+TEST(MathGain2GainLevel, RefusesAGainOutsideItsLimits) {
   for (const double gain : {std::nextafter(1.0, 0.0), std::nextafter(128.5, 200.0), 0.0, -0.0, -1.0, -100.0, 0.5, 1e300,
                             kInfinity, -kInfinity, kNaN, -kNaN}) {
     int32_t level = -7;
@@ -134,7 +135,7 @@ TEST(Gain2GainLevel, RefusesAGainOutsideItsLimits) {
   }
 }
 
-TEST(GainLevel2Gain, KnowsEveryLevel) {
+TEST(MathGainLevel2Gain, KnowsEveryLevel) {
   constexpr double kGains[] = {1.0,
                                1.0905077326652577,
                                1.189207115002721,
@@ -202,7 +203,7 @@ TEST(GainLevel2Gain, KnowsEveryLevel) {
   EXPECT_EQ(level, 57U);
 }
 
-TEST(GainLevel2Gain, RefusesALevelAbove56) {
+TEST(MathGainLevel2Gain, RefusesALevelAbove56) {
   for (const uint32_t level : {57U, 64U, 256U, 0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFFU}) {
     double gain = -7.0;
     EXPECT_EQ(GainLevel2Gain(level, &gain), -18) << level;
@@ -215,7 +216,7 @@ TEST(GainLevel2Gain, RefusesALevelAbove56) {
 constexpr int32_t kMost = 2147483647;
 constexpr int32_t kLeast = -kMost - 1;
 
-TEST(Ev2Value, DoublesForEachEv) {
+TEST(MathEv2Value, DoublesForEachEv) {
   EXPECT_EQ(Ev2Value(100, 0.0), 100);
   EXPECT_EQ(Ev2Value(100, 1.0), 200);
   EXPECT_EQ(Ev2Value(100, -1.0), 50);
@@ -228,7 +229,7 @@ TEST(Ev2Value, DoublesForEachEv) {
   EXPECT_EQ(Ev2Value(-1, 31.0), kLeast);
 }
 
-TEST(Ev2Value, TruncatesTowardZero) {
+TEST(MathEv2Value, TruncatesTowardZero) {
   EXPECT_EQ(Ev2Value(7, -1.0), 3);
   EXPECT_EQ(Ev2Value(-7, -1.0), -3);
   EXPECT_EQ(Ev2Value(10, 0.5), 14);
@@ -240,7 +241,7 @@ TEST(Ev2Value, TruncatesTowardZero) {
   EXPECT_EQ(Ev2Value(-kMost, -1.0), -1073741823);
 }
 
-TEST(Ev2Value, SaturatesBothWays) {
+TEST(MathEv2Value, SaturatesBothWays) {
   EXPECT_EQ(Ev2Value(1, 31.0), kMost);
   EXPECT_EQ(Ev2Value(1, 32.0), kMost);
   EXPECT_EQ(Ev2Value(-1, 32.0), kLeast);
@@ -254,7 +255,7 @@ TEST(Ev2Value, SaturatesBothWays) {
   EXPECT_EQ(Ev2Value(-3, -1e9), 0);
 }
 
-TEST(Ev2Value, IsDefinedForInfinitiesAndWhatIsNoNumber) {
+TEST(MathEv2Value, IsDefinedForInfinitiesAndNaN) {
   EXPECT_EQ(Ev2Value(1, kInfinity), kMost);
   EXPECT_EQ(Ev2Value(-1, kInfinity), kLeast);
   EXPECT_EQ(Ev2Value(5, -kInfinity), 0);

@@ -43,7 +43,7 @@ TEST_F(Relay, TheChecksumBringsTheFramesSumToZero) {
   EXPECT_EQ(QM2150_ChecksumViscaCmd(&frame), 0x2B);
 }
 
-TEST_F(Relay, TheChecksumTakesTheFieldsAsTheyStand) {
+TEST_F(Relay, TheChecksumUsesTheFieldsAsTheyAre) {
   ViscaRequestFrame frame{};
   EXPECT_EQ(QM2150_ChecksumViscaCmd(&frame), 0x00);
   frame = {0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x02, {0x10, 0x20, 0x40}, 0x80, 0x77, 0x88};
@@ -123,7 +123,7 @@ TEST_F(Relay, TheIdWrapsFrom255To0) {
 
 TEST_F(Relay, ABodyWithHeaderAndIdIsGood) {
   gbSeqId = 0x42;
-  const Body body = BodyOf({0xAA, 0xAA, 0x42}, 0);  // the frame length is not looked at
+  const Body body = BodyOf({0xAA, 0xAA, 0x42}, 0);  // the frame length is ignored
   EXPECT_EQ(QM2150_CheckZR4410Packet(body.bytes), 0);
   EXPECT_THAT(os.Log(), IsEmpty());
 }

@@ -1,4 +1,4 @@
-// Raw positions to physical values: every table whole, every position of the interpolated ones.
+// Raw positions to physical values: every table in full, every position of the interpolated ones.
 #include <cstddef>
 #include <iterator>
 #include <span>
@@ -16,7 +16,7 @@ constexpr int32_t kLeast = -kMost - 1;
 
 // --- Shutter ---
 
-TEST(Pos2Shutter, KnowsEveryPositionAt50Hz) {
+TEST(SnrQM2150ConversionsPos2Shutter, KnowsEveryPositionAt50Hz) {
   constexpr int32_t kDenominators[] = {1,   2,   3,   6,   12,   25,   50,   75,   100,  120,  150,
                                        215, 300, 425, 600, 1000, 1250, 1750, 2500, 3500, 6000, 10000};
   uint32_t position = 0;
@@ -27,7 +27,7 @@ TEST(Pos2Shutter, KnowsEveryPositionAt50Hz) {
   EXPECT_EQ(position, 22U);
 }
 
-TEST(Pos2Shutter, KnowsEveryPositionAt60Hz) {
+TEST(SnrQM2150ConversionsPos2Shutter, KnowsEveryPositionAt60Hz) {
   constexpr int32_t kDenominators[] = {1,   2,   4,   8,   15,   30,   60,   90,   100,  125,  180,
                                        250, 350, 500, 725, 1000, 1500, 2000, 3000, 4000, 6000, 10000};
   uint32_t position = 0;
@@ -38,7 +38,7 @@ TEST(Pos2Shutter, KnowsEveryPositionAt60Hz) {
   EXPECT_EQ(position, 22U);
 }
 
-TEST(Pos2Shutter, EndsAtPosition21) {
+TEST(SnrQM2150ConversionsPos2Shutter, EndsAtPosition21) {
   EXPECT_EQ(SnrQM2150_Pos2Shutter(60, 21), 10000);
   EXPECT_EQ(SnrQM2150_Pos2Shutter(50, 22), -59);
   EXPECT_EQ(SnrQM2150_Pos2Shutter(60, 22), -59);
@@ -48,7 +48,7 @@ TEST(Pos2Shutter, EndsAtPosition21) {
   }
 }
 
-TEST(Pos2Shutter, KnowsOnlyTwoFrequencies) {
+TEST(SnrQM2150ConversionsPos2Shutter, KnowsOnlyTwoFrequencies) {
   EXPECT_EQ(SnrQM2150_Pos2Shutter(55, 3), -59);
   for (const int32_t frequency : {0, 1, 49, 51, 59, 61, 100, 306, 316, -50, -60, kMost, kLeast}) {
     for (const uint32_t position : {0U, 3U, 21U, 22U}) {
@@ -59,7 +59,7 @@ TEST(Pos2Shutter, KnowsOnlyTwoFrequencies) {
 
 // --- Iris ---
 
-TEST(IrisPos2Fno, KnowsEveryPosition) {
+TEST(SnrQM2150ConversionsIrisPos2Fno, KnowsEveryPosition) {
   EXPECT_EQ(SnrQM2150_IrisPos2Fno(0), 360.0);
   EXPECT_EQ(SnrQM2150_IrisPos2Fno(5), 14.0);
   EXPECT_EQ(SnrQM2150_IrisPos2Fno(6), 11.0);
@@ -76,7 +76,7 @@ TEST(IrisPos2Fno, KnowsEveryPosition) {
   EXPECT_EQ(SnrQM2150_IrisPos2Fno(17), 1.6);
 }
 
-TEST(IrisPos2Fno, HasNoValueFor1To4AndAbove17) {
+TEST(SnrQM2150ConversionsIrisPos2Fno, HasNoValueFor1To4AndAbove17) {
   for (const uint32_t position : {1U, 2U, 3U, 4U, 18U, 19U, 31U, 32U, 256U, 261U, 0x80000000U, 0xFFFFFFFFU}) {
     EXPECT_EQ(SnrQM2150_IrisPos2Fno(position), -99.0) << position;
   }
@@ -84,7 +84,7 @@ TEST(IrisPos2Fno, HasNoValueFor1To4AndAbove17) {
 
 // --- Gain ---
 
-TEST(GainPos2dB, KnowsEveryPosition) {
+TEST(SnrQM2150ConversionsGainPos2dB, KnowsEveryPosition) {
   constexpr double kDb[] = {-3.0, 0.0, 2.0, 4.0, 6.0, 8.0, 10.0, 12.0, 14.0, 16.0, 18.0, 20.0, 22.0, 24.0, 26.0, 28.0};
   for (const uint32_t state : {0U, 1U, 3U, 4U, 0x102U, 0x80000002U, 0xFFFFFFFFU}) {
     for (int32_t position = 0; position < 16; ++position) {
@@ -93,19 +93,19 @@ TEST(GainPos2dB, KnowsEveryPosition) {
   }
 }
 
-TEST(GainPos2dB, HighSensitivityRaisesThePositionsFrom11) {
+TEST(SnrQM2150ConversionsGainPos2dB, HighSensitivityRaisesThePositionsFrom11) {
   constexpr double kDb[] = {-3.0, 0.0, 2.0, 4.0, 6.0, 8.0, 10.0, 12.0, 14.0, 16.0, 18.0, 26.0, 28.0, 33.0, 35.0, 40.0};
   for (int32_t position = 0; position < 16; ++position) {
     EXPECT_EQ(SnrQM2150_GainPos2dB(2, position), kDb[position]) << position;
   }
 }
 
-TEST(GainPos2dB, AtPosition15Is28OrWithHighSensitivity40) {
+TEST(SnrQM2150ConversionsGainPos2dB, AtPosition15Is28OrWithHighSensitivity40) {
   EXPECT_EQ(SnrQM2150_GainPos2dB(3, 15), 28.0);
   EXPECT_EQ(SnrQM2150_GainPos2dB(2, 15), 40.0);
 }
 
-TEST(GainPos2dB, HasNoValueOutside0To15) {
+TEST(SnrQM2150ConversionsGainPos2dB, HasNoValueOutside0To15) {
   for (const int32_t position : {-1, -11, 16, 17, 256, 267, kMost, kLeast}) {
     EXPECT_EQ(SnrQM2150_GainPos2dB(2, position), -99.0) << position;
     EXPECT_EQ(SnrQM2150_GainPos2dB(3, position), -99.0) << position;
@@ -114,7 +114,7 @@ TEST(GainPos2dB, HasNoValueOutside0To15) {
 
 // --- Exposure compensation ---
 
-TEST(ExpCompPos2Db, KnowsEveryPosition) {
+TEST(SnrQM2150ConversionsExpCompPos2Db, KnowsEveryPosition) {
   constexpr double kDb[] = {-10.5, -9.0, -7.5, -6.0, -4.5, -3.0, -1.5, 0.0, 1.5, 3.0, 4.5, 6.0, 7.5, 9.0, 10.5};
   uint32_t position = 0;
   for (const double expected : kDb) {
@@ -126,7 +126,7 @@ TEST(ExpCompPos2Db, KnowsEveryPosition) {
   EXPECT_EQ(position, 15U);
 }
 
-TEST(ExpCompPos2Db, RefusesAPositionAbove14) {
+TEST(SnrQM2150ConversionsExpCompPos2Db, RefusesAPositionAbove14) {
   for (const uint32_t position : {15U, 16U, 256U, 263U, 0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFFU}) {
     double dB = kUntouched;
     EXPECT_EQ(SnrQM2150_ExpCompPos2Db(position, &dB), -59) << position;
@@ -169,14 +169,14 @@ void ExpectSame(const CalibrationEntry (&table)[N], const Row (&rows)[M]) {
   }
 }
 
-TEST(CalibrationTables, HoldEveryPoint) {
+TEST(SnrQM2150ConversionsCalibrationTables, HoldEveryPoint) {
   ExpectSame(gtFocusPosTb, kFocus);
   ExpectSame(gtDigitalZoomTb, kDigital);
   ExpectSame(gtOpticalZoomTb, kOptical);
   ExpectSame(gtCombineZoomTb, kCombined);
 }
 
-TEST(CalibrationTables, EntriesAreEightBytes) {
+TEST(SnrQM2150ConversionsCalibrationTables, EntriesAreEightBytes) {
   static_assert(sizeof(CalibrationEntry) == 8);
   static_assert(offsetof(CalibrationEntry, value) == 0 && sizeof(CalibrationEntry::value) == 4);
   static_assert(offsetof(CalibrationEntry, position) == 4 && sizeof(CalibrationEntry::position) == 2);
@@ -205,7 +205,7 @@ double ByTheRows(std::span<const Row> rows, uint32_t position) {
   return 0.0;
 }
 
-TEST(FocusPos, KnowsEveryPosition) {
+TEST(SnrQM2150ConversionsFocusPos, KnowsEveryPosition) {
   for (uint32_t position = 0; position <= 0xFFFF; ++position) {
     const bool inside = position >= 0x1000 && position <= 0xF000;
     double centimetres = kUntouched;
@@ -233,11 +233,11 @@ void ExpectZoom(int (*zoom)(uint32_t, double*), std::span<const Row> rows) {
   }
 }
 
-TEST(DigitalZoom, KnowsEveryPosition) { ExpectZoom(SnrQM2150_DigitalZoom, kDigital); }
+TEST(SnrQM2150ConversionsDigitalZoom, KnowsEveryPosition) { ExpectZoom(SnrQM2150_DigitalZoom, kDigital); }
 
-TEST(OpticalZoom, KnowsEveryPosition) { ExpectZoom(SnrQM2150_OpticalZoom, kOptical); }
+TEST(SnrQM2150ConversionsOpticalZoom, KnowsEveryPosition) { ExpectZoom(SnrQM2150_OpticalZoom, kOptical); }
 
-TEST(CombineZoom, KnowsEveryPosition) { ExpectZoom(SnrQM2150_CombineZoom, kCombined); }
+TEST(SnrQM2150ConversionsCombineZoom, KnowsEveryPosition) { ExpectZoom(SnrQM2150_CombineZoom, kCombined); }
 
 // --- Single points, written out ---
 
@@ -253,19 +253,19 @@ double Zoom(int (*zoom)(uint32_t, double*), uint32_t position) {
   return magnification;
 }
 
-TEST(FocusPos, BothEndsGiveOne) {
+TEST(SnrQM2150ConversionsFocusPos, BothEndsGiveOne) {
   EXPECT_EQ(Focus(0x1000), 1.0);  // not 99999
   EXPECT_EQ(Focus(0xF000), 1.0);
 }
 
-TEST(FocusPos, GoesStraightBetweenTwoPoints) {
+TEST(SnrQM2150ConversionsFocusPos, IsLinearBetweenTwoPoints) {
   EXPECT_EQ(Focus(0x1800), 51249.5);
   EXPECT_EQ(Focus(0xC000), 100.0);
   EXPECT_EQ(Focus(0xC800), 65.0);
   EXPECT_EQ(Focus(0xE800), 4.5);
 }
 
-TEST(FocusPos, RefusesWhatLiesJustOutside) {
+TEST(SnrQM2150ConversionsFocusPos, RefusesPositionsJustOutside) {
   for (const int position : {0x0000, 0x0FFF, 0xF001, 0xFFFF}) {
     double centimetres = kUntouched;
     EXPECT_EQ(SnrQM2150_FocusPos(static_cast<uint16_t>(position), &centimetres), -59) << position;
@@ -273,7 +273,7 @@ TEST(FocusPos, RefusesWhatLiesJustOutside) {
   }
 }
 
-TEST(DigitalZoom, EndsAt235) {
+TEST(SnrQM2150ConversionsDigitalZoom, EndsAt235) {
   double magnification = kUntouched;
   EXPECT_EQ(Zoom(SnrQM2150_DigitalZoom, 0), 1.0);
   EXPECT_EQ(Zoom(SnrQM2150_DigitalZoom, 149), 2.5);
@@ -282,7 +282,7 @@ TEST(DigitalZoom, EndsAt235) {
   EXPECT_EQ(magnification, kUntouched);
 }
 
-TEST(OpticalZoom, EndsAt16384) {
+TEST(SnrQM2150ConversionsOpticalZoom, EndsAt16384) {
   double magnification = kUntouched;
   EXPECT_EQ(Zoom(SnrQM2150_OpticalZoom, 0), 1.0);
   EXPECT_EQ(Zoom(SnrQM2150_OpticalZoom, 6225), 2.0);
@@ -292,7 +292,7 @@ TEST(OpticalZoom, EndsAt16384) {
   EXPECT_EQ(magnification, kUntouched);
 }
 
-TEST(CombineZoom, GoesOnWithTheDigitalRange) {
+TEST(SnrQM2150ConversionsCombineZoom, ContinuesWithTheDigitalRange) {
   double magnification = kUntouched;
   EXPECT_EQ(Zoom(SnrQM2150_CombineZoom, 0), 1.0);
   EXPECT_EQ(Zoom(SnrQM2150_CombineZoom, 16384), 20.0);

@@ -1,3 +1,4 @@
+// The names of the sensor, exposure and white-balance modes: every code of each.
 #include <cstring>
 #include <map>
 
@@ -62,13 +63,13 @@ void ExpectNames(Lookup lookup, const Names& names) {
   EXPECT_THAT(os.Log(), IsEmpty());
 }
 
-TEST(ModeNames, EverySensorModeAndNoOther) { ExpectNames(SnrQM2150_SnrMode2Str, kSensorModes); }
+TEST(SnrQM2150Names, EverySensorModeAndNoOther) { ExpectNames(SnrQM2150_SnrMode2Str, kSensorModes); }
 
-TEST(ModeNames, EveryExposureModeAndNoOther) { ExpectNames(SnrQM2150_AeMode2Str, kAeModes); }
+TEST(SnrQM2150Names, EveryExposureModeAndNoOther) { ExpectNames(SnrQM2150_AeMode2Str, kAeModes); }
 
-TEST(ModeNames, EveryWhiteBalanceModeAndNoOther) { ExpectNames(SnrQM2150_WbMode2Str, kWbModes); }
+TEST(SnrQM2150Names, EveryWhiteBalanceModeAndNoOther) { ExpectNames(SnrQM2150_WbMode2Str, kWbModes); }
 
-TEST(ModeNames, TheLastSensorModeIs0x12) {
+TEST(SnrQM2150Names, TheLastSensorModeIs0x12) {
   char text[64] = "as it was";
   EXPECT_EQ(SnrQM2150_SnrMode2Str(0x13, text), -59);
   EXPECT_STREQ(text, "as it was");
@@ -76,7 +77,7 @@ TEST(ModeNames, TheLastSensorModeIs0x12) {
   EXPECT_STREQ(text, "PAL, Stop Digital Output");
 }
 
-TEST(ModeNames, ExposureModesHaveGaps) {
+TEST(SnrQM2150Names, ExposureModesHaveGaps) {
   char text[64] = "as it was";
   EXPECT_EQ(SnrQM2150_AeMode2Str(0x0C, text), -59);
   EXPECT_STREQ(text, "as it was");
@@ -84,7 +85,7 @@ TEST(ModeNames, ExposureModesHaveGaps) {
   EXPECT_STREQ(text, "Bright");
 }
 
-TEST(ModeNames, ANameNeeds26BytesAtMost) {
+TEST(SnrQM2150Names, ANameNeeds26BytesAtMost) {
   char text[26];
   EXPECT_EQ(SnrQM2150_SnrMode2Str(0x03, text), 0);  // the sanitizer watches its end
   EXPECT_EQ(strlen(text), 25U);
