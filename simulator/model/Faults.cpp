@@ -19,7 +19,7 @@ bool CarriesVisca(const Frame& frame) {
 // A VISCA packet keeps its end where data bytes are added or taken away.
 std::size_t EndOfData(const Frame& frame) { return frame.data.size() - (CarriesVisca(frame) ? 1 : 0); }
 
-// The end of the frame in a relay message, also if the frame is longer than the message.
+// The end of the frame in a relay message; the end of the message if the frame is longer.
 std::size_t FrameEnd(const Bytes& body) { return std::min<std::size_t>(kFrameAt + body[kFrameLengthAt], body.size()); }
 
 // The routines of the kinds. A routine is called with the fault, whose `ms` and `value` are set if its kind has them.
