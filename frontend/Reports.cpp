@@ -57,15 +57,16 @@ void LogFocusMode(const LensControlRecord& lens) {
       Word(kSensitivities, lens.afMode));
 }
 
-int LogDistance(const char* subject, uint16_t focusPos) {
+// near and far: the line's format below a metre and from a metre on.
+int LogDistance(uint16_t focusPos, const char* near, const char* far) {
   double centimetres = 0.0;
   if (const int result = SnrQM2150_FocusPos(focusPos, &centimetres); result < 0) {
     return LogFailure(result, "SnrQM2150_FocusPos failed!\n");
   }
   if (centimetres < 100.0) {
-    LOG(LOG_ERR, "[%s] %.0lf cm\n", subject, centimetres);
+    LOG(LOG_ERR, near, centimetres);
   } else {
-    LOG(LOG_ERR, "[%s] %.2lf meter\n", subject, centimetres / 100.0);
+    LOG(LOG_ERR, far, centimetres / 100.0);
   }
   return RESULT_OK;
 }
@@ -80,10 +81,11 @@ int ReportLens() {
   LogZoom(lens);
   LogFocusMode(lens);
   const uint16_t nearLimit = std::clamp<uint16_t>(lens.focusNearLimit, 0x1000, 0xF000);
-  if (const int result = LogDistance("Focus Near Limit", nearLimit); result < 0) {
+  if (const int result = LogDistance(nearLimit, "[Focus Near Limit] %.0lf cm\n", "[Focus Near Limit] %.2lf meter\n");
+      result < 0) {
     return result;
   }
-  return LogDistance("Object Distance", lens.focusPos);
+  return LogDistance(lens.focusPos, "[Object Distance] %.0lf cm\n", "[Object Distance] %.2lf meter\n");
 }
 
 // --- Report 1: exposure and white balance ---

@@ -33,9 +33,9 @@ struct KernelMessage {
 
 ssize_t ReceiveNow(KernelMessage& message) { return msgrcv(giMsgIdRx, &message, kBodySize, 0, IPC_NOWAIT); }
 
-void Dump(const char* direction, const RelayMessage* message, int32_t count) {
+void Dump(const char* title, const RelayMessage* message, int32_t count) {
   if (gfDebugFlag) {
-    printf("[%s] client %s:\n", "testZR4410", direction);
+    puts(title);
     DumpData(reinterpret_cast<const uint8_t*>(message), count);
   }
 }
@@ -100,7 +100,8 @@ int ZR4410_MsgQ_Send(const RelayMessage* message) {
   if (msgsnd(giMsgIdTx, &request, kBodySize, IPC_NOWAIT) == -1) {
     return LogFailure(RESULT_FAILED, "msgsnd failed!");
   }
-  Dump("msgsnd", message, 36);  // from the type word on, so the last four bytes of the body are not shown
+  Dump("[testZR4410] client msgsnd:", message,
+       36);  // from the type word on, so the last four bytes of the body are not shown
   return RESULT_OK;
 }
 
@@ -124,7 +125,7 @@ int ZR4410_MsgQ_Receive(RelayMessage* message) {
       memcpy(message->body, reply.body, static_cast<size_t>(count));
     }
     if (count == static_cast<ssize_t>(kBodySize)) {
-      Dump("msgrcv", message, 40);
+      Dump("[testZR4410] client msgrcv:", message, 40);
       return RESULT_OK;
     }
     if (count != -1 || error != ENOMSG) {

@@ -192,7 +192,7 @@ int MCU_GetPTZ(int32_t mode, uint32_t* pan, uint16_t* tilt, uint16_t* zoom) {
   *tilt = static_cast<uint16_t>(d[4] << 8 | d[5]);
   *zoom = static_cast<uint16_t>(d[6] << 8 | d[7]);
   if (gfDebugFlag) {
-    printf("[%s] MCU_GetPTZ:\n", "testZR4410");
+    puts("[testZR4410] MCU_GetPTZ:");
     DumpData(d, gtUart1Resp.length);
   }
   return RESULT_OK;
