@@ -1,7 +1,7 @@
-"""Writes the system call filter of a default container to standard output, as the BPF program that bwrap --seccomp reads.
+"""Writes the system call filter of a default container to standard output, as a BPF program for bwrap --seccomp.
 
-Everything is allowed but what makes namespaces and mounts, and clone3, whose flags no filter can look into: as it "does
-not exist", libc falls back to clone. ptrace is allowed.
+Everything is allowed except what makes namespaces and mounts, and clone3, whose flags a filter cannot read: it does not
+exist here, and libc falls back to clone.
 """
 
 import errno

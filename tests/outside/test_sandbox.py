@@ -100,11 +100,17 @@ def test_the_exit_status_is_passed_on_and_nothing_is_left(way, leftovers, comman
     until(lambda: leftovers() == [])
 
 
-def test_the_devices_folders_are_its_own(way, tmp_path):
+def test_the_devices_folders_are_its_own(way):
     run = sandbox("--no-simulator", "sh", "-c", """
         cat /defconf/conf.ptz /sysconf/conf.img
-        for folder in /defconf /sysconf /var/log /run /dev; do echo mine >$folder/zr4410-test; cat $folder/zr4410-test; done
-        echo lost >/dev/null; head -c 3 /dev/zero | wc -c; head -c 3 /dev/urandom | wc -c; echo from fd | cat /dev/fd/0""")
+        for folder in /defconf /sysconf /var/log /run /dev; do
+            echo mine >$folder/zr4410-test
+            cat $folder/zr4410-test
+        done
+        echo lost >/dev/null
+        head -c 3 /dev/zero | wc -c
+        head -c 3 /dev/urandom | wc -c
+        echo from fd | cat /dev/fd/0""")
     assert (run.stdout, run.stderr) == ("EXT_DEBUG=0\n" + "mine\n" * 5 + "3\n3\nfrom fd\n", "")
     for folder in ["/defconf", "/sysconf", "/var/log", "/run", "/dev"]:
         assert not os.path.exists(f"{folder}/zr4410-test")
@@ -231,6 +237,8 @@ def test_an_ordinary_user_may_use_it():
 
 # --- Where no way works: one sentence with both reasons and the cure ---
 
+NONE = "script/sandbox: no sandbox can be made here: "
+
 
 @pytest.fixture
 def programs(tmp_path):
@@ -252,8 +260,8 @@ def test_what_is_not_installed_is_told(programs):
     run = sandbox("true", PATH=str(programs))
     assert (run.returncode, run.stdout) == (1, "")
     assert run.stderr.count("\n") == 1
-    assert run.stderr.startswith("script/sandbox: no sandbox can be made here: bubblewrap fails (bwrap is not installed) "
-                                 "and proot fails (proot is not installed); run as root: ")
+    assert run.stderr.startswith(NONE + "bubblewrap fails (bwrap is not installed) and proot fails (proot is not "
+                                 "installed); run as root: ")
 
 
 def test_a_kernel_that_forbids_everything_is_told(programs):
@@ -262,8 +270,8 @@ def test_a_kernel_that_forbids_everything_is_told(programs):
     run = sandbox("true", PATH=str(programs))
     assert (run.returncode, run.stdout) == (1, "")
     sentence, cure = run.stderr.rstrip("\n").split("; ")
-    assert sentence == ("script/sandbox: no sandbox can be made here: bubblewrap fails (bwrap: No permissions to create "
-                        "new namespace) and proot fails (proot error: ptrace(TRACEME): Operation not permitted)")
+    assert sentence == (NONE + "bubblewrap fails (bwrap: No permissions to create new namespace) and proot fails "
+                        "(proot error: ptrace(TRACEME): Operation not permitted)")
     assert cure.startswith(("run as root: sysctl -w ", "start the container with more rights, such as docker run "))
 
 
@@ -277,9 +285,9 @@ def test_the_switch_that_forbids_namespaces_is_named(programs):
     (programs / "bwrap").symlink_to("/usr/bin/bwrap")
     run = sandbox("true", prefix=forbid, PATH=str(programs))
     assert run.returncode == 1
-    assert run.stderr.startswith("script/sandbox: no sandbox can be made here: bubblewrap fails (bwrap: ")
-    assert run.stderr.endswith(") and proot fails (proot error: ptrace(TRACEME): Operation not permitted); run as root: "
-                               "sysctl -w user.max_user_namespaces=10000\n")
+    assert run.stderr.startswith(NONE + "bubblewrap fails (bwrap: ")
+    assert run.stderr.endswith(") and proot fails (proot error: ptrace(TRACEME): Operation not permitted); "
+                               "run as root: sysctl -w user.max_user_namespaces=10000\n")
 
 
 def test_a_way_that_does_not_exist_is_refused():

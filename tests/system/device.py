@@ -1,7 +1,7 @@
 """The device around the tool, as the tests drive it: syslog, the two queues, the settings, the daemon's part.
 
-Runs inside script/sandbox, so /dev/log, /defconf and /sysconf belong to the test alone. So do the message queues, except
-under proot, where the kernel's are shared: there the two queues of its own key file do.
+Runs inside script/sandbox, so /dev/log, /defconf and /sysconf belong to the test alone. So do the message queues; under
+proot, where the host's queues are in sight, only the two of its own key file do.
 Nothing here is shared with the tool or with simZR4410: it reads and writes the wire on its own.
 """
 

@@ -9,8 +9,8 @@ import time
 import pytest
 import sysv_ipc
 
-from device import (ACK, DEBUG, ERROR, FINISH, INFO, START, TOOL, UNDER_PROOT, Daemon, all_queues, body, camera, ftok, mcu,
-                    open_queue, relay)
+from device import (ACK, DEBUG, ERROR, FINISH, INFO, START, TOOL, UNDER_PROOT, Daemon, all_queues, body, camera, ftok,
+                    mcu, open_queue, relay)
 
 VERSION = camera("90 50 00 01 05 06 01 23 02 FF")
 VERSION_TEXT = "[Model] 0x0506, [ROM Version] 0x0123\n"
