@@ -13,9 +13,10 @@ NOTHING_ELSE = [f"-DCMAKE_DISABLE_FIND_PACKAGE_{name}=ON"
 
 
 def cmake(*arguments, **variables):
+    # Ninja, because script/bootstrap installs no make.
     environment = {name: value for name, value in os.environ.items() if name not in ("CXXFLAGS", "ZR4410_WERROR")}
     return subprocess.run(["cmake", *arguments], capture_output=True, text=True, timeout=200, cwd=ROOT, check=True,
-                          env={**environment, **variables}).stdout
+                          env={"CMAKE_GENERATOR": "Ninja", **environment, **variables}).stdout
 
 
 def flags(build, file):

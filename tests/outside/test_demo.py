@@ -5,10 +5,19 @@ import re
 import subprocess
 from pathlib import Path
 
+import pytest
+
 HERE = Path(__file__).parent
+SANDBOX = HERE.parents[1] / "script" / "sandbox"
 
 
-def test_the_demo_shows_what_is_written_down():
+@pytest.mark.parametrize("way", ["the first", "proot"])
+def test_the_demo_shows_what_is_written_down(way, monkeypatch):
+    if way == "proot":
+        monkeypatch.setenv("ZR4410_SANDBOX_WAY", way)
+        trial = subprocess.run([SANDBOX, "--way"], capture_output=True, text=True)
+        if trial.returncode != 0:
+            pytest.skip(trial.stderr.strip())
     run = subprocess.run([HERE.parents[1] / "script" / "demo", "--stable", "--build", os.environ["ZR4410_BUILD"]],
                          stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=200)
     assert (run.returncode, run.stderr) == (0, "")

@@ -1,52 +1,149 @@
-"""The sandbox itself, seen from outside."""
+"""The sandbox itself, seen from outside, made in each way that this machine allows."""
 
 import fcntl
 import os
+import signal
 import subprocess
+import time
+import uuid
 from pathlib import Path
 
 import pytest
 
-SANDBOX = Path(__file__).parents[2] / "script" / "sandbox"
+ROOT = Path(__file__).parents[2]
+SANDBOX = ROOT / "script" / "sandbox"
 AS_ROOT = os.geteuid() == 0
 NOBODY = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
+TOO_LONG = 60  # seconds; only ever reached by a sandbox that hangs
 
 
 def sandbox(*arguments, prefix=(), text="", **variables):
     return subprocess.run([*prefix, SANDBOX, "--build", os.environ["ZR4410_BUILD"], *arguments], input=text,
-                          capture_output=True, text=True, timeout=60, env={**os.environ, **variables})
+                          capture_output=True, text=True, timeout=TOO_LONG, env={**os.environ, **variables})
 
 
-def test_the_tool_just_works():
+@pytest.fixture(params=["1", "2", "3", "proot"])
+def way(request, monkeypatch):
+    """Every sandbox of the test is made in this way."""
+    monkeypatch.setenv("ZR4410_SANDBOX_WAY", request.param)
+    run = sandbox("--way")
+    if run.returncode != 0:
+        pytest.skip(run.stderr.strip())
+    assert run.stdout == request.param + "\n"
+    return request.param
+
+
+def until(condition):
+    deadline = time.monotonic() + TOO_LONG
+    while not condition():
+        assert time.monotonic() < deadline
+        time.sleep(0.01)
+
+
+@pytest.fixture
+def leftovers(monkeypatch):
+    """The processes, of whatever sandbox of this test, that are there."""
+    mark = uuid.uuid4().hex
+    monkeypatch.setenv("ZR4410_TEST", mark)
+
+    def processes():
+        found = []
+        for environment in Path("/proc").glob("[0-9]*/environ"):
+            try:
+                if f"ZR4410_TEST={mark}".encode() in environment.read_bytes():
+                    found.append(environment.with_name("cmdline").read_bytes())
+            except OSError:
+                pass  # gone, or somebody else's
+        return found
+
+    return processes
+
+
+def keys_of_host_queues():
+    return {int(line.split()[0]) for line in Path("/proc/sysvipc/msg").read_text().splitlines()[1:]}
+
+
+@pytest.fixture
+def start():
+    """Starts a sandbox; what still runs at the end of the test is killed."""
+    runs = []
+
+    def start_sandbox(*arguments):
+        runs.append(subprocess.Popen([SANDBOX, "--build", os.environ["ZR4410_BUILD"], *arguments], text=True,
+                                     stdin=subprocess.PIPE, stdout=subprocess.PIPE, start_new_session=True))
+        return runs[-1]
+
+    yield start_sandbox
+    for run in runs:
+        run.kill()
+        run.communicate(timeout=TOO_LONG)  # until everything in it is gone
+
+
+def test_the_tool_just_works(way):
     run = sandbox("testZR4410", "-m", "16", "0")
     assert (run.returncode, run.stderr) == (0, "")
     assert run.stdout.startswith("Version = 0x")
 
 
-def test_a_shell_by_default():
+def test_a_shell_by_default(way):
     run = sandbox(text="echo $((6 * 7))\nexit 3\n")
     assert (run.returncode, run.stdout, run.stderr) == (3, "42\n", "")
 
 
-@pytest.mark.parametrize("command, status", [("true", 0), ("exit 7", 7), ("exit 255", 255), ("kill -TERM $$", 143)])
-def test_the_exit_status_is_passed_on(command, status):
-    assert sandbox("--no-simulator", "sh", "-c", command).returncode == status
+@pytest.mark.parametrize("command, status", [
+    ("true", 0), ("exit 7", 7), ("exit 255", 255), ("kill -TERM $$", 143), ("kill -KILL $$", 137),
+    ("sleep 1000 & exit 4", 4),  # ends with the command
+    ("kill -KILL $PPID", 137),  # the first process of the sandbox
+])
+def test_the_exit_status_is_passed_on_and_nothing_is_left(way, leftovers, command, status):
+    assert sandbox("sh", "-c", command).returncode == status
+    until(lambda: leftovers() == [])
 
 
-def test_settings_and_queues_are_its_own():
+def test_the_devices_folders_are_its_own(way):
     run = sandbox("--no-simulator", "sh", "-c", """
         cat /defconf/conf.ptz /sysconf/conf.img
+        for folder in /defconf /sysconf /var/log /run /dev; do
+            echo mine >$folder/zr4410-test
+            cat $folder/zr4410-test
+        done
+        echo lost >/dev/null
+        head -c 3 /dev/zero | wc -c
+        head -c 3 /dev/urandom | wc -c
+        echo from fd | cat /dev/fd/0""")
+    assert (run.stdout, run.stderr) == ("EXT_DEBUG=0\n" + "mine\n" * 5 + "3\n3\nfrom fd\n", "")
+    for folder in ["/defconf", "/sysconf", "/var/log", "/run", "/dev"]:
+        assert not os.path.exists(f"{folder}/zr4410-test")
+
+
+def test_the_queues_are_its_own(way, start, tmp_path):
+    """Two devices side by side, each with its own state."""
+    running = []
+    for number in (8, 12):
+        scenario = tmp_path / f"{number}.toml"
+        scenario.write_text(f"[camera]\nsensor_mode = {number}\n")
+        running.append(start("--sim-args", f"--fast --scenario {scenario}",
+                             "sh", "-c", "echo up; read go; testZR4410 -s 1 0"))
+    assert [run.stdout.readline() for run in running] == ["up\n", "up\n"]
+    for run in running:
+        print("go", file=run.stdin, flush=True)
+    assert [run.stdout.readline() for run in running] == ["[GetSnrMode] 1080p 25fps\n", "[GetSnrMode] 720p 50fps\n"]
+
+
+def test_its_message_queues_are_in_a_namespace_of_their_own(way):
+    if way == "proot":
+        pytest.skip("proot makes no namespaces: the queues are the kernel's shared ones")
+    run = sandbox("--no-simulator", "sh", "-c", """
         wc -l </proc/sysvipc/msg
         readlink /proc/self/ns/ipc
         testZR4410 1
         wc -l </proc/sysvipc/msg""")
-    *lines, namespace, queues = run.stdout.splitlines()
-    assert lines == ["EXT_DEBUG=0", "1"]
+    before, namespace, after = run.stdout.splitlines()
+    assert (before, after) == ("1", "3")
     assert namespace != os.readlink("/proc/self/ns/ipc")
-    assert queues == "3"
 
 
-def test_syslog_is_written_down():
+def test_syslog_is_written_down(way):
     # The log daemon takes the lines in order, so the marker is the last.
     run = sandbox("--no-simulator", "sh", "-c", """
         testZR4410
@@ -59,14 +156,69 @@ def test_syslog_is_written_down():
     assert texts == ["=" * 51, "Start testZR4410 (v0.0.1).", "=" * 51, "the end"]
 
 
-def test_the_simulator_ends_with_the_command(tmp_path):
+def test_the_simulator_ends_with_the_command(way, tmp_path):
     lock = tmp_path / "lock"
     assert sandbox("true", ZR4410_SIM=f"flock --no-fork {lock} simZR4410", TMPDIR="/tmp").returncode == 0
     with open(lock) as file:
         fcntl.flock(file, fcntl.LOCK_EX | fcntl.LOCK_NB)
 
 
-def test_a_simulator_that_does_not_start_is_told():
+SHOW_KEYS = """
+testZR4410 -g 1
+until [ "$(grep -c 'MsgqClient key' /var/log/messages)" = 2 ]; do sleep 0.01; done
+sed -n 's/.*MsgqClient key.x = //p' /var/log/messages
+echo "$ZR4410_WORLD"
+echo up
+exec sleep 1000"""
+
+
+@pytest.mark.parametrize("simulator", [[], ["--no-simulator"]], ids=["simulator", "no simulator"])
+@pytest.mark.parametrize("number, whom", [
+    (signal.SIGTERM, os.kill), (signal.SIGHUP, os.kill), (signal.SIGKILL, os.kill), (signal.SIGTERM, os.killpg),
+    (signal.SIGKILL, os.killpg)], ids=["TERM", "HUP", "KILL", "TERM to all", "KILL to all"])
+def test_a_killed_sandbox_leaves_no_process_and_no_queue_behind(way, leftovers, start, number, whom, simulator):
+    run = start(*simulator, "sh", "-c", SHOW_KEYS)
+    keys = [int(run.stdout.readline(), 16) for _ in range(2)]
+    world = run.stdout.readline().strip()
+    assert run.stdout.readline() == "up\n"
+    assert any(b"syslogd" in process for process in leftovers())
+    assert any(b"simZR4410" in process for process in leftovers()) == (simulator == [])
+    if way == "proot":
+        assert keys_of_host_queues().issuperset(keys) and os.path.isdir(world)
+
+    whom(run.pid, number)
+    assert run.wait(timeout=TOO_LONG) == -number
+    until(lambda: leftovers() == [])
+    assert keys_of_host_queues().isdisjoint(keys)
+    assert world == "" or not os.path.exists(world)
+
+
+def test_another_key_file_where_the_key_is_taken(start, monkeypatch, tmp_path):
+    """Another sandbox has queues of the same key: of its own first two files stat says what it says of the other's."""
+    monkeypatch.setenv("ZR4410_SANDBOX_WAY", "proot")
+    if sandbox("--way").returncode != 0:
+        pytest.skip(sandbox("--way").stderr.strip())
+    holder = start("sh", "-c", SHOW_KEYS)
+    taken = {int(holder.stdout.readline(), 16) for _ in range(2)}
+    world = holder.stdout.readline().strip()
+    inode = os.stat(f"{world}/defconf/conf.ptz").st_ino
+    calls = tmp_path / "calls"
+    calls.touch()
+    stat = tmp_path / "stat"
+    stat.write_text(f"""#!/bin/sh
+echo call >>{calls}
+set -- $(/usr/bin/stat "$@")
+[ $(wc -l <{calls}) -gt 2 ] || set -- $1 {inode}
+echo $1 $2
+""")
+    stat.chmod(0o755)
+    run = sandbox("sh", "-c", "testZR4410 -m 16 0", PATH=f"{tmp_path}:{os.environ['PATH']}")
+    assert (run.returncode, run.stdout) == (0, "Version = 0x21\n")
+    assert calls.read_text().count("call") == 4  # two that are taken, a free one, and once more for the end
+    assert keys_of_host_queues().issuperset(taken)  # the other's are still there
+
+
+def test_a_simulator_that_does_not_start_is_told(way):
     run = sandbox("--sim-args", "--no-such-option", "echo", "not reached")
     assert run.returncode == 1
     assert run.stdout == ""
@@ -83,11 +235,61 @@ def test_an_ordinary_user_may_use_it():
     assert run.stdout.startswith("65534\nVersion = 0x")
 
 
-def test_a_kernel_that_forbids_it_is_told_in_one_line():
+# --- Where no way works: one sentence with both reasons and the cure ---
+
+NONE = "script/sandbox: no sandbox can be made here: "
+
+
+@pytest.fixture
+def programs(tmp_path):
+    """A PATH with this machine's programs, without bubblewrap and proot."""
+    folder = tmp_path / "bin"
+    folder.mkdir()
+    for program in Path("/usr/bin").iterdir():
+        if program.name not in ("bwrap", "proot"):
+            (folder / program.name).symlink_to(program)
+    return folder
+
+
+def broken(programs, name, says):
+    (programs / name).write_text(f"#!/bin/sh\necho '{says}' >&2\nexit 1\n")
+    (programs / name).chmod(0o755)
+
+
+def test_what_is_not_installed_is_told(programs):
+    run = sandbox("true", PATH=str(programs))
+    assert (run.returncode, run.stdout) == (1, "")
+    assert run.stderr.count("\n") == 1
+    assert run.stderr.startswith(NONE + "bubblewrap fails (bwrap is not installed) and proot fails (proot is not "
+                                 "installed); run as root: ")
+
+
+def test_a_kernel_that_forbids_everything_is_told(programs):
+    broken(programs, "bwrap", "bwrap: No permissions to create new namespace")
+    broken(programs, "proot", "proot error: ptrace(TRACEME): Operation not permitted")
+    run = sandbox("true", PATH=str(programs))
+    assert (run.returncode, run.stdout) == (1, "")
+    sentence, cure = run.stderr.rstrip("\n").split("; ")
+    assert sentence == (NONE + "bubblewrap fails (bwrap: No permissions to create new namespace) and proot fails "
+                        "(proot error: ptrace(TRACEME): Operation not permitted)")
+    assert cure.startswith(("run as root: sysctl -w ", "start the container with more rights, such as docker run "))
+
+
+def test_the_switch_that_forbids_namespaces_is_named(programs):
     # A user namespace in which no further one may be made, and no capability to do without.
     forbid = ["unshare", "--user", "--map-root-user", "sh", "-c",
               'echo 0 >/proc/sys/user/max_user_namespaces && exec setpriv --bounding-set=-all --inh-caps=-all "$@"', "sh"]
-    run = sandbox("true", prefix=forbid)
+    if subprocess.run([*forbid, "true"], capture_output=True).returncode != 0:
+        pytest.skip("the kernel lets this test make no namespace to forbid namespaces in")
+    broken(programs, "proot", "proot error: ptrace(TRACEME): Operation not permitted")
+    (programs / "bwrap").symlink_to("/usr/bin/bwrap")
+    run = sandbox("true", prefix=forbid, PATH=str(programs))
     assert run.returncode == 1
-    assert run.stderr == ("script/sandbox: the kernel lets this user make no namespaces; switch them on as root: "
-                          "sysctl -w user.max_user_namespaces=10000\n")
+    assert run.stderr.startswith(NONE + "bubblewrap fails (bwrap: ")
+    assert run.stderr.endswith(") and proot fails (proot error: ptrace(TRACEME): Operation not permitted); "
+                               "run as root: sysctl -w user.max_user_namespaces=10000\n")
+
+
+def test_a_way_that_does_not_exist_is_refused():
+    run = sandbox("true", ZR4410_SANDBOX_WAY="4")
+    assert (run.returncode, run.stderr) == (1, "script/sandbox: ZR4410_SANDBOX_WAY is 4; it can be 1, 2, 3 or proot\n")

@@ -6,7 +6,7 @@ import device
 
 
 def pytest_configure():
-    # They write settings, take /dev/log and remove every message queue: only in a sandbox are these the tests' own.
+    # They write settings, take /dev/log and remove message queues: only in a sandbox are these the tests' own.
     if "ZR4410_SANDBOX" not in os.environ:
         pytest.exit("these tests run inside script/sandbox only", returncode=2)
 
@@ -19,10 +19,7 @@ def syslog():
 @pytest.fixture(autouse=True)
 def fresh_device(syslog):
     """Every test finds empty settings, no queues and no log lines."""
-    device.CONF_PTZ.parent.mkdir(exist_ok=True)
-    device.CONF_PTZ.write_text("")
-    device.CONF_IMG.parent.mkdir(exist_ok=True)
-    device.CONF_IMG.write_text("EXT_DEBUG=0\n")
+    device.lay_settings()
     syslog.datagrams.clear()
     yield
     device.remove_all_queues()

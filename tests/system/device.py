@@ -1,6 +1,7 @@
 """The device around the tool, as the tests drive it: syslog, the two queues, the settings, the daemon's part.
 
-Runs inside script/sandbox, so /dev/log, /defconf, /sysconf and the queues belong to the test alone.
+Runs inside script/sandbox, so /dev/log, /defconf and /sysconf belong to the test alone. So do the message queues; under
+proot, where the host's queues are in sight, only the two of its own key file do.
 Nothing here is shared with the tool or with simZR4410: it reads and writes the wire on its own.
 """
 
@@ -28,6 +29,9 @@ TOO_LONG = 20  # seconds; only ever reached by a tool that hangs
 
 CONF_PTZ = Path("/defconf/conf.ptz")
 CONF_IMG = Path("/sysconf/conf.img")
+READY = Path("/run/simulator-of-the-test")
+
+UNDER_PROOT = os.environ.get("ZR4410_SANDBOX") == "proot"
 
 ERROR, INFO, DEBUG = 3, 6, 7
 BANNER = (INFO, "===================================================")
@@ -86,7 +90,8 @@ class Syslog:
         """Everything sent before this call is in `datagrams` after it."""
         marker = f"marker {time.monotonic_ns()}".encode()
         with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
-            sender.sendto(marker, "/dev/log")
+            sender.connect("/dev/log")  # proot translates no address that comes with the datagram
+            sender.send(marker)
         with self.arrival:
             assert self.arrival.wait_for(lambda: marker in self.datagrams, TOO_LONG)
             self.datagrams.remove(marker)
@@ -173,8 +178,24 @@ class Queue(NamedTuple):
 
 
 def all_queues():
+    """The queues of this sandbox: all that the kernel shows, or under proot the two of the key file."""
     rows = Path("/proc/sysvipc/msg").read_text().splitlines()[1:]
-    return [Queue(int(row[0]), int(row[1]), row[2], int(row[3]), int(row[4])) for row in map(str.split, rows)]
+    queues = [Queue(int(row[0]), int(row[1]), row[2], int(row[3]), int(row[4])) for row in map(str.split, rows)]
+    if not UNDER_PROOT:
+        return queues
+    own = [ftok("a"), ftok("b")] if CONF_PTZ.exists() else []
+    return [queue for queue in queues if queue.key in own]
+
+
+def lay_settings():
+    """The settings as the device ships them; another key file as long as somebody has a queue of the same key."""
+    CONF_PTZ.parent.mkdir(exist_ok=True)
+    CONF_PTZ.write_text("")
+    while UNDER_PROOT and all_queues():
+        CONF_PTZ.rename(f"/run/taken-{CONF_PTZ.stat().st_ino}")
+        CONF_PTZ.write_text("")
+    CONF_IMG.parent.mkdir(exist_ok=True)
+    CONF_IMG.write_text("EXT_DEBUG=0\n")
 
 
 def remove_all_queues():
@@ -256,12 +277,13 @@ class Simulator:
     """simZR4410 itself, from ready to its clean end."""
 
     def __init__(self, *arguments):
-        self.process = subprocess.Popen([*SIMULATOR, *arguments], stdin=subprocess.DEVNULL,
+        READY.unlink(missing_ok=True)
+        self.process = subprocess.Popen([*SIMULATOR, "--ready-file", READY, *arguments], stdin=subprocess.DEVNULL,
                                         stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
         deadline = time.monotonic() + TOO_LONG
-        while len(all_queues()) < 2:
+        while not READY.exists():
             assert self.process.poll() is None, self.process.stdout.read()
-            assert time.monotonic() < deadline, "simZR4410 makes no queues"
+            assert time.monotonic() < deadline, "simZR4410 does not get ready"
             time.sleep(0.005)
 
     def stop(self):
