@@ -35,8 +35,8 @@ enum class CommandLine {
 // Parses the options into the globals above and gfDebugFlag.
 CommandLine ParseCommandLine(int argc, char** argv);
 
-// Returns text as strtol reads it in base 10, stored in 32 bits: a larger number saturates where a long has 32 bits, as on
-// the device, and loses its upper bits where it has 64.
+// Returns text as strtol reads it in base 10, stored in 32 bits: a larger number saturates where a long has 32 bits, as
+// on the device, and loses its upper bits where it has 64.
 int32_t ParseDecimal(const char* text);
 
 #endif

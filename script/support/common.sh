@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Sourced by the scripts beside it: where the project is, --help, and how to keep quiet about what went well.
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)

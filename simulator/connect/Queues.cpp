@@ -22,8 +22,8 @@ struct KernelMessage {
   std::array<std::uint8_t, kMaxMessage> body;
 };
 
-// A tool that started first has created the queues write-only (0222) or read-only (0444) for everyone. Their owner may widen
-// that. The queue's state may be unreadable, so it is written from scratch.
+// A tool that started first has created the queues write-only (0222) or read-only (0444) for everyone. Their owner may
+// widen that. The queue's state may be unreadable, so it is written from scratch.
 bool Widen(int id) {
   msqid_ds state{};
   if (msgctl(id, IPC_STAT, &state) != 0) {

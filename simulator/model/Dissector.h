@@ -14,8 +14,8 @@ class Dissector {
  public:
   // "CAM_AE manual", "Get PTZ → pan 64000, tilt 300, zoom 16"
   std::string Meaning(Direction direction, ByteView body);
-  // "   12.345 reply   #1   AA 90 01 21 A4 55                 Get Version → 0x21  [note]", without a line feed. An event
-  // without a time leaves it out. With `colour`, escape sequences of the terminal are added.
+  // "   12.345 reply   #1   AA 90 01 21 A4 55                 Get Version → 0x21  [note]", without a line feed.
+  // The time is left out for an event that has none. With `colour`, escape sequences of the terminal are added.
   std::string Line(const Event& event, bool colour);
 
  private:

@@ -223,7 +223,8 @@ def statement(file, source, code, start, end, depth, found):
     text = source[at:stop]
     if code[start].text == "while" or KEPT.match(text) and not re.match(r"(const )?\w*Guard \w+;", text):
         return
-    if code[start].text == "return" and end + 1 < len(code) and code[end + 1].text == "}" and closes_function(code, end + 1):
+    last = end + 1 < len(code) and code[end + 1].text == "}"
+    if code[start].text == "return" and last and closes_function(code, end + 1):
         return  # without it the function would return nothing in particular
     found.append(Mutant(file, source, at, stop, ";", "statement", f"{shown(text)} removed"))
 
@@ -389,12 +390,12 @@ class Worker:
 
 def read_equivalents(path):
     """(file, lines of the source, change) of each. Told by text, not by line number, so that they last."""
-    found, file, lines, changes = [], "", [], []
+    found, file, lines = [], "", []
     for line in path.read_text().splitlines() if path.exists() else []:
         if line.startswith("#"):
             continue
         if not line.startswith(" "):
-            file, lines, changes = line.strip(), [], []
+            file, lines = line.strip(), []
         elif line.startswith("  > "):
             lines.append(line[4:].strip())
         elif line.startswith("  - "):

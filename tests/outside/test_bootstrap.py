@@ -43,7 +43,8 @@ def test_without_a_package_manager_it_names_what_is_missing_by_purpose(programs)
     (programs / "bwrap").unlink()
     run = bootstrap(programs, "test")
     assert run.returncode == 1
-    assert run.stderr == "script/bootstrap: this system has no apt-get; please install:\n  bubblewrap (bwrap)\n  socat\n"
+    assert run.stderr == ("script/bootstrap: this system has no apt-get; please install:\n"
+                          "  bubblewrap (bwrap)\n  socat\n")
 
 
 def test_each_package_has_a_purpose_and_a_check(programs):

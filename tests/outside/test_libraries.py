@@ -19,7 +19,8 @@ SYSTEM = {
     "options": "getopt_long",
     "signals": "sigaction sigemptyset sigaddset pthread_sigmask",
     "time": "clock_gettime time localtime usleep sleep",
-    "files": "open read close fdopen setvbuf fgets fputs fputc fwrite ferror fflush fileno fsync fclose __fpurge rename",
+    "files": "open read close fdopen setvbuf fgets fputs fputc fwrite ferror fflush fileno fsync fclose __fpurge "
+             "rename",
     "standard output": "printf puts putchar",
     "texts": "snprintf sprintf strtol strerror",
     "mathematics": "log pow",

@@ -278,7 +278,8 @@ def test_a_kernel_that_forbids_everything_is_told(programs):
 def test_the_switch_that_forbids_namespaces_is_named(programs):
     # A user namespace in which no further one may be made, and no capability to do without.
     forbid = ["unshare", "--user", "--map-root-user", "sh", "-c",
-              'echo 0 >/proc/sys/user/max_user_namespaces && exec setpriv --bounding-set=-all --inh-caps=-all "$@"', "sh"]
+              "echo 0 >/proc/sys/user/max_user_namespaces && "
+              'exec setpriv --bounding-set=-all --inh-caps=-all "$@"', "sh"]
     if subprocess.run([*forbid, "true"], capture_output=True).returncode != 0:
         pytest.skip("the kernel lets this test make no namespace to forbid namespaces in")
     broken(programs, "proot", "proot error: ptrace(TRACEME): Operation not permitted")

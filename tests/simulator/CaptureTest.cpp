@@ -10,9 +10,9 @@ namespace {
 using enum sim::Direction;
 
 TEST(Capture, IsOneObjectPerLine) {
-  EXPECT_EQ(
-      sim::CaptureLine({552000, Request, 13, 1, B("AA AA 01"), "late"}, "Get \"it\""),
-      R"({"us":552000,"direction":"request","exchange":1,"type":13,"body":"AA AA 01","meaning":"Get \"it\"","note":"late"})");
+  EXPECT_EQ(sim::CaptureLine({552000, Request, 13, 1, B("AA AA 01"), "late"}, "Get \"it\""),
+            R"({"us":552000,"direction":"request","exchange":1,"type":13,"body":"AA AA 01",)"
+            R"("meaning":"Get \"it\"","note":"late"})");
 }
 
 TEST(Capture, IsRejectedWithTheLine) {

@@ -50,10 +50,10 @@ TEST_F(Dissector, ReadsTheCamerasMessages) {
 
 TEST_F(Dissector, ReadsTheBlocksBitByBit) {
   Said(Request, "AA AA 01 0B AA 02 06 81 09 7E 7E 04 FF C5 55");
-  EXPECT_EQ(
-      Said(Reply, "AA AA 01 15 AA 82 10 90 50 01 0E 0D 02 00 00 00 00 00 00 00 00 00 FF C7 55"),
-      "Block 4 Enlarge 2? → wdr mode on, wdr display 0x03, wdr sensitivity 0x02, wdr shadow 0x03, wdr highlight 0x01, "
-      "wdr ratio 0x20");
+  EXPECT_EQ(Said(Reply, "AA AA 01 15 AA 82 10 90 50 01 0E 0D 02 00 00 00 00 00 00 00 00 00 FF C7 55"),
+            "Block 4 Enlarge 2? → wdr mode on, wdr display 0x03, wdr sensitivity 0x02, wdr shadow 0x03, "
+            "wdr highlight 0x01, "
+            "wdr ratio 0x20");
 }
 
 TEST_F(Dissector, NamesWhatIsWrong) {
@@ -68,7 +68,8 @@ TEST_F(Dissector, PutsEachMessageOnOneLine) {
             "   12.346 request #3   AA 0C 01 00 49 55                 Lens Power Control off");
   const sim::Event noted{0, Reply, 77, 3, Body("AA AA 03 06 AA 8C 01 10 B9 55"), "fault duplicate"};
   EXPECT_EQ(dissector_.Line(noted, false),
-            "    0.000 reply   #3   AA 8C 01 10 B9 55                 Lens Power Control off → OK  [fault duplicate]");
+            "    0.000 reply   #3   AA 8C 01 10 B9 55                 "
+            "Lens Power Control off → OK  [fault duplicate]");
   EXPECT_NE(dissector_.Line(event, true).find("\x1b["), std::string::npos);
 }
 

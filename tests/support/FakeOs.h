@@ -47,9 +47,9 @@
 //   os.AfterPowerCut()                       the files as found after a power cut: data not fsynced is lost
 //   os.AskedFor()                            how many bytes the last read asked for
 //
-// What no correct program does fails the test by itself: a log line without openlog or closelog; logging, the local time,
-// making or closing a stream, or using one without a buffer of its own while the handled signals could interrupt it;
-// sleeping, opening, reading or writing with them held back; a blocking queue call; a wrong size.
+// What no correct program does fails the test by itself: a log line without openlog or closelog; logging, the local
+// time, making or closing a stream, or using one without a buffer of its own while the handled signals could interrupt
+// it; sleeping, opening, reading or writing with them held back; a blocking queue call; a wrong size.
 #ifndef ZR4410_TESTS_SUPPORT_FAKEOS_H
 #define ZR4410_TESTS_SUPPORT_FAKEOS_H
 

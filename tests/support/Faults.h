@@ -28,7 +28,8 @@ const std::vector<Fault>& CommandFaults();
 // Of MCU_ProcessUart1.
 const std::vector<Fault>& McuFaults();
 
-// For tests with one instance per fault: INSTANTIATE_TEST_SUITE_P(Each, Suite, ValuesIn(InquiryFaults()), FaultName<...>);
+// For tests with one instance per fault:
+//   INSTANTIATE_TEST_SUITE_P(Each, Suite, ValuesIn(InquiryFaults()), FaultName<...>);
 std::string FaultName(const auto& info) { return info.param.name; }
 
 // The lines of this log that the exchange's callers added to those of the fault, without the first `between` of them.

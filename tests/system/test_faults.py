@@ -10,7 +10,6 @@ import time
 from typing import NamedTuple
 
 import pytest
-import sysv_ipc
 
 from device import DEBUG, ERROR, INFO, all_queues, body, ftok, open_queue
 

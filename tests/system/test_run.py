@@ -5,8 +5,8 @@ import os
 import pytest
 import sysv_ipc
 
-from device import (ACK, BYTE_ORDER, CONF_IMG, CONF_PTZ, DEBUG, ERROR, FINISH, START, WIDE_LONG, Daemon, all_queues, body,
-                    camera, ftok, mcu, open_queue)
+from device import (ACK, BYTE_ORDER, CONF_IMG, CONF_PTZ, DEBUG, ERROR, FINISH, START, WIDE_LONG, Daemon, all_queues,
+                    body, camera, ftok, mcu, open_queue)
 
 UNSUPPORTED = [(ERROR, "Command ID is not supported.\n")]
 NO_SETTINGS = [(ERROR, "can not open sysconf file /sysconf/conf.img.\n"), (ERROR, "sysconf_fget failed!\n")]

@@ -9,7 +9,8 @@ import pytest
 
 from device import ERROR, INFO, Run
 
-STARTUP = [*shlex.split(os.environ.get("ZR4410_EMULATOR", "")), str(Path(os.environ["ZR4410_BUILD"]) / "bin" / "startup")]
+STARTUP = [*shlex.split(os.environ.get("ZR4410_EMULATOR", "")),
+           str(Path(os.environ["ZR4410_BUILD"]) / "bin" / "startup")]
 
 PARAMS = [
     "MCU Ver           \t=\t0x21\n",
