@@ -26,7 +26,8 @@ def test_the_readme_names_each_script():
     assert [script.name for script in SCRIPTS if f"script/{script.name}" not in README] == []
 
 
-COMMANDS = [line.split("#")[0].strip() for block in README.split("```")[1::2] for line in block.replace("\\\n", "").splitlines()]
+BLOCKS = [block.replace("\\\n", "") for block in README.split("```")[1::2]]
+COMMANDS = [line.split("#")[0].strip() for block in BLOCKS for line in block.splitlines()]
 IN_SANDBOX = [line for line in COMMANDS if line.startswith("script/sandbox ")]
 
 
