@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "tests/support/FakeOs.h"
+#include "tests/fakeos/FakeOs.h"
 
 // The failing input is to be kept in a real file: the fake operating system ends before.
 extern "C" void __asan_on_error() { FakeOs::current = nullptr; }

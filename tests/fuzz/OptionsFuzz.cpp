@@ -2,8 +2,8 @@
 #include <csignal>
 #include <optional>
 
+#include "tests/fakeos/Fixtures.h"
 #include "tests/fuzz/Fuzz.h"
-#include "tests/support/Fixtures.h"
 
 namespace {
 

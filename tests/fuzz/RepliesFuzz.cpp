@@ -10,8 +10,8 @@
 #include <map>
 #include <optional>
 
+#include "tests/fakeos/Fixtures.h"
 #include "tests/fuzz/Fuzz.h"
-#include "tests/support/Fixtures.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 #include <limits>
 #include <memory>
 
+#include "tests/fakeos/Fixtures.h"
 #include "tests/fuzz/Fuzz.h"
-#include "tests/support/Fixtures.h"
 
 namespace {
 

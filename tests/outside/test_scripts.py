@@ -41,7 +41,7 @@ def test_the_readmes_sandbox_commands_work(command):
 
 
 def common(function, on_terminal=False):
-    script = f'set -euo pipefail; set --; . "{ROOT}/script/support/common.sh"; {function}'
+    script = f'set -euo pipefail; set --; . "{ROOT}/script/internal/common.sh"; {function}'
     if not on_terminal:
         return subprocess.run(["bash", "-c", script], capture_output=True, text=True, timeout=20)
     primary, terminal = pty.openpty()

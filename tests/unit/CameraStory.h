@@ -14,7 +14,7 @@
 #include <string_view>
 #include <vector>
 
-#include "tests/support/Fixtures.h"
+#include "tests/fakeos/Fixtures.h"
 
 struct Event {
   std::string text;

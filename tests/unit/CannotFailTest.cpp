@@ -1,6 +1,6 @@
 // What happens if a call fails that cannot fail today. The linker puts the routines below between
 // the callers and the real ones (see wrapped.cmake).
-#include "tests/support/Fixtures.h"
+#include "tests/fakeos/Fixtures.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <cstring>
 #include <ctime>
 
-#include "tests/support/Fixtures.h"
+#include "tests/fakeos/Fixtures.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
 // The actions of -s and -m.
 #include <limits>
 
-#include "tests/support/Faults.h"
-#include "tests/support/Fixtures.h"
+#include "tests/fakeos/Faults.h"
+#include "tests/fakeos/Fixtures.h"
 
 namespace {
 

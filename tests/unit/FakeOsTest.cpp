@@ -10,7 +10,7 @@
 #include <cstring>
 
 #include "support/SignalGuard.h"
-#include "tests/support/Fixtures.h"
+#include "tests/fakeos/Fixtures.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 #include <array>
 #include <string>
 
-#include "tests/support/Fixtures.h"
+#include "tests/fakeos/Fixtures.h"
 
 namespace {
 

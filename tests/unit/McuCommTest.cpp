@@ -2,8 +2,8 @@
 #include <cstring>
 #include <limits>
 
-#include "tests/support/Faults.h"
-#include "tests/support/Fixtures.h"
+#include "tests/fakeos/Faults.h"
+#include "tests/fakeos/Fixtures.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <csignal>
 
-#include "tests/support/Fixtures.h"
+#include "tests/fakeos/Fixtures.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <limits>
 
-#include "tests/support/Fixtures.h"
+#include "tests/fakeos/Fixtures.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include <csignal>
 #include <limits>
 
-#include "tests/support/Faults.h"
-#include "tests/support/Fixtures.h"
+#include "tests/fakeos/Faults.h"
+#include "tests/fakeos/Fixtures.h"
 
 extern "C" {
 extern RelayMessage gtMsgqRxBuf;

@@ -6,8 +6,8 @@
 #include <sstream>
 #include <type_traits>
 
-#include "tests/support/Faults.h"
-#include "tests/support/Fixtures.h"
+#include "tests/fakeos/Faults.h"
+#include "tests/fakeos/Fixtures.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include <functional>
 #include <string>
 
-#include "tests/support/Faults.h"
-#include "tests/support/Fixtures.h"
+#include "tests/fakeos/Faults.h"
+#include "tests/fakeos/Fixtures.h"
 #include "tests/unit/CameraStory.h"
 
 namespace {

@@ -1,6 +1,6 @@
 // The camera's register bank, sensor mode and version.
-#include "tests/support/Faults.h"
-#include "tests/support/Fixtures.h"
+#include "tests/fakeos/Faults.h"
+#include "tests/fakeos/Fixtures.h"
 
 namespace {
 

@@ -2,8 +2,8 @@
 #include <cerrno>
 
 #include "camera/QM2150Transaction.h"
-#include "tests/support/Faults.h"
-#include "tests/support/Fixtures.h"
+#include "tests/fakeos/Faults.h"
+#include "tests/fakeos/Fixtures.h"
 
 namespace {
 

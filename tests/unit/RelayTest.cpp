@@ -1,7 +1,7 @@
 // The relay body and the frames in it, wrapped, unwrapped and checked.
 #include <cstring>
 
-#include "tests/support/Fixtures.h"
+#include "tests/fakeos/Fixtures.h"
 
 namespace {
 

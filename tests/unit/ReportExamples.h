@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-#include "tests/support/Fixtures.h"
+#include "tests/fakeos/Fixtures.h"
 
 struct ReportExample {
   int number;

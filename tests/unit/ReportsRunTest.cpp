@@ -1,5 +1,5 @@
 // Reports, raw inquiries and raw commands as runs of the whole program, from banner to banner.
-#include "tests/support/Fixtures.h"
+#include "tests/fakeos/Fixtures.h"
 #include "tests/unit/ReportExamples.h"
 
 namespace {

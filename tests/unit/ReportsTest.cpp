@@ -1,7 +1,7 @@
 // The five system reports and the raw inquiry, line by line.
 #include <algorithm>
 
-#include "tests/support/Faults.h"
+#include "tests/fakeos/Faults.h"
 #include "tests/unit/ReportExamples.h"
 
 namespace {

@@ -12,7 +12,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "tests/support/Fixtures.h"
+#include "tests/fakeos/Fixtures.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 #include <cstring>
 #include <string>
 
-#include "tests/support/Fixtures.h"
+#include "tests/fakeos/Fixtures.h"
 
 namespace {
 

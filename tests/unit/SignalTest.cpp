@@ -6,7 +6,7 @@
 #include <csignal>
 
 #include "support/Log.h"
-#include "tests/support/Fixtures.h"
+#include "tests/fakeos/Fixtures.h"
 
 extern "C" {}
 

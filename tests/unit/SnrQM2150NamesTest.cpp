@@ -2,7 +2,7 @@
 #include <cstring>
 #include <map>
 
-#include "tests/support/Fixtures.h"
+#include "tests/fakeos/Fixtures.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <string>
 #include <tuple>
 
-#include "tests/support/Fixtures.h"
+#include "tests/fakeos/Fixtures.h"
 #include "tests/unit/CameraStory.h"
 
 class SnrQM2150Operations : public Linked {

@@ -4,7 +4,7 @@
 // files, getpid, sigaction) and the linker prefers them to libc's; see SystemCalls.cpp. While a FakeOs lives they act
 // on it, else they pass on to libc. The product has no seam for this. A test looks like this:
 //
-//   TEST_F(Visca, ASyntaxErrorIsJudged) {              // fixtures with an `os` in tests/support/Fixtures.h
+//   TEST_F(Visca, ASyntaxErrorIsJudged) {              // fixtures with an `os` in tests/fakeos/Fixtures.h
 //     os.Reply({0x90, 0x60, 0x02, 0xFF});              // the answer to the next request
 //     tVisca reply{};
 //     EXPECT_EQ(QM2150_Inquiry(0x04, 1, code, &reply), 0);
@@ -50,8 +50,8 @@
 // What no correct program does fails the test by itself: a log line without openlog or closelog; logging, the local
 // time, making or closing a stream, or using one without a buffer of its own while the handled signals could interrupt
 // it; sleeping, opening, reading or writing with them held back; a blocking queue call; a wrong size.
-#ifndef ZR4410_TESTS_SUPPORT_FAKEOS_H
-#define ZR4410_TESTS_SUPPORT_FAKEOS_H
+#ifndef ZR4410_TESTS_FAKEOS_FAKEOS_H
+#define ZR4410_TESTS_FAKEOS_FAKEOS_H
 
 #include <sys/types.h>
 

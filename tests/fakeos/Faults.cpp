@@ -1,8 +1,8 @@
-#include "tests/support/Faults.h"
+#include "tests/fakeos/Faults.h"
 
 #include <cerrno>
 
-#include "tests/support/Fixtures.h"
+#include "tests/fakeos/Fixtures.h"
 
 namespace {
 

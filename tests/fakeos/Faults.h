@@ -1,14 +1,14 @@
 // Everything that can go wrong in one exchange, as tables: what to set up before it, the result, and the log lines of
 // the exchange itself. The texts are checked by the tests of the exchange only (QM2150Transaction and McuComm).
-#ifndef ZR4410_TESTS_SUPPORT_FAULTS_H
-#define ZR4410_TESTS_SUPPORT_FAULTS_H
+#ifndef ZR4410_TESTS_FAKEOS_FAULTS_H
+#define ZR4410_TESTS_FAKEOS_FAULTS_H
 
 #include <functional>
 #include <ostream>
 #include <string>
 #include <vector>
 
-#include "tests/support/FakeOs.h"
+#include "tests/fakeos/FakeOs.h"
 
 struct Fault {
   std::string name;  // for a test's name: letters only

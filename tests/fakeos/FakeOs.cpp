@@ -1,4 +1,4 @@
-#include "tests/support/FakeOs.h"
+#include "tests/fakeos/FakeOs.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

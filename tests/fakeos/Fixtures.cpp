@@ -1,4 +1,4 @@
-#include "tests/support/Fixtures.h"
+#include "tests/fakeos/Fixtures.h"
 
 #include <getopt.h>
 

@@ -15,7 +15,7 @@
 #include <ctime>
 #include <string>
 
-#include "tests/support/FakeOs.h"
+#include "tests/fakeos/FakeOs.h"
 
 // Where a 32-bit build chose wide times or offsets, the headers have renamed the calls below.
 #if defined(_FILE_OFFSET_BITS) && _FILE_OFFSET_BITS == 64 && __LONG_WIDTH__ == 32

@@ -1,6 +1,6 @@
 // Fixtures: every test starts with a fresh FakeOs and with the product as it is when a program starts.
-#ifndef ZR4410_TESTS_SUPPORT_FIXTURES_H
-#define ZR4410_TESTS_SUPPORT_FIXTURES_H
+#ifndef ZR4410_TESTS_FAKEOS_FIXTURES_H
+#define ZR4410_TESTS_FAKEOS_FIXTURES_H
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -21,7 +21,7 @@
 #include "support/Signal.h"
 #include "support/Thread.h"
 #include "support/Utils.h"
-#include "tests/support/FakeOs.h"
+#include "tests/fakeos/FakeOs.h"
 
 using testing::ElementsAre;
 using testing::ElementsAreArray;
