@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <regex>
 #include <set>
 #include <sstream>
 #include <string>
@@ -33,17 +32,20 @@ std::string Output(const std::string& arguments) {
   return text;
 }
 
-// The long options at the beginning of lines, after text that matches `before`.
+// The long options at the beginning of lines, behind `before`, blanks and a short option.
 std::set<std::string> Options(const std::string& text, const std::string& before) {
-  const std::regex option("^" + before + "(--[a-z-]+)");
   std::set<std::string> found;
   std::istringstream lines(text);
-  std::smatch match;
   for (std::string line; std::getline(lines, line);) {
-    if (std::regex_search(line, match, option)) {
-      found.insert(match[1]);
+    if (line.starts_with(before)) {
+      const std::size_t at = line.find_first_not_of(' ', before.size());
+      const std::size_t option = line.find("--", before.size());
+      if (option == at || (option != std::string::npos && line.find(',') < option && option - at < 5)) {
+        found.insert(line.substr(option, line.find_first_not_of("abcdefghijklmnopqrstuvwxyz-", option) - option));
+      }
     }
   }
+  found.erase("");
   return found;
 }
 
@@ -65,8 +67,8 @@ TEST(Documents, ProtocolPageEndsWithTheTables) {
 
 TEST(Documents, ManualNamesTheOptionsOfTheHelpText) {
   // Versions of CLI11 indent their help differently.
-  const std::set<std::string> help = Options(Output("--help"), " *(?:-[a-z], *)?");
-  const std::set<std::string> manual = Options(Manual(), "\\.B ");
+  const std::set<std::string> help = Options(Output("--help"), " ");
+  const std::set<std::string> manual = Options(Manual(), ".B ");
   EXPECT_GE(help.size(), 20U);
   EXPECT_EQ(manual, help);
 }
@@ -88,10 +90,11 @@ TEST(Documents, ManualHasTheRangeAndDefaultOfEachOption) {
 }
 
 TEST(Documents, ManualIsOfThisVersion) {
-  std::smatch version;
   const std::string output = Output("--version");
-  ASSERT_TRUE(std::regex_match(output, version, std::regex("simZR4410 (\\S+)\n")));
-  EXPECT_NE(Manual().find("\"testZR4410 " + version.str(1) + "\""), std::string::npos) << output;
+  const std::string name = "simZR4410 ";
+  ASSERT_TRUE(output.starts_with(name) && output.ends_with('\n')) << output;
+  const std::string version = output.substr(name.size(), output.size() - name.size() - 1);
+  EXPECT_NE(Manual().find("\"testZR4410 " + version + "\""), std::string::npos) << output;
 }
 
 TEST(Documents, ManualSaysWhatTheListOfFaultsSays) {
@@ -112,14 +115,18 @@ TEST(Documents, ManualSaysWhatTheListOfFaultsSays) {
 
 // What docs/architecture.md promises of the model.
 TEST(Documents, ModelIncludesNothingThatTouchesTheSystem) {
-  const std::regex allowed(R"(#include (<[a-z_]+>|<toml\+\+/toml\.h>|"simulator/model/[A-Za-z]+\.h"))");
-  const std::regex forbidden(R"(#include <(fstream|iostream|filesystem|chrono|ctime|thread|mutex|atomic)>)");
+  const std::set<std::string> forbidden = {"<fstream>", "<iostream>", "<filesystem>", "<chrono>",
+                                           "<ctime>",   "<thread>",   "<mutex>",      "<atomic>"};
+  const auto allowed = [&forbidden](const std::string& name) {
+    const bool standard = name.starts_with('<') && name.find('.') == std::string::npos && !forbidden.contains(name);
+    return standard || name == "<toml++/toml.h>" || name.starts_with("\"simulator/model/");
+  };
   std::size_t includes = 0;
   for (const auto& file : std::filesystem::directory_iterator(SIM_SOURCE "/simulator/model")) {
     std::ifstream lines(file.path());
     for (std::string line; std::getline(lines, line);) {
       if (line.starts_with("#include")) {
-        EXPECT_TRUE(std::regex_match(line, allowed) && !std::regex_match(line, forbidden)) << file.path() << line;
+        EXPECT_TRUE(allowed(line.substr(line.find(' ') + 1))) << file.path() << line;
         ++includes;
       }
     }
