@@ -27,6 +27,9 @@ target_compile_options(zr4410_options INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>
   -fvisibility=hidden -ffunction-sections -fdata-sections)
 
+# No code here is ever unwound; a build with -g has .debug_frame for debuggers. The tables are a tenth of the tool.
+target_compile_options(zr4410_options INTERFACE -fno-asynchronous-unwind-tables)
+
 # Conversion results are compared to the bit on every machine: no fused multiply-add, no x87 registers, neither here nor
 # in the tests.
 add_library(zr4410_arithmetic INTERFACE)

@@ -57,16 +57,32 @@ void LogFocusMode(const LensControlRecord& lens) {
       Word(kSensitivities, lens.afMode));
 }
 
-// near and far: the line's format below a metre and from a metre on.
-int LogDistance(uint16_t focusPos, const char* near, const char* far) {
+int GetDistance(uint16_t focusPos, double* centimetres) {
+  return LogFailure(SnrQM2150_FocusPos(focusPos, centimetres), "SnrQM2150_FocusPos failed!\n");
+}
+
+int ReportNearLimit(uint16_t focusPos) {
   double centimetres = 0.0;
-  if (const int result = SnrQM2150_FocusPos(focusPos, &centimetres); result < 0) {
-    return LogFailure(result, "SnrQM2150_FocusPos failed!\n");
+  if (const int result = GetDistance(focusPos, &centimetres); result < 0) {
+    return result;
   }
   if (centimetres < 100.0) {
-    LOG(LOG_ERR, near, centimetres);
+    LOG(LOG_ERR, "[Focus Near Limit] %.0lf cm\n", centimetres);
   } else {
-    LOG(LOG_ERR, far, centimetres / 100.0);
+    LOG(LOG_ERR, "[Focus Near Limit] %.2lf meter\n", centimetres / 100.0);
+  }
+  return RESULT_OK;
+}
+
+int ReportObjectDistance(uint16_t focusPos) {
+  double centimetres = 0.0;
+  if (const int result = GetDistance(focusPos, &centimetres); result < 0) {
+    return result;
+  }
+  if (centimetres < 100.0) {
+    LOG(LOG_ERR, "[Object Distance] %.0lf cm\n", centimetres);
+  } else {
+    LOG(LOG_ERR, "[Object Distance] %.2lf meter\n", centimetres / 100.0);
   }
   return RESULT_OK;
 }
@@ -81,11 +97,10 @@ int ReportLens() {
   LogZoom(lens);
   LogFocusMode(lens);
   const uint16_t nearLimit = std::clamp<uint16_t>(lens.focusNearLimit, 0x1000, 0xF000);
-  if (const int result = LogDistance(nearLimit, "[Focus Near Limit] %.0lf cm\n", "[Focus Near Limit] %.2lf meter\n");
-      result < 0) {
+  if (const int result = ReportNearLimit(nearLimit); result < 0) {
     return result;
   }
-  return LogDistance(lens.focusPos, "[Object Distance] %.0lf cm\n", "[Object Distance] %.2lf meter\n");
+  return ReportObjectDistance(lens.focusPos);
 }
 
 // --- Report 1: exposure and white balance ---

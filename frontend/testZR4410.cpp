@@ -1,6 +1,5 @@
 // testZR4410: performs one action on the camera module or the motor microcontroller. The actions are elsewhere; this is
 // the course of a run.
-#include <stdio_ext.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -157,8 +156,5 @@ int main(int argc, char** argv) {
   const int status = Run(argc, argv);
   // Every signal up to here is caught and logged. During exit the handler could wait for a lock of libc for ever.
   HoldSignals(nullptr);
-  if (ferror(stdout)) {
-    __fpurge(stdout);  // exit must not try a failed write again: it could wait, and no signal would end it
-  }
   return status;
 }

@@ -4,7 +4,6 @@
 #include "support/Settings.h"
 
 #include <fcntl.h>
-#include <stdio_ext.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -40,16 +39,11 @@ class Stream {
   bool IsOpen() const { return stream_ != nullptr; }
   FILE* Get() const { return stream_; }
 
-  // Closes a stream that has nothing left to write, so this never waits. Returns false if closing fails.
+  // Closes a stream that was flushed or failed to be: nothing is left to write, so this never waits. Returns false if
+  // closing fails.
   bool Close() {
     const SignalGuard guard;
     return fclose(stream_) == 0;
-  }
-
-  // Leaves the file open for the rest of the process's life.
-  void Abandon() {
-    const SignalGuard guard;
-    setvbuf(stream_, nullptr, _IONBF, 0);
   }
 
  private:
@@ -117,9 +111,8 @@ bool CopyWithValue(FILE* from, FILE* to, const char* key, const char* value) {
       fwrite(line, 1, length, to);
     }
   }
-  const bool complete = !ferror(from) && fflush(to) == 0 && !ferror(to) && fsync(fileno(to)) == 0;
-  __fpurge(to);  // closing must not wait for what could not be written
-  return complete;
+  const bool flushed = fflush(to) == 0;  // even if reading failed: closing must have nothing left to write
+  return flushed && !ferror(from) && !ferror(to) && fsync(fileno(to)) == 0;
 }
 
 }  // namespace
@@ -148,16 +141,22 @@ int sysconf_fset(const char* path, const char* key, const char* value) {
   if (path == nullptr || key == nullptr || value == nullptr) {
     return LogFailure(RESULT_FAILED, "sysconf_fset invalid args");
   }
-  Stream from(open(path, O_RDONLY), "r");
-  if (!from.IsOpen()) {
+  const int file = open(path, O_RDONLY);
+  if (file < 0) {
     LogUnopenable(path);
     return RESULT_FAILED;
   }
   char temporary[128];
   Stream to(OpenTemporary(path, temporary), "w");
   if (!to.IsOpen()) {
-    from.Abandon();  // Intentional: the settings file stays open here; it is part of the behaviour that is kept.
+    // Intentional: the settings file stays open; that is part of the behaviour that is kept.
     return LogFailure(RESULT_FAILED, "Can not create a temp file for write.");
+  }
+  Stream from(file, "r");
+  if (!from.IsOpen()) {
+    to.Close();
+    LogUnopenable(path);
+    return RESULT_FAILED;
   }
   // Only a complete file may replace the old one.
   bool complete = CopyWithValue(from.Get(), to.Get(), key, value);

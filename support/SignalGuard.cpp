@@ -1,14 +1,19 @@
 #include "support/SignalGuard.h"
 
-void HoldSignals(sigset_t* before) {
-  static sigset_t handled;
-  static bool built;  // once, because every log line comes here
-  if (!built) {
-    sigemptyset(&handled);
-    for (const int signal : kHandledSignals) {
-      sigaddset(&handled, signal);
-    }
-    built = true;
+namespace {
+
+sigset_t SetOfHandledSignals() {
+  sigset_t set;
+  sigemptyset(&set);
+  for (const int signal : kHandledSignals) {
+    sigaddset(&set, signal);
   }
-  pthread_sigmask(SIG_BLOCK, &handled, before);
+  return set;
 }
+
+// Made once, because every log line needs it, and before any handler or thread can need it.
+const sigset_t kHandledSet = SetOfHandledSignals();
+
+}  // namespace
+
+void HoldSignals(sigset_t* before) { pthread_sigmask(SIG_BLOCK, &kHandledSet, before); }

@@ -385,6 +385,7 @@ ssize_t FakeOs::Msgrcv(int queue, void* message, size_t size, long type, int fla
 }
 
 void FakeOs::Openlog(const char* ident, int option, int facility) {
+  NeedSignalsHeld("openlog");
   if (logOpen_ || strcmp(ident, "testZR4410") != 0 || option != (LOG_CONS | LOG_PID) || facility != LOG_USER) {
     Wrong(std::string("openlog ") + ident + ' ' + Number(option) + ' ' + Number(facility));
   }
@@ -405,6 +406,7 @@ void FakeOs::Syslog(int priority, const std::string& text) {
 }
 
 void FakeOs::Closelog() {
+  NeedSignalsHeld("closelog");
   if (!logWritten_) {
     Wrong("closelog without a line");
   }

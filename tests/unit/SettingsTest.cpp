@@ -174,11 +174,14 @@ TEST_F(Settings, AStreamThatCannotBeMadeCountsAsAFileThatDoesNotOpen) {
   EXPECT_EQ(sysconf_fget(kPath, "EXT_DEBUG", value), -1);
   EXPECT_THAT(os.Log(), ElementsAre(Err("can not open sysconf file /sysconf/conf.img.\n")));
   EXPECT_EQ(os.OpenFiles(), 0U);
-  os.Forget();
-  os.Fail("fdopen", ENOMEM, 2);
-  EXPECT_EQ(sysconf_fset(kPath, "EXT_DEBUG", "3"), -1);
-  EXPECT_THAT(os.Log(), ElementsAre(Err("Can not create a temp file for write.")));
-  EXPECT_EQ(os.files[kPath], "EXT_DEBUG=0\n");
+  for (const auto& [call, line] : {std::pair(1, "Can not create a temp file for write."),
+                                   std::pair(2, "can not open sysconf file /sysconf/conf.img.\n")}) {
+    os.Forget();
+    os.Fail("fdopen", ENOMEM, call);
+    EXPECT_EQ(sysconf_fset(kPath, "EXT_DEBUG", "3"), -1);
+    EXPECT_THAT(os.Log(), ElementsAre(Err(line)));
+    EXPECT_EQ(os.files[kPath], "EXT_DEBUG=0\n");
+  }
 }
 
 TEST_F(Settings, TheReaderNeverWrites) {

@@ -8,8 +8,6 @@
 #include "support/Log.h"
 #include "tests/fakeos/Fixtures.h"
 
-extern "C" {}
-
 namespace {
 
 class Signals : public Linked {};
