@@ -2,7 +2,7 @@
 
 void HoldSignals(sigset_t* before) {
   static sigset_t handled;
-  static bool built;  // once, because every log line comes here
+  static bool built;  // built only once, because every log line calls this
   if (!built) {
     sigemptyset(&handled);
     for (const int signal : kHandledSignals) {
