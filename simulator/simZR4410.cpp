@@ -121,7 +121,7 @@ void Run(const Options& options, const sim::Setup& setup) {
   try {
     daemon.Open();
   } catch (const sim::Error& error) {
-    throw sim::Error(std::string(error.what()) + " (--key-path gives another file to derive the queue keys from)");
+    throw sim::Error(std::string(error.what()) + " (--key-path names another file to make the queue keys from)");
   }
   if (serial != nullptr) {
     daemon.Watch(*serial);
