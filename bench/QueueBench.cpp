@@ -1,5 +1,5 @@
-// Requests a second through simZR4410's queues, beside a bare ping-pong over two System V queues: the difference is
-// what the simulated device costs.
+// Measures requests per second through the queues of simZR4410, and for comparison through a thread that only echoes
+// messages over two System V queues. The difference is the cost of the simulated device.
 #include <benchmark/benchmark.h>
 #include <sys/ipc.h>
 #include <sys/msg.h>
@@ -37,7 +37,7 @@ void Exchange(int requests, int replies, const Message& request, benchmark::Stat
   state.SetItemsProcessed(state.iterations());
 }
 
-// The least that two queues and two threads can do: every message is sent back as it came.
+// The baseline: another thread sends every message back unchanged.
 void BarePingPong(benchmark::State& state) {
   const int requests = msgget(IPC_PRIVATE, 0600);
   const int replies = msgget(IPC_PRIVATE, 0600);
@@ -73,7 +73,7 @@ void SimulatedDevice(benchmark::State& state, const Message& request) {
 BENCHMARK_CAPTURE(SimulatedDevice, GetVersion, kVersion)->UseRealTime();
 BENCHMARK_CAPTURE(SimulatedDevice, Block3, kBlock)->UseRealTime();
 
-// The model without queues.
+// The model alone, without queues and threads.
 void ModelAlone(benchmark::State& state) {
   sim::Device device(sim::Setup{.fast = true});
   sim::Time now = 0;

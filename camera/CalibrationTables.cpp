@@ -20,7 +20,7 @@ constexpr CalibrationEntry gtDigitalZoomTb[12] = {
     At(219, 7), At(224, 8), At(227, 9), At(230, 10), At(232, 11), At(235, 12),
 };
 
-// The optical range is also the first part of the combined one.
+// The optical range is also the first part of the combined range.
 #define OPTICAL_RANGE                                                                                         \
   At(0, 1), At(6225, 2), At(8894, 3), At(10486, 4), At(11589, 5), At(12422, 6), At(13088, 7), At(13641, 8),   \
       At(14110, 9), At(14515, 10), At(14866, 11), At(15170, 12), At(15431, 13), At(15653, 14), At(15839, 15), \

@@ -1,4 +1,4 @@
-// The sensor modes that the device runs in, one for each mains frequency.
+// The sensor modes that the device uses, one for each mains frequency.
 #ifndef ZR4410_CAMERA_MAINSMODES_H
 #define ZR4410_CAMERA_MAINSMODES_H
 

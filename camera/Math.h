@@ -1,4 +1,4 @@
-/* Interpolation and the gain, dB and EV formulas. Pure functions in plain double arithmetic. */
+/* Interpolation and the gain, dB and EV formulas. Pure functions of double arithmetic. */
 #ifndef ZR4410_CAMERA_MATH_H
 #define ZR4410_CAMERA_MATH_H
 
@@ -13,26 +13,28 @@ typedef struct {
   double x, y;
 } InterpolationPoint;
 
-/* Interpolates on the straight line through p0 and p1: fills p->x from p->y. Equal end points are not
-   checked for. Returns 0. */
+/* Sets p->x to the point with p->y on the straight line through p0 and p1. Does not check that p0->y and p1->y
+   differ. Returns 0. */
 int InterpolationX(const InterpolationPoint* p0, const InterpolationPoint* p1, InterpolationPoint* p);
 
-/* The reverse: fills p->y from p->x. Returns 0. */
+/* The reverse: sets p->y to the point with p->x. Does not check that p0->x and p1->x differ. Returns 0. */
 int InterpolationY(const InterpolationPoint* p0, const InterpolationPoint* p1, InterpolationPoint* p);
 
-/* 20 times the natural logarithm of the gain. */
+/* Returns 20 times the natural logarithm of the gain. */
 double Gain2dB(double gain);
 
-/* Linear gain 1.0..128.5 to a level, eight per doubling, truncated. 0; -18 outside, *level unchanged. */
+/* Converts a linear gain 1.0..128.5 to a level, eight levels per doubling, truncated to 0..56.
+   Returns 0; -18 if the gain is out of range: *level is then unchanged. */
 int Gain2GainLevel(double gain, int32_t* level);
 
-/* 10 raised to dB / 20. */
+/* Returns 10 to the power dB / 20. */
 double dB2Gain(double dB);
 
-/* Level 0..56 to the linear gain 1.0..128.0. 0; -18 outside, *gain unchanged. */
+/* Converts a level 0..56 to the linear gain 1.0..128.0.
+   Returns 0; -18 if the level is out of range: *gain is then unchanged. */
 int GainLevel2Gain(uint32_t level, double* gain);
 
-/* value times 2 to the ev, truncated toward zero, saturated to 32 bits; NaN gives 0. */
+/* Returns value times 2 to the power ev, truncated toward zero and limited to 32 bits; 0 if the product is NaN. */
 int32_t Ev2Value(int32_t value, double ev);
 
 ZR4410_END_DECLS

@@ -1,10 +1,13 @@
 /* Driver of the QM2150 camera block module: VISCA transactions, registers, settings and block inquiries.
  *
- * Unless noted otherwise a routine returns 0 on success and writes its output only then, or a negative result:
- *   -1   request too long; queue not open, or send failed; relay header, sequence id or command code of the reply
- *        wrong; command not acknowledged, or its acknowledgement damaged
- *   -15  stop flag set    -55 receive error    -56 time-out    -57 packet too long, or reply too short
- *   -58  camera reply frame: start, checksum or stop wrong
+ * Unless noted otherwise a routine returns 0 on success and writes its output only then. On failure it returns:
+ *   -1   request of more than 16 data bytes; queue not open, or send failed; wrong relay header, sequence id or command
+ *        code of the reply; command not acknowledged, or its acknowledgement damaged
+ *   -15  stop flag set
+ *   -55  receive error
+ *   -56  time-out
+ *   -57  request of 13 to 16 data bytes; reply packet too long or too short
+ *   -58  camera reply frame: wrong start, checksum or stop
  *   -59  VISCA error reply, or a reply of a wrong length or content
  *   -60  a written value did not read back
  */
@@ -28,8 +31,8 @@ enum {
 typedef struct {
   uint8_t header;     /* first reply byte, 0x90 expected */
   uint8_t replyType;  /* second reply byte: 0x50 completion with data, 0x60 error */
-  uint8_t length;     /* data bytes between reply type and terminator */
-  uint8_t bData[16];  /* the first length used, the rest zero */
+  uint8_t length;     /* number of data bytes, between reply type and terminator */
+  uint8_t bData[16];  /* the first length bytes are the data, the rest is zero */
   uint8_t terminator; /* 0xFF expected */
 } tVisca;
 
@@ -55,42 +58,45 @@ int QM2150_Command(uint32_t length, const uint8_t* data);
    with QM2150_ChecRespVisca and by its length. length: as for QM2150_Command. */
 int QM2150_Inquiry(uint8_t category, uint32_t length, const uint8_t* data, tVisca* out);
 
-/* One exchange of gtUart1ViscaCmdInq, in which the caller has set selector, category, count and data. The reply goes
-   to gtUart1ViscaResp (inquiry) or gtUart1Resp (command); its VISCA content is not examined. */
+/* Sends gtUart1ViscaCmdInq, in which the caller has set selector, category, count and data, and stores the reply in
+   gtUart1ViscaResp (inquiry) or gtUart1Resp (command). The VISCA content of the reply is not checked. */
 int QM2150_ProcessVisca(void);
 
-/* Checks a VISCA reply: 0, or -59 for a wrong header or terminator or an error reply (0x60). */
+/* Checks a VISCA reply. Returns 0; -59 for a wrong header, a wrong terminator or an error reply (0x60). */
 int QM2150_ChecRespVisca(const tVisca* reply);
 
 /* --- Register bank, sensor mode, version --- */
 
-/* 81 01 04 24 <number> 0p 0q FF, pq the value. */
+/* Writes a register: 81 01 04 24 <number> 0p 0q FF, where pq is the value. It is not read back. */
 int QM2150_SetRegisterValue(uint8_t number, uint8_t value);
 
-/* 81 09 04 24 <number> FF, answered 90 50 0p 0q FF. The reply is used as it is, unchecked. */
+/* Reads a register: 81 09 04 24 <number> FF, answered with 90 50 0p 0q FF. The content of the reply is not checked, so
+   an error reply gives a wrong value. */
 int QM2150_GetRegisterValue(uint8_t number, uint8_t* value);
 
-/* Register 0x72: sensor mode, a code of SnrQM2150_SnrMode2Str. */
+/* Reads register 0x72, the sensor mode, a code of SnrQM2150_SnrMode2Str. */
 int QM2150_GetSnrMode(uint8_t* mode);
 
-/* Writes register 0x72 and reads it back, up to twice. A rejected mode is only logged: the result is 0. */
+/* Writes register 0x72 and reads it back, up to twice. A mode that does not read back is only logged: the result is
+   0. */
 int QM2150_SetSnrMode(uint8_t mode);
 
-/* 81 09 00 02 FF, answered 90 50 <vendor: 2> <model: 2> <ROM version: 2> <sockets> FF, most significant byte first. */
+/* Reads model and ROM version: 81 09 00 02 FF, answered with 90 50 <vendor: 2 bytes> <model: 2> <ROM version: 2>
+   <sockets: 1> FF, most significant byte first. The content of the reply is not checked. */
 int QM2150_GetVersion(uint16_t* model, uint16_t* romVersion);
 
-/* 81 01 04 10 05 FF: triggers one white-balance adjustment. */
+/* Triggers one white-balance adjustment: 81 01 04 10 05 FF. */
 int QM2150_WbOnePushTrigger(void);
 
-/* --- Settings: each is read by one inquiry and written by one command that is confirmed by up to two read-backs,
-   50 ms apart. Values are not checked before they are sent. On and off are VISCA_ON and VISCA_OFF. The table in
-   QM2150Parameters.cpp has the codes and bytes of each. --- */
+/* --- Settings: a getter sends one inquiry. A setter sends one command and confirms it by up to two read-backs, the
+   first after 50 ms, the second 50 ms after the first. Values are not checked before they are sent. On and off are
+   VISCA_ON and VISCA_OFF. The table in QM2150Parameters.cpp has the codes and bytes of each setting. --- */
 
 int QM2150_GetNR(uint8_t* value); /* 0..15, noise reduction level */
 int QM2150_SetNR(uint8_t value);
 int QM2150_GetWdrParams(tWdrParam* params);
 int QM2150_SetWdrParams(const tWdrParam* params);
-/* 0 auto, 1 on (exposure ratio), 2 on, 3 off, 4 on (histogram): other numbers than those of wideDMode */
+/* 0 auto, 1 on (exposure ratio), 2 on, 3 off, 4 on (histogram); wideDMode uses other numbers */
 int QM2150_GetWdrMode(uint8_t* value);
 int QM2150_SetWdrMode(uint8_t value);
 int QM2150_GetBgain(uint8_t* value); /* blue gain, 0..255 */
@@ -130,24 +136,24 @@ int QM2150_SetAeMode(uint8_t value);
 int QM2150_GetWbMode(uint8_t* value); /* a code of SnrQM2150_WbMode2Str; -60 for a reply of a wrong length */
 int QM2150_SetWbMode(uint8_t value);
 
-/* 0 when all five fields are equal, otherwise -60. */
+/* Returns 0 if all five fields are equal, otherwise -60. */
 int QM2150_CompareWdrParams(const tWdrParam* first, const tWdrParam* second);
 
-/* --- Block inquiries: 81 09 7E 7E 0n FF, answered with thirteen packed data bytes. On success the bytes are dumped
-   to standard output and every field is logged; on failure the record is unchanged. The tables in QM2150Blocks.cpp say
-   which bits make up each field. --- */
+/* --- Block inquiries: 81 09 7E 7E 0n FF, answered with 13 packed data bytes. On success the bytes are dumped to
+   standard output and every field is logged; on failure the record is unchanged. The tables in QM2150Blocks.cpp list
+   the bits of each field. --- */
 
-/* Flags are 1 for yes or on, 0 for no or off, unless noted otherwise. Fields marked "camera's own" are passed on
-   without interpretation; docs/protocol.md says what the simulated camera puts there. */
+/* A flag is 1 for yes or on, 0 for no or off, unless noted otherwise. The tool does not interpret the fields marked
+   "camera's own"; docs/protocol.md says what the simulated camera sends there. */
 
 /* Block 0: lens. */
 typedef struct {
-  uint16_t zoomPos;          /* 0..0x4000 optical, to 0x7AC0 combined with digital; see SnrQM2150_CombineZoom */
-  uint16_t focusNearLimit;   /* position; the low byte is always 0 */
+  uint16_t zoomPos;          /* 0..0x4000 optical, up to 0x7AC0 with digital zoom; see SnrQM2150_CombineZoom */
+  uint16_t focusNearLimit;   /* position as in focusPos; the low byte is always 0 */
   uint16_t focusPos;         /* 0x1000 far .. 0xF000 near; see SnrQM2150_FocusPos */
   uint8_t dzoomMode;         /* 0 combined, 1 separate */
   uint8_t afMode;            /* 0 normal, 1 interval, 2 zoom trigger */
-  uint8_t afSensitivity;     /* flag: normal rather than slow; the lens report does not use it */
+  uint8_t afSensitivity;     /* 0 slow, 1 normal; the lens report does not use it */
   uint8_t digitalZoom;       /* flag */
   uint8_t focusMode;         /* 0 manual, 1 auto */
   uint8_t lowContrastDetect; /* flag */
@@ -179,7 +185,7 @@ typedef struct {
 /* Block 2: everything else. */
 typedef struct {
   uint8_t autoIcrAlarm;      /* flag */
-  uint8_t autoIcr;           /* flag: the infra-red cut filter switches by itself */
+  uint8_t autoIcr;           /* flag: the camera switches the infra-red cut filter automatically */
   uint8_t power;             /* flag */
   uint8_t icr;               /* infra-red cut filter: 0 in place (IR_CUT), 1 removed (IR_PASS) */
   uint8_t freeze;            /* flag: still picture */
@@ -191,8 +197,8 @@ typedef struct {
   uint8_t pictureEffectMode; /* 0..7, camera's own */
   uint16_t cameraId;         /* its third hexadecimal digit is always F */
   uint8_t memory;            /* flag (data byte 10, bit 4), camera's own */
-  uint8_t icr1;              /* flag (data byte 10, bit 2), camera's own: a second one for the filter */
-  uint8_t hz;                /* flag (data byte 10, bit 0), camera's own: a 50 Hz field */
+  uint8_t icr1;              /* flag (data byte 10, bit 2), camera's own: second flag of the filter */
+  uint8_t hz;                /* flag (data byte 10, bit 0), camera's own: 1 at 50 Hz, 0 at 60 Hz */
 } OtherControlRecord;
 
 /* Block 3: enlarged functions. */
@@ -206,8 +212,8 @@ typedef struct {
   uint8_t pictureFlip;         /* flag: turned upside down */
   uint8_t colorGain;           /* 0..7 */
   uint8_t advancedPrivacy;     /* flag */
-  uint8_t alarm1;              /* flag (data byte 9, bit 1), camera's own: a second one for the alarm */
-  uint8_t pictureFlip1;        /* flag (data byte 9, bit 0): a second one for the flip */
+  uint8_t alarm1;              /* flag (data byte 9, bit 1), camera's own: second flag of the alarm */
+  uint8_t pictureFlip1;        /* flag (data byte 9, bit 0): second flag of the flip */
   uint8_t aeResponse;          /* 0..31 */
   uint8_t gamma;               /* 0..7, camera's own */
   uint8_t highSensitivityMode; /* flag */
@@ -232,6 +238,7 @@ extern OtherControlRecord gtOtherControl;
 extern EnlargeFunction1Record gtEnlargeFun1;
 extern EnlargeFunction2Record gtEnlargeFun2;
 
+/* Block 0 to block 4 into *record. */
 int QM2150_GetLensControl(LensControlRecord* record);
 int QM2150_GetCameraControl(CameraControlRecord* record);
 int QM2150_GetOtherControl(OtherControlRecord* record);

@@ -22,19 +22,19 @@ constexpr uint8_t kDataBytes = 13;
 
 // Which bits of the data bytes D0..D12 make up a field.
 struct Bits {
-  uint8_t first;     // first byte
+  uint8_t first;     // index of the first byte
   uint8_t bytes;     // number of bytes, the most significant first; each adds a nibble below the ones before it
-  uint8_t mask;      // of each byte; what it selects is shifted down to bit 0
-  uint8_t shift;     // of the whole, upwards
-  bool wholeSecond;  // the second byte counts whole and with its low nibble set: see CameraId
+  uint8_t mask;      // for each byte; the selected bits are shifted down to bit 0
+  uint8_t shift;     // the whole value is shifted up by this
+  bool wholeSecond;  // ORs the whole second byte into the value, with its low nibble set: see CameraId
 };
 
 constexpr Bits Masked(uint8_t byte, uint8_t mask) { return {byte, 1, mask, 0, false}; }
 constexpr Bits Bit(uint8_t byte, uint8_t bit) { return Masked(byte, static_cast<uint8_t>(1 << bit)); }
 constexpr Bits Nibbles(uint8_t first, uint8_t count, uint8_t shift = 0) { return {first, count, 0x0F, shift, false}; }
 
-// Four nibbles, except that the second byte is ORed with 0x0F where one expects AND: bits 8..11 are always ones, and
-// the byte's high nibble reaches bits 12..15. Intentional: those who compare camera identifiers have stored them so.
+// Four nibbles, except that the second byte is ORed with 0x0F where one expects AND: bits 8..11 are always 1, and the
+// byte's high nibble is ORed into bits 12..15. Intentional: other software may have stored camera ids in this form.
 constexpr Bits CameraId(uint8_t first) { return {first, 4, 0x0F, 0, true}; }
 
 uint16_t Extract(const Bits& bits, const uint8_t* d) {
@@ -52,7 +52,7 @@ struct Field {
   size_t offset;  // in the record
   size_t width;   // in bytes, 1 or 2
   Bits bits;
-  const char* label;  // its log line; uneven blanks and misspellings are kept for those who watch the log
+  const char* label;  // the log line; uneven spaces and misspellings are kept, because scripts may read the log
 };
 
 #define FIELD(record, name) offsetof(record, name), sizeof(record::name)
@@ -60,7 +60,7 @@ struct Field {
 constexpr Field kLensControl[] = {
     {FIELD(LensControlRecord, zoomPos), Nibbles(0, 4), "Zoom Pos\t\t=\t0x%04x\n"},
     {FIELD(LensControlRecord, focusNearLimit), Nibbles(4, 2, 8), "Focus Near Limit\t=\t0x%04x\n"},
-    {FIELD(LensControlRecord, focusPos), Nibbles(6, 4), "Focus Pos\t\t=\t0x%02x\n"},  // two digits: kept
+    {FIELD(LensControlRecord, focusPos), Nibbles(6, 4), "Focus Pos\t\t=\t0x%02x\n"},  // %02x, not %04x: kept
     {FIELD(LensControlRecord, dzoomMode), Bit(11, 5), "DZoom Mode\t\t=\t0x%02x\n"},
     {FIELD(LensControlRecord, afMode), Masked(11, 0x18), "AF Mode\t\t=\t0x%02x\n"},
     {FIELD(LensControlRecord, afSensitivity), Bit(11, 2), "AF Sensitivity  \t=\t0x%02x\n"},
@@ -158,7 +158,7 @@ consteval size_t CountFields() {
   }
 }
 
-// A row for every field, in the record's order: this is also the order of the log lines.
+// Whether there is a row for every field, in the record's order, which is also the order of the log lines.
 template <typename Record>
 consteval bool CoversRecord(std::span<const Field> rows) {
   for (size_t k = 1; k < rows.size(); ++k) {

@@ -22,8 +22,8 @@ tWdrParam WdrFields(const uint8_t* d) {
   return {nibble(0), nibble(1), nibble(2), nibble(3), static_cast<uint8_t>((d[4] << 4) + d[5])};
 }
 
-// --- How the command carries the value v after the code: 0 a zero byte, V the whole value, VV
-// its two bytes, P and Q its nibbles. Each returns the number of bytes ---
+// --- How the command carries the value after the code. In the names: 0 is a zero byte, V the value in one byte, VV the
+// value in two bytes, P and Q its high and low nibble. Each routine returns the number of bytes ---
 
 uint32_t Put(uint8_t* d, std::initializer_list<int> bytes) {
   std::transform(bytes.begin(), bytes.end(), d, [](int byte) { return static_cast<uint8_t>(byte); });
@@ -43,22 +43,22 @@ uint32_t PutWdr(tWdrParam v, uint8_t* d) {
 
 // --- The settings ---
 
-// A row holds every text in full. Intentional: a text is kept even if it is misspelt or names another routine or byte,
-// because those who watch the log rely on it.
+// A row contains every text in full. Intentional: a text is kept even if it is misspelt or names another routine or
+// byte, because scripts may read the log.
 template <typename T>
 struct Setting {
   uint8_t code;         // of inquiry and command
   uint8_t replyLength;  // data bytes
   struct {
     uint8_t first, count;
-  } zero = {};  // reply bytes that must be 0x00
+  } zero = {};  // the reply bytes that must be 0x00
   T (*value)(const uint8_t* d);
   uint32_t (*data)(T value, uint8_t* d);
   const char* lengthFailure;
   const char* zeroFailure = nullptr;
-  const char* readFailure;                  // of the first read-back
-  const char* secondReadFailure = nullptr;  // none: the same as the first
-  const char* mismatch;                     // a format: the value written, then the value read; may show neither
+  const char* readFailure;                  // logged if the first read-back fails
+  const char* secondReadFailure = nullptr;  // logged if the second one fails; null: the same text
+  const char* mismatch;                     // a format for the value written and the value read; may show neither
   int lengthResult = RESULT_BAD_REPLY;
 };
 
@@ -118,7 +118,7 @@ constexpr Byte kHighSensitivity = {
     .lengthFailure = "QM2150_GetHighSensitivity len fail!\n",
     .readFailure = "QM2150_GetHighSensitivity bReadOnOrOff fail!\n",
     .mismatch = "QM2150_SetHighSensitivity bOnOrOff != bReadOnOrOff.\n"};
-// Intentional: sent as two nibbles but read back as one byte, so only 0..15 is ever confirmed. The camera expects this.
+// Intentional: sent as two nibbles but read back as one byte, as the camera expects, so only 0..15 can be confirmed.
 constexpr Byte kExpCompStep = {
     .code = 0x4E, .replyLength = 4, .zero = {0, 3}, .value = Byte3, .data = Put00PQ,
     .lengthFailure = "QM2150_GetExpCompStep len fail!\n",
@@ -151,7 +151,7 @@ constexpr Byte kAutoIcr = {
     .lengthFailure = "QM2150_GetAutoIcr len fail!\n",
     .readFailure = "QM2150_GetAutoIcr bReadAutoIcr fail!\n",
     .mismatch = "QM2150_SetAutoIcr bAutoIcr != bReadAutoIcr.\n"};
-// Intentional: one whole byte in the last place, no nibbles. The camera expects this. Some texts name the shutter.
+// Intentional: one whole byte in the last place, no nibbles, as the camera expects. Some texts name the shutter.
 constexpr Byte kColorGain = {
     .code = 0x49, .replyLength = 4, .zero = {0, 3}, .value = Byte3, .data = Put000V,
     .lengthFailure = "QM2150_GetColorGain len fail!\n",
@@ -159,7 +159,7 @@ constexpr Byte kColorGain = {
     .readFailure = "QM2150_GetColorGain sReadShutter fail!\n",
     .secondReadFailure = "QM2150_GetColorGain bReadColorGain fail!\n",
     .mismatch = "QM2150_SetShutter bColorGain != bReadColorGain.\n"};
-// Intentional: two whole bytes, no nibbles. The camera expects this.
+// Intentional: two whole bytes, no nibbles, as the camera expects.
 constexpr Word kShutter = {
     .code = 0x4A, .replyLength = 4, .zero = {0, 2}, .value = Bytes2And3, .data = Put00VV,
     .lengthFailure = "QM2150_GetShtter len fail!\n",
@@ -181,7 +181,7 @@ constexpr Byte kAeMode = {
     .lengthFailure = "GetWbMode len fail!\n",
     .readFailure = "QM2150_GetAeMode bReadAeMode fail!\n",
     .mismatch = "QM2150_SetAeMode bAeMode != bReadAeMode!\n"};
-// Intentional: -60 for a reply of a wrong length, in this row only. The library's callers rely on it.
+// Intentional: -60 for a reply of a wrong length, in this row only, because the library's callers rely on it.
 constexpr Byte kWbMode = {
     .code = 0x35, .replyLength = 1, .value = Byte0, .data = PutV,
     .lengthFailure = "GetWbMode len fail!\n",
@@ -221,8 +221,8 @@ void LogMismatch(const Setting<T>& setting, T written, T readBack) {
 }
 void LogMismatch(const Wdr& setting, tWdrParam, tWdrParam) { LOG(LOG_ERR, "%s", setting.mismatch); }
 
-// Intentional: the value read back is compared with the value as passed. A value that the command cannot carry whole
-// is therefore never confirmed, and the caller learns that it was cut.
+// Intentional: the value read back is compared with the value as passed. So a value that is truncated in the command is
+// never confirmed, and the result tells the caller.
 template <typename T>
 int Set(const Setting<T>& setting, T value) {
   uint8_t data[16] = {setting.code};

@@ -24,7 +24,7 @@ int QM2150_GetRegisterValue(uint8_t number, uint8_t* value) {
   if (const int result = Transact(kSelectorInquiry, kCategoryCamera, sizeof data, data); result < 0) {
     return result;
   }
-  // The reply is used as it is: neither checked nor masked.
+  // Neither checked nor masked: a reply of another form gives a wrong value, as the header says.
   *value = static_cast<uint8_t>((gtUart1ViscaResp.middle[0] << 4) + gtUart1ViscaResp.middle[1]);
   return RESULT_OK;
 }
@@ -45,7 +45,7 @@ int QM2150_SetSnrMode(uint8_t mode) {
   if (result != kReadBackDiffers) {
     return result;
   }
-  // Intentional: a rejected mode is only logged, and callers (-s 2 among them) go on as if it had been set.
+  // Intentional: a mode that does not read back is only logged, because callers (such as -s 2) continue after it.
   LOG(LOG_ERR, "QM2150_SetSnrMode bRegValue != bReadRegValue failed!");
   return RESULT_OK;
 }
@@ -54,7 +54,7 @@ int QM2150_GetVersion(uint16_t* model, uint16_t* romVersion) {
   if (const int result = Transact(kSelectorInquiry, kCategoryInterface, 1, &kCodeVersion); result < 0) {
     return result;
   }
-  const uint8_t* const m = gtUart1ViscaResp.middle;  // vendor, model, ROM version, sockets; not checked
+  const uint8_t* const m = gtUart1ViscaResp.middle;  // vendor, model, ROM version, sockets; not checked either
   *model = static_cast<uint16_t>(m[2] << 8 | m[3]);
   *romVersion = static_cast<uint16_t>(m[4] << 8 | m[5]);
   return RESULT_OK;

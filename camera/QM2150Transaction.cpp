@@ -25,7 +25,7 @@ constexpr uint8_t kTerminator = 0xFF;
 constexpr uint8_t kCompletion = 0x50;
 constexpr uint8_t kError = 0x60;
 
-// Completes and sends the prepared request and receives a reply body with the right header and sequence id.
+// Completes and sends the prepared request, and receives a reply body. Checks its header and sequence id.
 int Exchange() {
   ViscaRequestFrame& request = gtUart1ViscaCmdInq;
   request.length = static_cast<uint8_t>(request.count + 4);
@@ -64,7 +64,7 @@ int UnwrapVisca() {
 
 int UnwrapAcknowledgement() {
   if (const int result = MCU_FillUart1Resp(gtZR4410MsgqRespBuf.body, &gtUart1Resp); result < 0) {
-    // Intentional: names the camera's routine in both branches. Kept for those who watch the log.
+    // Intentional: this text names the camera's routine here too. Kept because scripts may read the log.
     return LogFailure(result, "QM2150_FillUart1Resp failed!");
   }
   return LogFailure(MCU_CheckUart1Resp(&gtUart1Resp), "MCU_CheckUart1Resp failed!");
@@ -120,7 +120,7 @@ int QM2150_ProcessVisca(void) {
 }
 
 int QM2150_Command(uint32_t length, const uint8_t* data) {
-  if (length > sizeof gtUart1ViscaCmdInq.data) {  // 13 to 16 are refused by QM2150_FillZR4410, with another result
+  if (length > sizeof gtUart1ViscaCmdInq.data) {  // QM2150_FillZR4410 refuses 13 to 16, with another result
     return RESULT_FAILED;
   }
   if (const int result = Transact(kSelectorCommand, kCategoryCamera, length, data); result < 0) {
@@ -137,8 +137,8 @@ int QM2150_Inquiry(uint8_t category, uint32_t length, const uint8_t* data, tVisc
   if (const int result = LogExchangeFailure(Exchange()); result < 0) {
     return result;
   }
-  // The request record is global, so what runs meanwhile (a signal handler, the caller's other threads) can reach it:
-  // a reply must not be read as an inquiry's if the record says something else.
+  // The request record is global, so a signal handler or another thread of the caller could have changed it during the
+  // exchange. The reply may be read as an inquiry's only if the request is still an inquiry.
   if (gtUart1ViscaCmdInq.selector != kSelectorInquiry) {
     return LogExchangeFailure(RESULT_BAD_FRAME);
   }
@@ -159,9 +159,9 @@ int QM2150_ChecRespVisca(const tVisca* reply) {
   if (reply->terminator != kTerminator) {
     return LogFailure(RESULT_BAD_REPLY, "VISCA RESP Terminator fail!\n");
   }
-  // Only these two values are recognised: an acknowledgement, or an error with a socket number, passes.
+  // Intentional: only these two values are compared, so an acknowledgement or an error with a socket number passes.
   if (reply->replyType == kCompletion && DebugEnable(15, static_cast<uint32_t>(giDebug)) == 1) {
-    LOG(LOG_DEBUG, "VISCA RESP ACK!\n");  // a completion; the text is kept for those who watch the log
+    LOG(LOG_DEBUG, "VISCA RESP ACK!\n");  // a completion; the text is kept because scripts may read the log
   }
   if (reply->replyType == kError) {
     return LogFailure(RESULT_BAD_REPLY, ViscaErrorLine(reply->bData[0]));

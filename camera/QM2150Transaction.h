@@ -1,4 +1,4 @@
-// What the modules of the QM2150 driver share.
+// Constants and routines shared by the modules of the QM2150 driver.
 #ifndef ZR4410_CAMERA_QM2150TRANSACTION_H
 #define ZR4410_CAMERA_QM2150TRANSACTION_H
 
@@ -15,20 +15,23 @@ inline constexpr uint8_t kCategoryInterface = 0x00;
 inline constexpr uint8_t kCategoryCamera = 0x04;
 inline constexpr uint8_t kCategoryBlock = 0x7E;
 
-// One exchange of a new request with at most 16 data bytes: clears the request and the camera reply record, then
-// QM2150_ProcessVisca with the caller's log line for any failure but a stop request.
+// Clears the request and the camera reply record, fills the request with `count` data bytes (at most 16), and calls
+// QM2150_ProcessVisca. Also logs "QM2150_ProcessVisca failed!" for a failure, but not for a stop request. Returns the
+// result of QM2150_ProcessVisca.
 int Transact(uint8_t selector, uint8_t category, uint32_t count, const uint8_t* data);
 
-// QM2150_Inquiry and QM2150_ChecRespVisca, each with the caller's log line for a failure. *reply is cleared first.
+// Clears *reply, then calls QM2150_Inquiry and QM2150_ChecRespVisca and logs which of them fails; a stop request is not
+// logged. Returns the result of the one that fails, or 0.
 int InquireAndJudge(uint8_t category, uint32_t length, const uint8_t* data, tVisca* reply);
 
-// How a written value is confirmed: by at most two readings, each after this wait.
+// A written value is confirmed by at most two read-backs, each after this delay.
 inline constexpr useconds_t kReadBackDelay = 50000;  // microseconds
 
-// A result of a reading, in addition to those of support/Results.h: it succeeded but gave another value.
+// A result of a read-back in addition to those of support/Results.h: it succeeded, but the value differs.
 inline constexpr int kReadBackDiffers = 1;
 
-// Calls readBack(first) until it returns something other than kReadBackDiffers, twice at most. Returns its last result.
+// Calls readBack(first), and if it returns kReadBackDiffers calls it once more. Waits kReadBackDelay before each call.
+// first: true in the first call. Returns the last result.
 template <typename ReadBack>
 int ReadBackTwice(ReadBack readBack) {
   usleep(kReadBackDelay);

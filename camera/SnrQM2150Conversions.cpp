@@ -1,4 +1,4 @@
-// Raw positions to shutter times, F-numbers, dB, distances and magnification.
+// Converts raw positions to shutter times, F-numbers, dB, distances and magnification.
 #include <cstddef>
 #include <iterator>
 #include <span>
@@ -10,7 +10,7 @@
 
 namespace {
 
-// The value at a position on the straight lines between the table's points.
+// Interpolates between the two points of the table around the position.
 int Interpolate(std::span<const CalibrationEntry> table, uint32_t position, double* out) {
   if (position < table.front().position || position > table.back().position) {
     return RESULT_NO_ENTRY;
@@ -20,7 +20,7 @@ int Interpolate(std::span<const CalibrationEntry> table, uint32_t position, doub
     return RESULT_OK;
   }
   size_t k = 1;
-  while (position >= table[k].position) {  // a point's own position starts the interval above it
+  while (position >= table[k].position) {  // the position of a point itself belongs to the interval above it
     ++k;
   }
   const InterpolationPoint lower{static_cast<double>(table[k - 1].value), static_cast<double>(table[k - 1].position)};
@@ -53,7 +53,7 @@ int32_t SnrQM2150_Pos2Shutter(int32_t frequency, uint32_t position) {
 }
 
 double SnrQM2150_IrisPos2Fno(uint32_t position) {
-  // Intentional: 360.0 for the closed iris, no value for 1 to 4. The exposure report fails on those.
+  // Intentional: 360.0 for the closed iris, and no value for positions 1 to 4, at which the exposure report fails.
   static constexpr double kNoValue = SNRQM2150_NO_VALUE;
   static constexpr double kFno[] = {360.0, kNoValue, kNoValue, kNoValue, kNoValue, 14.0, 11.0, 9.6, 8.0,
                                     6.8,   5.6,      4.8,      4.0,      3.4,      2.8,  2.4,  2.0, 1.6};
@@ -80,7 +80,7 @@ int SnrQM2150_ExpCompPos2Db(uint32_t position, double* out) {
 
 int SnrQM2150_FocusPos(uint16_t position, double* out) {
   if (position == gtFocusPosTb[0].position) {
-    *out = 1.0;  // Intentional: not the table's value. The lens report shows a near limit of 0 as 1 cm because of it.
+    *out = 1.0;  // Intentional: not the table's value. So the lens report shows a near limit of 0x1000 or less as 1 cm.
     return RESULT_OK;
   }
   return Interpolate(gtFocusPosTb, position, out);

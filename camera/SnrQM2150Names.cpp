@@ -13,7 +13,7 @@ struct ModeName {
   const char* name;
 };
 
-// Intentional: the three analogue-only modes of a television standard share one name. Only the code tells them apart.
+// Intentional: the three analogue-only modes of a television standard have the same name and differ only in the code.
 constexpr ModeName kSnrModes[] = {
     {0x00, "unknown"},
     {0x01, "1080i 60fps (Default)"},

@@ -1,4 +1,4 @@
-// Start-up, the sensor-mode change with its power cycle, the higher-level setters and the raw packets.
+// Start-up, the sensor mode with its power cycle, the higher-level setters, and raw commands and inquiries.
 #include <unistd.h>
 
 #include <algorithm>
@@ -32,7 +32,7 @@ int32_t TargetMode(int32_t hz) {
   return RESULT_NO_ENTRY;
 }
 
-// Reads the sensor mode, 0 if that fails, and keeps it in gtParams if it succeeds.
+// Reads the sensor mode and stores it in gtParams too. If that fails, mode is 0 and gtParams is unchanged.
 int ReadSnrMode(uint8_t& mode) {
   mode = 0;
   const int result = QM2150_GetSnrMode(&mode);
@@ -42,7 +42,7 @@ int ReadSnrMode(uint8_t& mode) {
   return result;
 }
 
-// Fails only when stopped: any other failure is logged and ignored.
+// Returns RESULT_STOPPED if stopped, otherwise RESULT_OK: any other failure is logged and ignored.
 int SwitchLensPower(int32_t on, const char* done) {
   sleep(1);
   if (LogFailureUnlessStopped(MCU_LensPowerControl(on), "[init] MCU_LensPowerControl failed!\n") == RESULT_STOPPED) {
@@ -95,7 +95,7 @@ int SnrQM2150_SetMirrorFlip(int32_t mirror, int32_t flip) {
   if (!IsSwitch(mirror) || !IsSwitch(flip)) {
     return RESULT_BAD_ARGUMENT;
   }
-  // A flipped picture is also reversed left to right, and mirror undoes that.
+  // A flipped picture must also be reversed left to right, and mirroring reverses it once more.
   if (const int result = QM2150_SetLrReverse(OnOff(mirror != flip)); result < 0) {
     return LogFailureUnlessStopped(result, "QM2150_SetLrReverse failed!\n");
   }
@@ -115,7 +115,7 @@ int SnrQM2150_SetDnNightMode(void) {
 
 int SnrQM2150_SetDnDayMode(void) {
   if (const int result = QM2150_SetAutoIcr(VISCA_OFF); result < 0) {
-    // Intentional: the line is logged even for a stop request, here alone. Kept for those who watch the log.
+    // Intentional: only here the line is logged even for a stop request. Kept because scripts may read the log.
     return LogFailure(result, "QM2150_SetAutoIcr failed!\n");
   }
   return LogFailureUnlessStopped(QM2150_SetIcr(VISCA_OFF), "QM2150_SetIcr failed!\n");
@@ -213,7 +213,7 @@ int SnrQM2150_init(int32_t hz) {
     result = LogFailureUnlessStopped(QM2150_GetVersion(&gtParams.model, &gtParams.romVersion),
                                      "[init] QM2150_GetVersion fail!\n");
     if (result >= 0) {
-      LOG(LOG_ERR, "[init] QM2150_GetVersion OK.\n");  // at error level: kept for those who watch the log
+      LOG(LOG_ERR, "[init] QM2150_GetVersion OK.\n");  // at error level: kept because scripts may read the log
       break;
     }
     if (result == RESULT_STOPPED || attempt == kAttempts) {

@@ -1,4 +1,4 @@
-# The tool and the library: no exceptions, no RTTI, no heap, nothing at run time but libc and libm.
+# The tool and the library. They use no exceptions, no RTTI and no heap, and need only libc and libm at run time.
 
 set(ZR4410_LIBRARY_SOURCES
     camera/CalibrationTables.cpp camera/Math.cpp camera/QM2150Blocks.cpp camera/QM2150Parameters.cpp
@@ -27,11 +27,11 @@ target_compile_options(zr4410_options INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>
   -fvisibility=hidden -ffunction-sections -fdata-sections)
 
-# No code here is ever unwound; a build with -g has .debug_frame for debuggers. The tables are a tenth of the tool.
+# No code here is ever unwound, and a build with -g has .debug_frame for debuggers: the tables would be a tenth of the tool.
 target_compile_options(zr4410_options INTERFACE -fno-asynchronous-unwind-tables)
 
-# Conversion results are compared to the bit on every machine: no fused multiply-add, no x87 registers, neither here nor
-# in the tests.
+# Conversions give the same bits on every machine, so fused multiply-add and x87 registers are not used, neither here
+# nor in the tests.
 add_library(zr4410_arithmetic INTERFACE)
 target_compile_options(zr4410_arithmetic INTERFACE -ffp-contract=off)
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "^i[3-6]86$")
@@ -39,15 +39,15 @@ if(CMAKE_SYSTEM_PROCESSOR MATCHES "^i[3-6]86$")
 endif()
 target_link_libraries(zr4410_options INTERFACE zr4410_arithmetic)
 
-# Hardening of everything that ships. _FORTIFY_SOURCE is left to whoever packages: it would replace syslog by another
-# function, and whoever wraps syslog would see no line.
+# Hardening of everything that is installed. _FORTIFY_SOURCE is left to packagers: it replaces syslog with another
+# function, so a program that wraps syslog would see no line.
 include(CheckCompilerFlag)
 include(CheckPIESupported)
 check_pie_supported(LANGUAGES C CXX)
 add_library(zr4410_hardening INTERFACE)
 foreach(flag -fstack-protector-strong -fstack-clash-protection -fcf-protection)
   string(MAKE_C_IDENTIFIER "ZR4410_HAS${flag}" has_flag)
-  check_compiler_flag(CXX "-Werror ${flag}" ${has_flag})  # not every machine has every one
+  check_compiler_flag(CXX "-Werror ${flag}" ${has_flag})  # some architectures lack some of them
   if(${has_flag})
     target_compile_options(zr4410_hardening INTERFACE ${flag})
   endif()

@@ -1,4 +1,4 @@
-# 32-bit ARM with hardware floating point: the device's kind.
+# 32-bit ARM with hardware floating point, as in the device.
 set(CMAKE_SYSTEM_PROCESSOR arm)
 set(triple arm-linux-gnueabihf)
 set(emulator qemu-arm -L /usr/${triple})

@@ -1,4 +1,4 @@
-# A 32-bit machine that stores the most significant byte first.
+# 32-bit PowerPC, which stores the most significant byte first.
 set(CMAKE_SYSTEM_PROCESSOR ppc)
 set(triple powerpc-linux-gnu)
 set(emulator qemu-ppc -L /usr/${triple})

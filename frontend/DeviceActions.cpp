@@ -12,10 +12,10 @@
 
 namespace {
 
-// The first number of -s. That of -m is the MCU's command id, which the user gives in decimal.
+// The first number of -s. (The first number of -m is the MCU's command id, in decimal.)
 enum CameraAction : int32_t { CAMERA_VERSION = 0, CAMERA_SENSOR_MODE = 1, CAMERA_SET_SENSOR_MODE = 2 };
 
-constexpr int32_t kList = 1;  // the second number that asks for a list of names instead
+constexpr int32_t kList = 1;  // as the second number: print a list of names instead
 
 void ShowVersion() {
   uint16_t model = 0;
@@ -27,7 +27,7 @@ void ShowVersion() {
   printf("[Model] 0x%04x, [ROM Version] 0x%04x\n", model, romVersion);
 }
 
-// Looks up a sensor mode's name. Logs a line if it has none.
+// Looks up the name of a sensor mode. Returns false, after logging, if it has none.
 bool NameSensorMode(uint32_t mode, char (&name)[64]) {
   if (SnrQM2150_SnrMode2Str(mode, name) < 0) {
     LOG(LOG_ERR, "SnrQM2150_SnrMode2Str fail!\n");
@@ -76,7 +76,7 @@ int ListMcuCommands() {
     char description[64] = {};
     if (MCU_Cmd2Str(id, description) < 0) {
       LOG(LOG_ERR, "MCU_Cmd2Str fail!\n");
-      return LogFailure(RESULT_FAILED, "MCU_GetVersion fail!\n");  // kept for those who watch the log
+      return LogFailure(RESULT_FAILED, "MCU_GetVersion fail!\n");  // kept because scripts may read the log
     }
     printf("0x%02x = %s\n", id, description);
   }
@@ -87,7 +87,7 @@ int ShowMcuVersion() {
   uint8_t version = 0;
   if (const int result = MCU_GetVersion(&version); result < 0) {
     LOG(LOG_ERR, "MCU_GetVersion fail!\n");
-    return LogFailure(result, "MCU_GetVersion fail!\n");  // twice: kept for those who watch the log
+    return LogFailure(result, "MCU_GetVersion fail!\n");  // logged twice: kept because scripts may read the log
   }
   printf("Version = 0x%02x\n", version);
   return RESULT_OK;

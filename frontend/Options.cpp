@@ -17,7 +17,8 @@ uint8_t gbArgv[16];
 
 namespace {
 
-// Values are read from argv[2] and argv[3], not from the parser: in the short form only y is declared with an argument.
+// Intentional: of the short options only y is declared with an argument. The values are not taken from the parser; they
+// are read from argv[2] and argv[3].
 constexpr char kShortOptions[] = "hgrmciy:s";
 
 constexpr option kLongOptions[] = {
@@ -37,7 +38,7 @@ enum class Values { None, Number, TwoNumbers, Hex, CategoryAndHex };
 struct ModeOption {
   int letter;
   int32_t mode;
-  int minArgc;  // one more is accepted, for a trailing -g
+  int minArgc;  // one more argument is accepted, for a trailing -g
   Values values;
 };
 
@@ -64,7 +65,7 @@ bool CheckHex(const char* text) {
   return true;
 }
 
-// Stores text's bytes in gbArgv and their count in giArgv1.
+// Stores the bytes of a hex text in gbArgv and their count in giArgv1. Returns false, after logging, if it is refused.
 bool StoreHex(const char* text) {
   if (!CheckHex(text)) {
     return false;

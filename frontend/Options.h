@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-// Run mode: what the last mode option chose.
+// Run mode: the last mode option.
 enum : int32_t {
   MODE_NONE = 0,
   MODE_CAMERA = 1,          // -s
@@ -27,16 +27,16 @@ void usage(void);
 }
 
 enum class CommandLine {
-  Run,    // go on with the chosen mode
-  Usage,  // the usage was printed: end with exit status 0
-  BadHex  // a hex argument was refused and logged: end with exit status 255
+  Run,    // continue with the run mode
+  Usage,  // the usage was printed: exit with status 0
+  BadHex  // a hex argument was refused, which was logged: exit with status 255
 };
 
 // Parses the options into the globals above and gfDebugFlag.
 CommandLine ParseCommandLine(int argc, char** argv);
 
-// Returns text as strtol reads it in base 10, stored in 32 bits: a larger number saturates where a long has 32 bits, as
-// on the device, and loses its upper bits where it has 64.
+// Returns the number that strtol reads from text in base 10, converted to 32 bits. If it needs more than 32 bits, it
+// saturates where long has 32 bits, as on the device, and loses its upper bits where long has 64.
 int32_t ParseDecimal(const char* text);
 
 #endif

@@ -1,5 +1,5 @@
 // The raw inquiry and the five system reports. Intentional: many report lines are logged at error level although they
-// are not errors. A log that keeps only errors still has them.
+// are not errors, so a log that keeps only errors still contains them.
 #include "frontend/Reports.h"
 
 #include <algorithm>
@@ -19,7 +19,7 @@ namespace {
 
 static_assert(static_cast<int>(SNRQM2150_NO_VALUE) == RESULT_NO_VALUE);
 
-// The word for a value, empty if there is none.
+// Returns the word for a value, or an empty text if there is none.
 template <size_t N>
 const char* Word(const char* const (&words)[N], unsigned value) {
   return value < N ? words[value] : "";
@@ -52,7 +52,7 @@ void LogFocusMode(const LensControlRecord& lens) {
   static constexpr const char* kFocusModes[] = {"Manual,", "Auto,"};
   static constexpr const char* kAfModes[] = {" Normal,", " Interval,", " Zoom Trigger,"};
   static constexpr const char* kSensitivities[] = {" Slow Sensitivity.", " Normal Sensitivity."};
-  // Intentional: the AF mode, not afSensitivity, chooses the sensitivity word too. Kept for those who read the report.
+  // Intentional: afMode, not afSensitivity, selects the sensitivity word too. Kept because scripts may read the report.
   LOG(LOG_ERR, "[AF] %s%s%s\n", Word(kFocusModes, lens.focusMode), Word(kAfModes, lens.afMode),
       Word(kSensitivities, lens.afMode));
 }
@@ -111,14 +111,14 @@ int32_t MainsFrequency(uint8_t snrMode) {
       return mains.hz;
     }
   }
-  return 0;  // has no shutter times
+  return 0;  // a frequency without shutter times
 }
 
 int ReportExposure() {
   const CameraControlRecord& camera = gtCamControl;
   uint8_t snrMode = 0;
   uint8_t highSensitivity = 0;
-  // Intentional: one text for all four failures, the shutter's included. Kept for those who watch the log.
+  // Intentional: all four failures log the same text. Kept because scripts may read the log.
   static constexpr char kBlockFailed[] = "QM2150_GetCameraControl failed!\n";
   if (const int result = QM2150_GetCameraControl(&gtCamControl); result < 0) {
     return LogFailure(result, kBlockFailed);
@@ -226,14 +226,14 @@ int GetEnlargeFun2Inquiry(void) {
   if (const int result = QM2150_GetEnlargeFunction2(&gtEnlargeFun2); result < 0) {
     return LogFailure(result, "QM2150_GetEnlargeFunction2 failed!\n");
   }
-  // Intentional: in this report the separator also ends with a line feed. Kept for those who read the report.
+  // Intentional: only in this report the separator ends with a line feed. Kept because scripts may read the report.
   LOG(LOG_INFO, "===================================================\n");
   LOG(LOG_INFO, "[WideD mode]%s\n", Word(kModes, wideD.wideDMode));
-  // Intentional: no line for wideDScreenDisplay. Those who read the report expect five lines.
+  // Intentional: no line for wideDScreenDisplay, because scripts may expect these five lines.
   LOG(LOG_INFO, "[WideD detection sensitivity]%s\n", Word(kSensitivities, wideD.wideDDetectionSensitivity));
   LOG(LOG_INFO, "[WideD blocked-up shadow correction level]%s\n",
       Word(kShadowLevels, wideD.wideDShadowCorrectionLevel));
-  LOG(LOG_INFO, "[WideD blown-out hoghlight correction level]%s\n",  // misspelling kept for those who read it
+  LOG(LOG_INFO, "[WideD blown-out hoghlight correction level]%s\n",  // misspelling kept: scripts may read it
       Word(kHighlightLevels, wideD.wideDHighlightCorrectionLevel));
   LOG(LOG_INFO, "[WideD short exposure Exposure ratio] x%02d\n", wideD.wideDShortExposureRatio);
   return RESULT_OK;
@@ -250,7 +250,7 @@ int SystemInquiry(void) {
     case 3:
       return LogFailure(GetEnlargeFun1Inquiry(), "GetEnlargeFun1Inquiry failed!\n");
     case 4:
-      return LogFailure(GetEnlargeFun2Inquiry(), "GetEnlargeFun1Inquiry failed!\n");  // report 3's text, kept
+      return LogFailure(GetEnlargeFun2Inquiry(), "GetEnlargeFun1Inquiry failed!\n");  // the text of report 3: kept
     default:
       return RESULT_FAILED;
   }

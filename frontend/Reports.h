@@ -3,14 +3,16 @@
 #define ZR4410_FRONTEND_REPORTS_H
 
 extern "C" {
-// Sends the first giArgv1 bytes of gbArgv as an inquiry of category giCategoryCode and prints the reply. 0 or -1.
+// Sends the first giArgv1 bytes of gbArgv as an inquiry of category giCategoryCode and prints the reply.
+// Returns 0; -1 on failure, which is logged.
 int Inquiry(void);
 
-// Logs report giArgv1: 0 lens, 1 exposure, 2 day/night, 3 enlarged functions, 4 wide dynamic range.
-// 0; -1 for another number; otherwise the failing step's result.
+// Logs report giArgv1: 0 lens, 1 exposure and white balance, 2 day/night, 3 digital zoom, high sensitivity, gain limit
+// and noise reduction, 4 wide dynamic range.
+// Returns 0; -1 for another number; otherwise the result of the step that failed, which is logged.
 int SystemInquiry(void);
 
-// Reports 3 and 4 alone.
+// Log report 3 and report 4. Return 0, or the result of the step that failed, which is logged.
 int GetEnlargeFun1Inquiry(void);
 int GetEnlargeFun2Inquiry(void);
 }

@@ -1,5 +1,5 @@
-// testZR4410: performs one action on the camera module or the motor microcontroller. The actions are elsewhere; this is
-// the course of a run.
+// testZR4410: performs one action on the camera module or the motor microcontroller. This file contains the course of a
+// run; the actions are in the other files of this folder.
 #include <unistd.h>
 
 #include <csignal>
@@ -19,7 +19,7 @@
 #include "support/SignalGuard.h"
 
 extern "C" {
-RelayMessage gtMsgqRxBuf;  // of the read loop
+RelayMessage gtMsgqRxBuf;  // the last message of the read loop
 }
 
 namespace {
@@ -36,7 +36,7 @@ void LogBanner(const char* word) {
 }
 
 void Handle(int signal, void (*handler)(int)) {
-  struct sigaction action = {};  // no flags, empty mask: SignalGuard keeps the handler from itself
+  struct sigaction action = {};  // an empty mask is enough: SignalGuard protects the handler against other signals
   action.sa_handler = handler;
   sigaction(signal, &action, nullptr);
 }
@@ -45,7 +45,7 @@ void InstallSignalHandlers() {
   for (const int signal : kHandledSignals) {
     Handle(signal, SignalHandler);
   }
-  Handle(SIGPIPE, SIG_IGN);  // a reader that leaves early must not end an action halfway: its output is lost instead
+  Handle(SIGPIPE, SIG_IGN);  // if the reader of the output exits early, the output is lost but the action completes
 }
 
 void ReadDebugLevel() {
@@ -56,11 +56,11 @@ void ReadDebugLevel() {
   giDebug = ParseDecimal(value);
 }
 
-// Milliseconds of the monotonic clock, 0 if it fails.
+// Returns the milliseconds of the monotonic clock, 0 if it fails.
 int64_t ReadClock() {
   uint64_t milliseconds = 0;
   if (GetMsFromStart(&milliseconds) < 0) {
-    LOG(LOG_INFO, "GetMsFromStart failed!\n");  // Intentional: info, not error; scripts depend on the level
+    LOG(LOG_INFO, "GetMsFromStart failed!\n");  // Intentional: info, not error, because scripts may depend on the level
   }
   return static_cast<int64_t>(milliseconds);
 }
@@ -154,7 +154,7 @@ int main(int argc, char** argv) {
   setvbuf(stdout, outputBuffer, _IOLBF, sizeof outputBuffer);
 
   const int status = Run(argc, argv);
-  // Every signal up to here is caught and logged. During exit the handler could wait for a lock of libc for ever.
+  // Every signal up to here is caught and logged. During exit the handler could wait forever for a lock of libc.
   HoldSignals(nullptr);
   return status;
 }

@@ -1,4 +1,5 @@
-// What the users of the relay share: the camera's and the MCU's exchange, and the notice to the daemon.
+// Constants and helpers shared by all code that builds or reads a frame: the exchanges with the camera and the MCU, and
+// the notice to the daemon.
 #ifndef ZR4410_LINK_FRAME_H
 #define ZR4410_LINK_FRAME_H
 
@@ -22,16 +23,16 @@ enum RelayOffset : size_t {
   RELAY_PAYLOAD = 7,
 };
 
-// Writes header and next sequence id into the outgoing body and remembers the id in gbSeqId.
+// Writes the header and the next sequence id into the outgoing body, and stores the id in gbSeqId.
 void FillRelayHeader(uint8_t* body);
 
-// A frame record as bytes.
+// The bytes of a frame record.
 template <typename Frame>
 const uint8_t* FrameBytes(const Frame* frame) {
   return reinterpret_cast<const uint8_t*>(frame);
 }
 
-// Sum of count bytes modulo 256. A frame's checksum is the negated sum.
+// Returns the sum of count bytes modulo 256. A frame's checksum is the negated sum.
 uint8_t SumBytes(const uint8_t* bytes, size_t count);
 
 #endif

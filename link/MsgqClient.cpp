@@ -40,7 +40,7 @@ void Dump(const char* title, const RelayMessage* message, int32_t count) {
   }
 }
 
-// A clock failure is logged and leaves the time as it was.
+// If the clock fails, logs it and leaves the time unchanged.
 void ReadClock(uint64_t& milliseconds) {
   if (GetMsFromStart(&milliseconds) < 0) {
     LOG(LOG_INFO, "GetMsFromStart failed!\n");
@@ -64,8 +64,8 @@ int ZR4410_MsgQ_Open(void) {
   if (gfDebugFlag) {
     LOG(LOG_DEBUG, "MsgqClient keyRx = 0x%08x\n", static_cast<unsigned>(keyRx));
   }
-  // Intentional: each queue is created with only the permission that this side needs, write or read. The daemon adds
-  // its own.
+  // Intentional: each queue is created with only the permission that this side needs, write or read. The daemon, which
+  // needs the other one too, adds it.
   giMsgIdTx = msgget(keyTx, IPC_CREAT | 0222);
   if (giMsgIdTx == -1) {
     return LogFailure(RESULT_FAILED, "msgget giMsgIdTx failed!");

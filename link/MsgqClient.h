@@ -1,4 +1,4 @@
-/* Message-queue client: the way to the device daemon over two System V message queues. */
+/* Message-queue client: exchanges messages with the device daemon over two System V message queues. */
 #ifndef ZR4410_LINK_MSGQCLIENT_H
 #define ZR4410_LINK_MSGQCLIENT_H
 
@@ -9,38 +9,41 @@
 ZR4410_BEGIN_DECLS
 
 enum {
-  ZR4410_POLL_MS = 50,     /* how often ZR4410_MsgQ_Receive looks at the reply queue */
-  ZR4410_TIMEOUT_MS = 2000 /* how long it waits: it gives up at the first look later than this */
+  ZR4410_POLL_MS = 50,     /* interval at which ZR4410_MsgQ_Receive polls the reply queue */
+  ZR4410_TIMEOUT_MS = 2000 /* how long it waits: it gives up at the first poll later than this */
 };
 
-/* 40 bytes on every platform; the kernel's own message starts with a native long, which only this module knows. */
+/* A message, 40 bytes on every platform. The kernel's own message starts with a native long; this module converts. */
 typedef struct {
   int32_t type;     /* message type: the sender's process id */
   uint8_t body[36]; /* relay body, see link/Relay.h */
 } RelayMessage;
 
-extern int32_t giMsgIdTx; /* queue id of the requests, -1 until opened */
-extern int32_t giMsgIdRx; /* queue id of the replies, -1 until opened */
+extern int32_t giMsgIdTx; /* id of the request queue, -1 until opened */
+extern int32_t giMsgIdRx; /* id of the reply queue, -1 until opened */
 
-/* The one outgoing and the one incoming message of camera and MCU exchanges. Cleared by ZR4410_MsgQ_Open only: the
-   body keeps the sequence id, and the tail of a longer request, for the next request. */
+/* The outgoing and the incoming message of all camera and MCU exchanges. Only ZR4410_MsgQ_Open clears them: the
+   outgoing body keeps the sequence id and the end of a longer request until they are overwritten. */
 extern RelayMessage gtZR4410MsgqCmdBuf, gtZR4410MsgqRespBuf;
 
-/* Opens both queues by their keys (ftok on /defconf/conf.ptz, 'b' for requests, 'a' for replies) and creates what is
-   missing: requests write-only (0222), replies read-only (0444). 0; -1 when a key or a queue cannot be made. */
+/* Opens both queues by their keys (ftok on /defconf/conf.ptz, 'b' for requests, 'a' for replies). Creates a missing
+   queue: requests write-only (0222), replies read-only (0444). On success also clears the two messages above and stores
+   the process id in the outgoing one. Returns 0; -1 if a key or a queue cannot be made. */
 int ZR4410_MsgQ_Open(void);
 
-/* Throws away every message waiting on the reply queue, then sends without waiting.
-   0; -15 stop flag set; -1 queue not open or send failed (a full queue is a failure, never a wait). */
+/* Discards every message waiting on the reply queue, then sends without waiting.
+   Returns 0; -15 if the stop flag is set; -1 if the queue is not open or sending fails, for example on a full queue. */
 int ZR4410_MsgQ_Send(const RelayMessage* message);
 
-/* Waits for a message of any type: looks at the reply queue every ZR4410_POLL_MS, the first time after one interval,
+/* Waits for a message of any type: polls the reply queue every ZR4410_POLL_MS, for the first time after one interval,
    until more than ZR4410_TIMEOUT_MS have passed.
-   0 a whole message was received; -15 stop flag set; -55 receive error or a message of another length; -56 time-out;
-   -1 queue not open. A message longer than 36 bytes stays in the queue and makes every later call fail. */
+   Returns 0 if a message of 36 bytes was received; -15 if the stop flag is set; -55 for a receive error or a message of
+   another length; -56 after a time-out; -1 if the queue is not open. *message is unchanged on failure, except that a
+   shorter message is stored before -55 is returned. A message longer than 36 bytes stays in the queue and makes every
+   later call fail. */
 int ZR4410_MsgQ_Receive(RelayMessage* message);
 
-/* Does nothing: the queues outlive the process and the next run reuses them. Returns 0. */
+/* Does nothing: the queues remain after the process ends, and the next run uses them again. Returns 0. */
 int ZR4410_MsgQ_Close(void);
 
 ZR4410_END_DECLS

@@ -15,7 +15,7 @@ static_assert(sizeof(ViscaRequestFrame) == 26 && sizeof(ViscaReplyFrame) == 25 &
 void FillRelayHeader(uint8_t* body) {
   body[0] = kFrameStart;
   body[1] = kFrameStart;
-  gbSeqId = ++body[RELAY_SEQUENCE_ID];  // the last request's body is the counter; gbSeqId only remembers it
+  gbSeqId = ++body[RELAY_SEQUENCE_ID];  // the counter is in the body of the last request; gbSeqId is a copy
 }
 
 uint8_t SumBytes(const uint8_t* bytes, size_t count) {
@@ -30,7 +30,7 @@ uint8_t QM2150_ChecksumViscaCmd(const ViscaRequestFrame* frame) {
 }
 
 int QM2150_FillZR4410(const ViscaRequestFrame* frame, uint8_t* body) {
-  FillRelayHeader(body);  // before the length check: a refused request uses up an id too
+  FillRelayHeader(body);  // before the length check, because a refused request also uses an id
   if (frame->length > kMaxPayload) {
     return LogFailure(RESULT_TOO_LONG, "Len > VISCA_PACKET_MAX_LEN");
   }
@@ -60,7 +60,7 @@ int QM2150_FillUart1Resp(const uint8_t* body, ViscaReplyFrame* frame) {
   frame->length = *next++;
   frame->first = *next++;
   frame->second = *next++;
-  frame->count = static_cast<uint8_t>(frame->length - 3);  // a packet shorter than 3 wraps and is refused too
+  frame->count = static_cast<uint8_t>(frame->length - 3);  // for a packet shorter than 3 it wraps and is refused below
   if (frame->count > sizeof frame->middle) {
     return LogFailure(RESULT_TOO_LONG, "Len > VISCA_PACKET_MAX_LEN");
   }

@@ -1,4 +1,4 @@
-// One exchange with the MCU, the three commands on top of it, and the texts of all its commands and results.
+// One exchange with the MCU, the three commands that use it, and the texts of all MCU commands and results.
 #include "mcu/McuComm.h"
 
 #include <algorithm>
@@ -16,7 +16,8 @@ PlainFrame gtUart1Cmd, gtUart1Resp;
 
 namespace {
 
-// The result texts. Writable, and misspelt as they are: the device's other software may change and compare them.
+// The result texts. Intentional: writable and misspelt, because the device's other software may change and compare
+// them.
 char cAck[] = "ACK OK";
 char cChecksumErr[] = "Checksum error";
 char cCmdNotDefine[] = "Command not define";
@@ -33,7 +34,7 @@ constexpr ResultText kResults[] = {
     {0x10, cAck}, {0x20, cChecksumErr}, {0x30, cCmdNotDefine}, {0x40, cValueOutRange}, {0x50, cBausy},
 };
 
-// By command id. Misspellings and uneven blanks are kept: scripts read this list.
+// By command id. Intentional: misspellings and uneven spaces are kept, because scripts read this list.
 constexpr const char* kDescriptions[] = {
     /* 0x00 */ "[unknown]",
     /* 0x01 */ "[PelcoD] Data 4 Bytes",
@@ -60,9 +61,9 @@ constexpr const char* kDescriptions[] = {
 };
 static_assert(std::size(kDescriptions) == MCU_LAST_COMMAND + 1);
 
-// Wraps gtUart1Cmd into the outgoing body.
+// Wraps gtUart1Cmd in the outgoing body.
 int FillRequest(uint8_t* body) {
-  FillRelayHeader(body);  // before the length check: a refused request also uses up an id
+  FillRelayHeader(body);  // before the length check, because a refused request also uses an id
   gbUart1Command = gtUart1Cmd.command;
   if (gtUart1Cmd.length > kMaxPayload) {
     return LogFailure(RESULT_FAILED, "Len > DATA_MAX_LEN");
@@ -81,7 +82,7 @@ int CheckReplyHeader(const uint8_t* body) {
   return QM2150_CheckZR4410Packet(body);
 }
 
-// One command with one data byte.
+// Sends a command with one data byte and receives its reply.
 int SendCommand(uint8_t command, uint8_t data) {
   gtUart1Cmd = {};
   gtUart1Resp = {};
@@ -116,8 +117,8 @@ int MCU_CheckUart1Resp(const PlainFrame* frame) {
   if (frame->start != kFrameStart) {
     return LogFailure(RESULT_FAILED, "UART1_CMD_START failed!");
   }
-  // Intentional: compared as whole integers, so a request code of 0x80 or above, which the MCU does not have, is
-  // never answered.
+  // Intentional: compared as integers, not as bytes. So no reply matches a request code of 0x80 or above, which the MCU
+  // does not have.
   if (frame->command != gbUart1Command + kReplyBit) {
     return LogFailure(RESULT_FAILED, "UART1 RESP CMD Code failed!");
   }

@@ -1,5 +1,5 @@
-// simZR4410: the device daemon, the camera and the MCU in one process. This is the command line; see model/ for what is
-// simulated and connect/ for what it is connected to.
+// simZR4410: the device daemon, the camera and the MCU in one process. This file is the command line; model/ is what is
+// simulated, connect/ connects it to queues, lines and files.
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -29,7 +29,7 @@
 
 namespace {
 
-constexpr std::size_t kFaultWidth = 22;  // of the names in the list of faults
+constexpr std::size_t kFaultWidth = 22;  // width of the names in the list of faults
 
 struct Options {
   std::string scenario;
@@ -67,7 +67,7 @@ sim::Fault FaultOfOption(const std::string& text) {
   }
 }
 
-// The scenario first; command-line options override it, and their faults go before its faults.
+// Reads the scenario first. Command-line options override it, and their faults come before its faults.
 sim::Setup MakeSetup(const Options& options) {
   sim::Setup setup;
   if (!options.scenario.empty()) {
@@ -150,7 +150,7 @@ std::string FaultList() {
   return text;
 }
 
-// Options for the device: a scenario, faults, and the rows of SetupKeys().
+// Adds the options for the device: a scenario, faults, and the rows of SetupKeys().
 void AddDeviceOptions(CLI::App& app, Options& options) {
   app.option_defaults()->group("Device");
   app.add_option("--scenario", options.scenario, "Starting state and faults, a TOML file");
@@ -178,7 +178,7 @@ void AddDeviceOptions(CLI::App& app, Options& options) {
 void AddOtherOptions(CLI::App& app, Options& options) {
   app.option_defaults()->group("Trace");
   app.add_option("--capture", options.capture, "Record all messages in a file, one JSON object per line");
-  app.add_option("--replay", options.replay, "Answer from such a file");
+  app.add_option("--replay", options.replay, "Answer from a file that --capture has written");
   app.add_option("--colour", options.colour, "auto, always or never")
       ->check(CLI::IsMember({"auto", "always", "never"}))
       ->capture_default_str();
@@ -194,8 +194,8 @@ void AddOtherOptions(CLI::App& app, Options& options) {
                  "uart1: UART1 frames; visca: a bare camera, the MCU is simulated")
       ->check(CLI::IsMember({"uart1", "visca"}))
       ->capture_default_str();
-  app.add_option("--key-path", options.key_path, "File to make the queue keys from")->capture_default_str();
-  app.add_option("--ready-file", options.ready_file, "File to write the process id to when requests are taken");
+  app.add_option("--key-path", options.key_path, "File to derive the queue keys from")->capture_default_str();
+  app.add_option("--ready-file", options.ready_file, "File to write the process id to when requests are accepted");
   app.add_flag("--remove-queues", options.remove_queues, "Remove the queues at the end");
 }
 
@@ -210,7 +210,7 @@ int main(int argc, char** argv) {
   AddOtherOptions(app, options);
   app.set_version_flag("--version", "simZR4410 " SIM_VERSION);
   CLI::App* decode = app.add_subcommand("decode", "Describe the messages in a dump of testZR4410 -g on standard input");
-  CLI::App* protocol = app.add_subcommand("protocol", "Print the table of all commands, in Markdown");
+  CLI::App* protocol = app.add_subcommand("protocol", "Print the tables of all commands and variables in Markdown");
   CLI11_PARSE(app, argc, argv);
 
   try {

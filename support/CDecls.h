@@ -1,4 +1,4 @@
-/* Brackets for the declarations that libzr4410 exports: C linkage and default visibility. */
+/* Enclose the declarations that libzr4410 exports: C linkage and default visibility. */
 #ifndef ZR4410_SUPPORT_CDECLS_H
 #define ZR4410_SUPPORT_CDECLS_H
 

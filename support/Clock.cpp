@@ -22,13 +22,13 @@ int GetMsFromStart(uint64_t* milliseconds) {
 }
 
 int GetCurrentDayTime(char* text) {
-  const SignalGuard guard;  // localtime holds libc's time-zone lock, as does syslog
+  const SignalGuard guard;  // localtime takes libc's time-zone lock, and so does syslog in the signal handler
   const time_t now = time(nullptr);
   tm local{};
   if (const tm* converted = localtime(&now)) {
     local = *converted;
   }
-  char digits[72];  // six numbers of any size: a year of more than four digits cuts the end off
+  char digits[72];  // room for six numbers of any size; a year of more than four digits pushes the end off the text
   snprintf(digits, sizeof digits, "%04d%02d%02d%02d%02d%02d", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
            local.tm_hour, local.tm_min, local.tm_sec);
   memset(text, 0, 16);

@@ -8,15 +8,15 @@
 
 ZR4410_BEGIN_DECLS
 
-/* Reads the monotonic clock into *milliseconds. Its origin is the clock's own: only differences are meaningful.
-   Returns 0, or the negative result of the clock call: *milliseconds is then unchanged, and "clock_gettime failed."
-   has been printed to standard output. */
+/* Stores the time of the monotonic clock in *milliseconds. Its starting point is arbitrary: only differences are
+   meaningful. Returns 0; the negative result of the clock call if it fails. *milliseconds is then unchanged, and
+   "clock_gettime failed." is printed to standard output. */
 int GetMsFromStart(uint64_t* milliseconds);
 
-/* Writes the local time as "YYYYMMDDhhmmss" and its terminating zero; text must hold at least 16 bytes. Returns 0. */
+/* Writes the local time as "YYYYMMDDhhmmss" with its terminating zero. text must hold 16 bytes. Returns 0. */
 int GetCurrentDayTime(char* text);
 
-/* Returns 0 if the RTC driver's text file /proc/driver/rtc begins with "rtc_time"; -1 if it does not, or cannot be
+/* Returns 0 if the RTC driver's text file /proc/driver/rtc begins with "rtc_time"; -1 if it does not or cannot be
    read. */
 int IsRtcTime(void);
 

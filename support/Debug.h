@@ -11,11 +11,11 @@ ZR4410_BEGIN_DECLS
 extern int32_t gfDebugFlag; /* option -g: 1 dumps every queue message and adds debug log lines */
 extern int32_t giDebug;     /* settings key EXT_DEBUG: bit mask, see DebugEnable; bit 15 logs VISCA completions */
 
-/* Returns the bit (0 or 1) of word. Only the low 8 bits of the bit number count; 32..255 there gives 0. */
+/* Returns the bit (0 or 1) of word with the number in the low 8 bits of bit; 0 if that number is above 31. */
 uint32_t DebugEnable(uint32_t bit, uint32_t word);
 
-/* Prints "(count): " and count bytes in hex, 16 per line, to standard output; no bytes if count is 0 or negative.
-   Returns the result of the last putchar. */
+/* Prints "(count): " and then count bytes in hex, 16 per line, to standard output; no bytes if count is 0 or negative.
+   Returns '\n', or EOF if the last line feed could not be written. */
 int DumpData(const uint8_t* bytes, int32_t count);
 
 ZR4410_END_DECLS

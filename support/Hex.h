@@ -14,15 +14,15 @@ int SetBitUint(uint32_t bit, uint32_t value, uint32_t* word);
 /* Returns the bit (0 or 1) of word; -1 for a bit number above 31. */
 int GetBitUint(uint32_t bit, uint32_t word);
 
-/* Returns 0 if every character is a hex digit of either case, or if the text is empty; -1 otherwise. */
+/* Returns 0 if all characters are hex digits, upper or lower case, or the text is empty; -1 otherwise. */
 int IsHexString(const char* text);
 
-/* Returns the value, 0..255, of the text's first two characters read as hex; one character is one digit, none is 0.
-   The characters are not checked. */
+/* Returns the value, 0..255, of the first two characters of text, read as hex digits. A text of one character gives
+   the value of one digit, an empty text 0. The characters are not checked. */
 uint8_t Hex2Byte(const char* text);
 
-/* Converts each two digits to a byte; an odd last digit is dropped. out must hold 16 bytes. Returns 0; -1 if the text
-   gives more than 16 bytes: out is then unchanged. */
+/* Converts each pair of hex digits to a byte; an odd last digit is ignored. out must hold 16 bytes.
+   Returns 0; -1 if the text gives more than 16 bytes: out is then unchanged. */
 int HexStr2Bytes(const char* text, uint8_t* out);
 
 ZR4410_END_DECLS

@@ -6,9 +6,9 @@
 
 #include "support/SignalGuard.h"
 
-// Logs one line: openlog (ident "testZR4410", LOG_CONS | LOG_PID, LOG_USER), syslog, closelog, and no other call, so
-// that whoever wraps these three sees every line. The four handled signals are held back meanwhile, so SignalHandler
-// may log at any time.
+// Logs one line with openlog (ident "testZR4410", LOG_CONS | LOG_PID, LOG_USER), syslog and closelog, and no other
+// call, so that a program that wraps these three sees every line. The four handled signals are held back until the line
+// is logged, so SignalHandler may log at any time.
 //   LOG(level, format, arguments...)
 // level: LOG_ERR (3) for failures, LOG_INFO (6) for progress and reports, LOG_DEBUG (7) for traces.
 // format: as for printf. The compiler checks a literal one; one from a table of formats is up to its tests.
@@ -17,7 +17,7 @@
 // Never called: it lets the compiler check the format against the arguments.
 [[gnu::format(printf, 1, 2)]] void CheckLogFormat(const char* format, ...);
 
-// What stands around the one call of syslog. `before`: the signals held back until then.
+// Called before and after the call of syslog. `before`: the signals that were already held back.
 void BeginLogLine(sigset_t& before);
 void EndLogLine(const sigset_t& before);
 
@@ -33,7 +33,7 @@ void WriteLogLine(int level, const char* format, Arguments... arguments) {
 }
 #pragma GCC diagnostic pop
 
-// The line between sections of the log, 51 '=' at LOG_INFO.
+// Logs the line that separates sections of the log: 51 '=' at LOG_INFO.
 void LogSeparator();
 
 // Logs the line at LOG_ERR if the result is a failure (negative). Returns the result.

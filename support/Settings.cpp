@@ -1,6 +1,7 @@
-// Opening, reading and writing may wait, so a stop signal must be able to interrupt them. Creating and closing a stream
-// allocate memory, and so may logging in the handler: signals are held back there. So the path is opened first, and the
-// stream on it gets a buffer of its own.
+// A stop signal must be able to interrupt opening, reading and writing, because each of them may wait. While a stream
+// is created or closed, signals must be held back, because both libc and a handler that logs may then use malloc. So
+// the file is opened without a stream first, and the stream gets a buffer of its own so that reading and writing do
+// not allocate.
 #include "support/Settings.h"
 
 #include <fcntl.h>
@@ -39,8 +40,8 @@ class Stream {
   bool IsOpen() const { return stream_ != nullptr; }
   FILE* Get() const { return stream_; }
 
-  // Closes a stream that was flushed or failed to be: nothing is left to write, so this never waits. Returns false if
-  // closing fails.
+  // Call it only after fflush, even a failed one: nothing is left to write, so it never waits. Returns false if closing
+  // fails.
   bool Close() {
     const SignalGuard guard;
     return fclose(stream_) == 0;
@@ -51,14 +52,15 @@ class Stream {
   char buffer_[1024];
 };
 
-// Reads a line and returns its length, because a line may hold zero bytes. 0 at the end of the file, or if reading
-// fails.
+// Reads a line and returns its length, because a line may contain zero bytes. Returns 0 at the end of the file, or if
+// reading fails.
 size_t ReadLine(FILE* file, Line& line) {
   memset(line, '\n', sizeof line);
   if (fgets(line, sizeof line, file) == nullptr) {
     return 0;
   }
-  // The first line feed is the line's own, with the terminating zero byte after it, or the first one after that byte.
+  // The first line feed either ends the line, and the terminating zero byte follows it, or was filled in above, and the
+  // terminating zero byte precedes it.
   const auto* const lineFeed = static_cast<const char*>(memchr(line, '\n', sizeof line));
   if (lineFeed == nullptr) {
     return sizeof line - 1;
@@ -76,7 +78,7 @@ char* FindAssignment(Line& line, const char* key) {
   return strchr(line, '=');
 }
 
-// Whether the default locale prints it, whatever locale the caller has set.
+// Whether the character is printable in the default locale. isprint would use the locale that the caller has set.
 bool IsPrintable(char c) { return c >= ' ' && c <= '~'; }
 
 // Copies the value that starts after the '='.
@@ -99,7 +101,7 @@ int OpenTemporary(const char* path, char (&temporary)[128]) {
   return length < static_cast<int>(sizeof temporary) ? open(temporary, O_WRONLY | O_CREAT | O_TRUNC, 0666) : -1;
 }
 
-// Copies `from` to `to` with the value of every matching line replaced. Returns false unless all of it is on the disk.
+// Copies `from` to `to` and replaces the value in every matching line. Returns true if all of it is on the disk.
 bool CopyWithValue(FILE* from, FILE* to, const char* key, const char* value) {
   Line line;
   while (const size_t length = ReadLine(from, line)) {
@@ -149,7 +151,7 @@ int sysconf_fset(const char* path, const char* key, const char* value) {
   char temporary[128];
   Stream to(OpenTemporary(path, temporary), "w");
   if (!to.IsOpen()) {
-    // Intentional: the settings file stays open; that is part of the behaviour that is kept.
+    // Intentional: the settings file stays open in this case. Kept as existing behaviour.
     return LogFailure(RESULT_FAILED, "Can not create a temp file for write.");
   }
   Stream from(file, "r");

@@ -10,7 +10,7 @@ int32_t giSigID, giUsr1SigID, giUsr2SigID;
 
 static_assert(std::atomic_ref<int32_t>::is_always_lock_free, "the handler must never wait for a lock");
 
-// Atomic instead of guarded by a mutex: the handler runs on the thread that it interrupts, which could hold the mutex.
+// Atomic rather than guarded by a mutex: the handler interrupts the thread that could hold the mutex.
 void SetSigID(int32_t value) { std::atomic_ref(giSigID).store(value); }
 
 int32_t GetSigID(void) { return std::atomic_ref(giSigID).load(); }

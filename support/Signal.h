@@ -16,11 +16,12 @@ extern int32_t giUsr2SigID; /* 1: SIGUSR2 was caught; nothing reads it */
 /* Stores the stop flag; 1 makes every waiting loop stop. Async-signal-safe. */
 void SetSigID(int32_t value);
 
-/* Returns the stop flag: 1 from the first call after SIGINT or SIGTERM. */
+/* Returns the stop flag: 1 after SIGINT or SIGTERM. */
 int32_t GetSigID(void);
 
-/* Handles SIGINT and SIGTERM (sets the stop flag), SIGUSR1 and SIGUSR2 (sets their latches); any other signal is only
-   logged. Logs each signal at debug level. It may interrupt itself and any logging of this library. Keeps errno. */
+/* The signal handler. SIGINT and SIGTERM set the stop flag, SIGUSR1 and SIGUSR2 set giUsr1SigID and giUsr2SigID; any
+   other signal is only logged. Logs each signal at debug level. It is safe to install for several signals, and while
+   this library logs. Keeps errno. */
 void SignalHandler(int signal);
 
 ZR4410_END_DECLS

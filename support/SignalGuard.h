@@ -7,7 +7,7 @@
 // The signals that SignalHandler handles.
 inline constexpr int kHandledSignals[] = {SIGINT, SIGTERM, SIGUSR1, SIGUSR2};
 
-// Holds them back from now on. before: receives the signals held back until now; may be null.
+// Holds these signals back from now on. before: receives the signals that were already held back; may be null.
 void HoldSignals(sigset_t* before);
 
 // The handler logs, and syslog is not async-signal-safe: a handler that ran while the interrupted code held one of

@@ -11,7 +11,7 @@
 #include "support/Log.h"
 #include "support/Signal.h"
 
-RelayMessage gtMsgqTxBuf;  // apart from the requests' buffer, so that the shared sequence counter stays as it is
+RelayMessage gtMsgqTxBuf;  // not the buffer of the requests, because that one is also the sequence counter
 
 void SendZR4410Msgq(uint8_t code) {
   const uint8_t frame[] = {kFrameStart, kCommandVisca, 0x04, code, 0x22, 0x33, 0x44};
@@ -28,7 +28,7 @@ int Thread(void) {
   const std::atomic_ref caught(giUsr1SigID);
   LOG(LOG_INFO, "Start thread.");
   while (GetSigID() != 1) {
-    // Intentional: both tests read the SIGUSR1 latch. Code 2 reports a second SIGUSR1 that arrived in between, and
+    // Intentional: both codes depend on SIGUSR1. Code 2 reports a second SIGUSR1 that arrived after the first notice;
     // SIGUSR2 never sends a notice.
     for (const uint8_t code : {uint8_t{1}, uint8_t{2}}) {
       if (caught.load() == 1) {

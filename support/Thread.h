@@ -9,11 +9,11 @@
 
 ZR4410_BEGIN_DECLS
 
-extern RelayMessage gtMsgqTxBuf; /* the notice as it was last sent; zero before */
+extern RelayMessage gtMsgqTxBuf; /* the last notice; zero before the first one */
 
 /* Sends the 36-byte notice AA AA 00 09 AA 02 04 <code> 22 33 44 <checksum> 55 on the request queue. The shared
-   sequence counter is neither read nor advanced, no reply is awaited, and a failed send is only logged.
-   code: 1 or 2 from the worker; any value is accepted. */
+   sequence counter is neither read nor advanced. The daemon does not reply. A failed send is only logged.
+   code: the worker sends 1 or 2; any value is accepted. */
 void SendZR4410Msgq(uint8_t code);
 
 /* The worker's body: until the stop flag is set, checks every 100 ms whether SIGUSR1 was caught, and sends the notice

@@ -1,4 +1,4 @@
-/* The helpers by one name: clock, bits and hex, settings file. */
+/* Includes all the helpers: clock, bits and hex, settings file. */
 #ifndef ZR4410_SUPPORT_UTILS_H
 #define ZR4410_SUPPORT_UTILS_H
 

@@ -1,10 +1,10 @@
-# What the toolchain-ARCH.cmake one folder up have in common. They set CMAKE_SYSTEM_PROCESSOR, `triple`, Debian's name
-# for the target (its libc is in /usr/TRIPLE), and `emulator`, the command that runs a target's program here.
+# The common part of the toolchain-ARCH.cmake files one folder up. They set CMAKE_SYSTEM_PROCESSOR; `triple`, Debian's
+# name for the target, whose libc is in /usr/TRIPLE; and `emulator`, the command that runs the target's programs here.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_C_COMPILER ${triple}-gcc)
 set(CMAKE_CXX_COMPILER ${triple}-g++)
-set(CMAKE_CROSSCOMPILING_EMULATOR ${emulator} CACHE STRING "runs a target's program on this machine")
-add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-Wno-psabi>)  # no objects of GCC 6 are linked
+set(CMAKE_CROSSCOMPILING_EMULATOR ${emulator} CACHE STRING "Command that runs a target's program on this machine")
+add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-Wno-psabi>)  # GCC 7 changed the ABI; nothing here is older than that
 
 set(CMAKE_FIND_ROOT_PATH /usr/${triple})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)

@@ -1,5 +1,6 @@
 # shellcheck shell=bash
-# Sourced by the scripts beside it: where the project is, --help, and how to keep quiet about what went well.
+# Sourced by the scripts of script/: the project's folder, the option --help, and routines that show output only if
+# something fails.
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 
@@ -18,7 +19,7 @@ die() {
   exit 1
 }
 
-# Passes its input on and, on a terminal, shows the latest line of it.
+# Copies its input to standard output. If standard error is a terminal, shows the latest line there.
 progress() {
   if [ ! -t 2 ]; then
     cat
@@ -32,7 +33,7 @@ progress() {
   printf '\r\033[K' >&2
 }
 
-# quiet COMMAND...: its output is shown only if it fails; on a terminal also how far it is.
+# quiet COMMAND...: runs the command and shows its output only if it fails. A terminal shows the progress.
 quiet() {
   local output status=0
   output=$("$@" 2>&1 | progress) || status=$?
@@ -40,7 +41,7 @@ quiet() {
   return "$status"
 }
 
-# build DIRECTORY [TARGET]...: builds what is configured there; says about how long, if most of it is still to be done.
+# build DIRECTORY [TARGET]...: builds what is configured there. Announces the duration if ten or more files are missing.
 build() {
   local object missing=0
   while read -r object; do
@@ -52,7 +53,7 @@ build() {
   quiet cmake --build "$1" ${2:+--target "${@:2}"}
 }
 
-# run_tests DIRECTORY [CTEST-OPTION]...: the tests built there; of those that pass only ctest's closing lines are shown.
+# run_tests DIRECTORY [CTEST-OPTION]...: runs the tests built there. If all pass, shows only ctest's summary.
 run_tests() {
   local log=$1/ctest.log status=0
   ctest --test-dir "$1" --parallel "$(nproc)" --no-tests=error --output-on-failure "${@:2}" 2>&1 | progress >"$log" ||

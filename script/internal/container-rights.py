@@ -1,7 +1,7 @@
 """Writes the system call filter of a default container to standard output, as a BPF program for bwrap --seccomp.
 
-Everything is allowed except what makes namespaces and mounts, and clone3, whose flags a filter cannot read: it does not
-exist here, and libc falls back to clone.
+Everything is allowed except creating namespaces and mounts. clone3 fails as if it did not exist, because a filter
+cannot read its flags; libc then uses clone.
 """
 
 import errno
@@ -16,8 +16,8 @@ REFUSED = ["unshare", "setns", "mount", "umount2", "pivot_root", "open_tree", "m
 
 rules = seccomp.SyscallFilter(seccomp.ALLOW)
 if platform.machine() == "x86_64":
-    # As container runtimes do; a program that calls by one of these ways (proot does, for a call that is to be skipped)
-    # would be killed otherwise.
+    # As container runtimes do. Otherwise a program that makes a system call of one of these architectures would be
+    # killed; proot makes one to skip a call.
     rules.add_arch(seccomp.Arch.X86)
     rules.add_arch(seccomp.Arch.X32)
 for name in REFUSED:

@@ -2,8 +2,8 @@
 //
 //   {"us":552000,"direction":"request","exchange":1,"type":13,"body":"AA AA 01 06 AA 10 ...","meaning":"...","note":""}
 //
-// `us` is the time in microseconds, `exchange` the number of the request, 0 for what answers none; `meaning` and `note`
-// are for people only.
+// `us` is the time in microseconds. `exchange` is the number of the request, 0 for a message that answers no request.
+// `meaning` and `note` are only for the reader.
 #pragma once
 
 #include <istream>
@@ -16,8 +16,8 @@ namespace sim {
 
 // Without a line feed.
 std::string CaptureLine(const Event& event, const std::string& meaning);
-// The events of a capture. Empty lines are skipped, missing fields but `direction` and `body` have their defaults.
-// Throws Error, which begins with `name` and the line.
+// Reads the events of a capture. Empty lines are skipped. Missing fields have their defaults, except `direction` and
+// `body`, which are required. Throws Error, whose text begins with `name` and the line.
 std::vector<Event> ReadCapture(std::istream& in, const std::string& name);
 
 }  // namespace sim

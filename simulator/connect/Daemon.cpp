@@ -18,9 +18,9 @@
 namespace sim {
 namespace {
 
-constexpr std::size_t kMostWaiting = 1024;                 // messages to be sent; beyond, requests stay in their queue
-constexpr Time kRetry = 5 * kMillisecond;                  // until a full reply queue is tried again
-constexpr auto kNudge = std::chrono::milliseconds(10);     // between two looks at what cannot be waited for
+constexpr std::size_t kMostWaiting = 1024;                 // messages to be sent; if more, requests are not read
+constexpr Time kRetry = 5 * kMillisecond;                  // delay before a full reply queue is tried again
+constexpr auto kNudge = std::chrono::milliseconds(10);     // polling interval for what cannot be waited for
 constexpr auto kStopNudge = std::chrono::milliseconds(1);  // the same while the daemon stops
 
 sigset_t StopSignals() {
@@ -77,7 +77,7 @@ void Daemon::Reopen() {
   try {
     Open();
   } catch (const Error&) {
-    std::this_thread::sleep_for(kNudge);  // the key path is gone; it may come back
+    std::this_thread::sleep_for(kNudge);  // the key path does not exist; it may be created again
   }
 }
 
@@ -101,7 +101,7 @@ void Daemon::Receive() {
         Wake();
       }
     }
-    // While the daemon is away, or too much waits to be sent, requests stay where they are.
+    // While the daemon is away, or too many messages wait to be sent, no request is read.
     while (!stop_ && (Now() < away_until_ || peer_.Waiting() > kMostWaiting)) {
       room_.wait_for(lock, kNudge);
     }
@@ -139,7 +139,7 @@ void Daemon::Flush(Time now) {
       Reopen();
       result = replies_.Send(message);
     }
-    if (result == QueueResult::Full && out->exchange != 0) {  // unread reports are dropped instead
+    if (result == QueueResult::Full && out->exchange != 0) {  // reports are dropped if the queue is full
       stuck_ = std::move(out);
       retry_at_ = now + kRetry;
       return;
@@ -200,7 +200,7 @@ void Daemon::Run() {
     }
   }
   lock.unlock();
-  // The receiving thread may be about to enter msgrcv when the signal comes: sends it until the thread has ended.
+  // The receiving thread may be about to enter msgrcv when the signal arrives, so repeat it until the thread has ended.
   while (!receiver_done_) {
     pthread_kill(receiver.native_handle(), SIGUSR2);
     room_.notify_all();

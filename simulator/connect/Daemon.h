@@ -1,9 +1,9 @@
-// The daemon: takes requests from one queue, asks the peer, and puts the peer's messages onto the other queue.
+// The daemon: reads requests from one queue, passes them to the peer, and sends the peer's messages on the other queue.
 //
-// Two threads. The receiving thread waits in msgrcv, hands each request to the peer and sends what is due at once; that
-// keeps a fast device fast. The main thread waits in ppoll for everything else that has a time or a descriptor: late
-// replies, reports, the watched lines, SIGINT and SIGTERM. One lock, mutex_, covers the peer, the watched lines and the
-// sink; a thread holds it whenever it does not wait.
+// It has two threads. The receiving thread waits in msgrcv, passes each request to the peer and sends what is due at
+// once, so that a fast device answers without a change of threads. The main thread waits in ppoll for everything else
+// that has a time or a descriptor: late replies, reports, the watched lines, SIGINT and SIGTERM. One lock, mutex_,
+// covers the peer, the watched lines and the sink; a thread holds it whenever it is not waiting.
 #pragma once
 
 #include <atomic>
@@ -27,10 +27,10 @@ class Daemon {
     std::string key_path = kDefaultKeyPath;
     bool remove_queues = false;  // when it ends
   };
-  // Is given each message in the order in which it came or went, by either thread, with the lock held.
+  // Called for each message received or sent, in this order, by either thread with the lock held.
   using Sink = std::function<void(const Event&)>;
 
-  // `peer`, and later what is watched, must outlive the daemon.
+  // `peer` and everything that is watched must outlive the daemon.
   Daemon(Peer& peer, Options options, Sink sink);
   ~Daemon();
   Daemon(const Daemon&) = delete;
@@ -52,8 +52,8 @@ class Daemon {
 
  private:
   void Receive();  // the receiving thread
-  void Wake();     // the main thread; without the lock too
-  // The lock must be held for these.
+  void Wake();     // wakes the main thread; the lock need not be held
+  // The lock must be held for the following.
   void Flush(Time now);
   void Reopen();
   void Pause(const Outgoing& out, Time now);
@@ -64,15 +64,15 @@ class Daemon {
   const int wake_fd_;  // an eventfd that the main thread watches
   std::atomic<bool> stop_ = false;
   std::atomic<bool> receiver_done_ = false;
-  Queue requests_, replies_;  // the receiving thread waits on the former without the lock
+  Queue requests_, replies_;  // the receiving thread waits on requests_ without the lock
 
-  std::mutex mutex_;              // covers all that follows
-  std::condition_variable room_;  // the daemon is back, or less waits to be sent
+  std::mutex mutex_;              // covers all members below
+  std::condition_variable room_;  // the daemon is back, or fewer messages wait to be sent
   Peer& peer_;
   std::vector<Watched*> watched_;
-  std::optional<Outgoing> stuck_;  // goes first: the reply queue was full; tried again at retry_at_
+  std::optional<Outgoing> stuck_;  // not sent because the reply queue was full; sent first, at retry_at_
   Time retry_at_ = 0;
-  Time away_until_ = 0;  // by a fault: until then nothing is read or sent
+  Time away_until_ = 0;  // set by a fault: until then nothing is read or sent
 };
 
 }  // namespace sim

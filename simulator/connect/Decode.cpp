@@ -30,7 +30,7 @@ std::size_t Decode(std::istream& in, std::ostream& out, bool colour) {
     if (at == Dump && bytes.size() > kTypeWord) {
       std::memcpy(&event.type, bytes.data(), kTypeWord);
       event.body.assign(bytes.begin() + kTypeWord, bytes.end());
-      event.body.resize(kBodySize, 0);  // a sent dump lacks the last four, which no frame reaches
+      event.body.resize(kBodySize, 0);  // the dump of a sent message lacks the last four bytes, which no frame reaches
       if (!cut || DecodeRelay(event.body).flaw == Flaw::None) {
         out << dissector.Line(event, colour) << '\n';
         ++messages;

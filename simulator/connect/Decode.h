@@ -6,8 +6,8 @@
 
 namespace sim {
 
-// Prints one line per message, without a time, and returns their number. Everything else in the text is skipped. Of a
-// dump that was cut, a message is printed if its frame is whole, with the note "cut".
+// Prints one line per message, without a time, and returns the number of messages. Everything else in the text is
+// skipped. A message that was cut off is printed with the note "cut" if its frame is complete.
 std::size_t Decode(std::istream& in, std::ostream& out, bool colour);
 
 }  // namespace sim

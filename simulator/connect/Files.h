@@ -1,4 +1,4 @@
-// Reads a file as a whole.
+// Reads a whole file.
 #pragma once
 
 #include <string>

@@ -23,7 +23,7 @@ struct KernelMessage {
 };
 
 // A tool that started first has created the queues write-only (0222) or read-only (0444) for everyone. Their owner may
-// widen that. The queue's state may be unreadable, so it is written from scratch.
+// add permissions. The queue's state may be unreadable, so it is set without being read first.
 bool Widen(int id) {
   msqid_ds state{};
   if (msgctl(id, IPC_STAT, &state) != 0) {
@@ -37,7 +37,7 @@ bool Widen(int id) {
   return msgctl(id, IPC_SET, &state) == 0;
 }
 
-// The result of a call that failed with errno.
+// Returns the result of a call that failed with errno.
 QueueResult Failure() {
   switch (errno) {
     case EAGAIN:
@@ -56,7 +56,7 @@ QueueResult Failure() {
 
 void Queue::Open(const std::string& path, int project) {
   const key_t key = ftok(path.c_str(), project);
-  if (key != -1) {  // or else a queue that was there before stays in use
+  if (key != -1) {  // otherwise a queue that is open stays in use
     id_ = msgget(key, IPC_CREAT | kForAll);
     if (id_ == -1 && errno == EACCES) {
       id_ = msgget(key, 0);

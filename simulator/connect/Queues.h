@@ -14,29 +14,29 @@ struct QueueMessage {
   Bytes body;
 };
 
-// A message is cut to so many bytes: the kernel's own default limit.
+// Longer messages are cut to this size, the kernel's default limit.
 constexpr std::size_t kMaxMessage = 8192;
 
-// What came of a call on a queue.
+// The result of a call on a queue.
 enum class QueueResult : std::uint8_t {
   Done,
   Full,         // Send: there is no room
-  Interrupted,  // Receive: by a signal
+  Interrupted,  // Receive: a signal arrived
   Gone,         // the queue has been removed
-  Failed,       // for another reason, in errno
+  Failed,       // another error, in errno
 };
 
 // One queue. One thread may wait in Receive while another one opens, sends or removes.
 class Queue {
  public:
-  // Opens the queue of the key that ftok makes of `path` and `project`; makes it if there is none. Throws Error.
+  // Opens the queue whose key ftok derives from `path` and `project`; creates it if there is none. Throws Error.
   void Open(const std::string& path, int project);
   // Waits for a message.
   QueueResult Receive(QueueMessage& message);
   // Never waits.
   QueueResult Send(const QueueMessage& message);
   void Remove();
-  // The kernel's number of the queue; -1 before Open and after Remove.
+  // The kernel's id of the queue; -1 before Open and after Remove.
   int id() const { return id_; }
 
  private:

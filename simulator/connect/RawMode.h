@@ -1,4 +1,4 @@
-// Takes a terminal's own line handling out of the way of bytes.
+// Switches off a terminal's line handling, so that bytes pass unchanged.
 #pragma once
 
 #include <termios.h>

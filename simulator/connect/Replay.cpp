@@ -10,7 +10,7 @@ namespace {
 
 constexpr Time kLongest = 2 * Time{3600} * kSecond;  // between a request and its reply
 
-// What makes two requests the same: the frame, or the whole message if it has none.
+// The part of a request that identifies it: the frame, or the whole message if it has none.
 Bytes Key(ByteView body) {
   const Relay relay = DecodeRelay(body);
   if (relay.flaw == Flaw::None) {
@@ -43,7 +43,7 @@ Replay::Replay(const std::vector<Event>& events, bool fast) : fast_(fast) {
       continue;  // a report before any request
     }
     Exchange& exchange = known->exchanges[index];
-    // Halves, because the times of a damaged capture may lie further apart than a Time holds.
+    // Compares halves, because the difference of two times in a damaged capture may not fit in a Time.
     const Time after = event.time > exchange.time ? std::min(event.time / 2 - exchange.time / 2, kLongest / 2) * 2 : 0;
     exchange.replies.push_back({event.body, after, Sequence(event.body) - exchange.sequence, answer});
   }

@@ -9,9 +9,9 @@
 
 namespace sim {
 
-// A request gets what the same frame got in the capture, at the same distance in time. If it comes again, it gets the
-// answers of the capture in their order and then repeats the last one. Sequence ids and message types are those of the
-// request at hand.
+// Answers a request as the same frame was answered in the capture, after the same time. If the frame is repeated, uses
+// the answers in the capture in their order and then repeats the last one. Sequence ids and message types are those of
+// the current request.
 class Replay : public Peer {
  public:
   // `fast`: answers at once.
@@ -26,7 +26,7 @@ class Replay : public Peer {
     Bytes body;
     Time after;           // the request
     int sequence_offset;  // from the request's id
-    bool answer;          // false: sent unasked; it keeps its own id
+    bool answer;          // false: it was sent without a request and keeps its own id
   };
   struct Exchange {
     Time time = 0;  // of the request
@@ -39,7 +39,7 @@ class Replay : public Peer {
   };
 
   const bool fast_;
-  std::map<Bytes, Known> known_;  // by what makes two requests the same
+  std::map<Bytes, Known> known_;  // by the part of a request that identifies it
 };
 
 }  // namespace sim

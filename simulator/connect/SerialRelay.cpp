@@ -17,7 +17,7 @@ namespace sim {
 namespace {
 
 constexpr Time kPatience = 1900 * kMillisecond;  // a little less than the tool's 2 s
-constexpr Time kReopen = kSecond;                // between two attempts to open a line that is gone
+constexpr Time kReopen = kSecond;                // between two attempts to open a line again
 constexpr std::size_t kMostAsked = 256;          // requests waiting for the line
 constexpr std::size_t kReadSize = 512;
 constexpr std::uint8_t kFromCamera = 0x88;  // the least address byte of a packet from a camera
@@ -31,8 +31,8 @@ SerialRelay::SerialRelay(std::string device, std::uint32_t baud, Protocol protoc
 
 SerialRelay::~SerialRelay() { Close(); }
 
-// libserialport knows the ports of the machine; a terminal that it does not list, such as a pseudo-terminal or the
-// port of a bridge program, is opened as a plain terminal.
+// libserialport opens the ports that it lists. Another terminal, such as a pseudo-terminal or the port of a bridge
+// program, is opened as a plain terminal.
 void SerialRelay::Open() {
   try {
     if (sp_get_port_by_name(device_.c_str(), &port_) == SP_OK) {
@@ -84,7 +84,7 @@ std::string SerialRelay::Request(std::int32_t type, ByteView body, Time now) {
   if (relay.flaw != Flaw::None) {
     return std::string(FlawText(relay.flaw)) + ", dropped";
   }
-  if (IsNotice(relay.frame)) {  // for the daemon only: on the line it would delay the next request
+  if (IsNotice(relay.frame)) {  // it is for the daemon only; on the line it would delay the next request
     return "";
   }
   if (asked_.size() >= kMostAsked) {
@@ -95,7 +95,7 @@ std::string SerialRelay::Request(std::int32_t type, ByteView body, Time now) {
   return descriptor_ < 0 ? "no serial line" : "";
 }
 
-// Puts the next request onto the line if no other is waiting for its answer.
+// Sends the next request on the line if no other request is waiting for its answer.
 void SerialRelay::Ask(Time now) {
   while (!asking_ && !asked_.empty()) {
     const Frame& frame = asked_.front().frame;
@@ -133,7 +133,8 @@ void SerialRelay::OnFrame(const Frame& frame, Time now) {
       {.due = now, .type = type_, .exchange = 0, .body = EncodeRelay(0, frame.Encode()), .note = "not asked for"});
 }
 
-// A command is answered as soon as the camera has taken it, even if the camera rejects it; an inquiry with its reply.
+// A command is acknowledged as soon as the camera has answered it, even if the camera rejects it. An inquiry is
+// answered with the camera's reply.
 void SerialRelay::OnPacket(const Bytes& packet, Time now) {
   const bool sound = packet.size() >= kViscaLeast && packet.size() <= kMaxData && packet[0] >= kFromCamera;
   const std::uint8_t kind = sound ? packet[1] & kViscaKind : 0;
@@ -193,7 +194,7 @@ void SerialRelay::Advance(Time now) {
   };
   deliver();
   if (now >= heard_at_ + kLongestPause) {
-    // There may be whole frames behind a start byte that was garbage.
+    // There may be whole frames after a start byte that was garbage.
     while (frames_.Waiting()) {
       frames_.Idle();
       deliver();

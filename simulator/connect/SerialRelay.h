@@ -1,4 +1,5 @@
-// The relay between the queues and hardware on a serial line, in place of the simulated device. One exchange at a time.
+// The relay between the queues and hardware on a serial line, in place of the simulated device. It performs one
+// exchange at a time.
 #pragma once
 
 #include <deque>
@@ -26,7 +27,7 @@ class SerialRelay : public Peer, public Watched {
   SerialRelay(const SerialRelay&) = delete;
   SerialRelay& operator=(const SerialRelay&) = delete;
 
-  // Throws Error. Later, a line that is lost is opened again as soon as it is back.
+  // Opens the line. Throws Error. A line that is lost later is opened again as soon as possible.
   void Open();
 
   std::string Request(std::int32_t type, ByteView body, Time now) override;
@@ -63,9 +64,9 @@ class SerialRelay : public Peer, public Watched {
   FrameSplitter frames_;  // only one of these two is fed
   ViscaSplitter packets_;
   std::uint64_t dropped_ = 0;  // bytes of garbage that have been reported
-  Time heard_at_ = 0;          // when bytes came last
-  std::deque<Asked> asked_;    // requests in order; while `asking_` the first is on the line until give_up_at_
-  bool asking_ = false;
+  Time heard_at_ = 0;          // when the last bytes arrived
+  std::deque<Asked> asked_;    // requests in order
+  bool asking_ = false;        // the first request has been sent and waits for its answer until give_up_at_
   Time give_up_at_ = 0;
   std::int32_t type_ = 1;  // of the last request; unrequested frames carry it
   State mcu_state_;

@@ -1,4 +1,4 @@
-// What a run shows of its messages: lines on standard output, and a capture file.
+// Shows the messages of a run: as lines on standard output, and in a capture file.
 #pragma once
 
 #include <fstream>
@@ -12,7 +12,7 @@ namespace sim {
 // Takes a whole line of the trace, without its line feed.
 using LineSink = std::function<void(const std::string&)>;
 
-// Not for two threads at once: the daemon calls it with its lock held.
+// Not thread-safe: the daemon calls it with its lock held.
 class Trace {
  public:
   struct Options {
@@ -20,7 +20,7 @@ class Trace {
     bool colour = false;  // with the terminal's escape sequences
     std::string capture;  // the file to write the capture to; empty: none
   };
-  // Opens the capture file; what was in it is lost. Throws Error.
+  // Opens the capture file and overwrites it. Throws Error.
   explicit Trace(const Options& options);
 
   void Message(const Event& event);

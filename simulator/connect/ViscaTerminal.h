@@ -1,4 +1,4 @@
-// The simulated camera as a plain VISCA camera on a pseudo-terminal, for any VISCA controller.
+// Offers the simulated camera on a pseudo-terminal as a plain VISCA camera, for any VISCA controller.
 #pragma once
 
 #include <deque>
@@ -13,15 +13,15 @@ namespace sim {
 
 class ViscaTerminal : public Watched {
  public:
-  // Replies are sent at once if `fast`, else each in a field of its own.
+  // `fast`: replies are sent at once, otherwise each in a field of its own.
   ViscaTerminal(Device& device, bool fast, LineSink sink);
   // Removes the link.
   ~ViscaTerminal() override;
   ViscaTerminal(const ViscaTerminal&) = delete;
   ViscaTerminal& operator=(const ViscaTerminal&) = delete;
 
-  // Makes the terminal and returns its name. With a `link` makes that a symbolic link to it; a link of that name is
-  // replaced, a file is not. Throws Error.
+  // Creates the terminal and returns its name. If `link` is not empty, creates a symbolic link of that name to the
+  // terminal; an existing link is replaced, a file is not. Throws Error.
   std::string Open(const std::string& link);
 
   int Descriptor() const override { return master_; }
@@ -44,7 +44,7 @@ class ViscaTerminal : public Watched {
   int slave_ = -1;  // held open, so that the terminal outlives its users
   std::string link_;
   ViscaSplitter splitter_;
-  Time heard_at_ = 0;            // when bytes came last
+  Time heard_at_ = 0;            // when the last bytes arrived
   Time line_free_ = 0;           // when the last packet that has a time is sent
   std::deque<Waiting> waiting_;  // sorted by `due`
 };

@@ -1,4 +1,5 @@
-// Something with a descriptor that the daemon's main thread watches beside the queues: a terminal, a serial line.
+// Something with a descriptor that the daemon's main thread watches in addition to the queues: a terminal or a serial
+// line.
 #pragma once
 
 #include <optional>
@@ -7,17 +8,17 @@
 
 namespace sim {
 
-// All of these are called on the main thread with the daemon's lock held, so that they may use the peer.
+// All of these are called on the main thread with the daemon's lock held, so they may use the peer.
 class Watched {
  public:
   virtual ~Watched() = default;
-  // Negative: nothing to watch at the moment.
+  // Returns the descriptor; a negative number if there is nothing to watch at the moment.
   virtual int Descriptor() const = 0;
-  // The descriptor can be read, or has failed.
+  // Called when the descriptor can be read or has failed.
   virtual void OnReadable(Time now) = 0;
-  // After every wake-up, also of others.
+  // Called after each time that the main thread wakes up.
   virtual void OnTime(Time now) = 0;
-  // When OnTime has something to do next.
+  // Returns when OnTime has something to do next.
   virtual std::optional<Time> NextDue() const = 0;
 };
 

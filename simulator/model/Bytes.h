@@ -1,4 +1,4 @@
-// Bytes, and the hexadecimal text that traces, captures and fault options show them in.
+// Bytes, and the hexadecimal text for them in traces, captures and fault options.
 #pragma once
 
 #include <cstdint>

@@ -6,11 +6,11 @@
 namespace sim {
 namespace {
 
-constexpr std::uint32_t kOpticalEnd = 16384;  // of the zoom; the digital zoom goes on from there
+constexpr std::uint32_t kOpticalEnd = 16384;  // of the zoom; the digital zoom continues from there
 constexpr std::uint32_t kDigitalStep = 64;    // positions of the combined zoom per digital position
 constexpr std::int64_t kZoomSpeed = 700;      // positions per second and step of speed
 constexpr std::int64_t kFocusSpeed = 4000;
-constexpr std::int64_t kTopSpeed = 8;  // steps of speed: packets say 0 to 7
+constexpr std::int64_t kTopSpeed = 8;  // steps of speed; packets carry 0 to 7
 constexpr std::int64_t kOrdinarySpeed = 6;
 
 constexpr std::uint8_t kLastSensorMode = 0x12;
@@ -20,8 +20,8 @@ constexpr std::uint8_t kInterfaceClear[] = {0x00, 0x01};
 constexpr std::uint8_t kInterfaceClearAll[] = {kViscaBroadcast, kViscaCommand, 0x00, 0x01, kViscaEnd};
 constexpr std::uint8_t kLastAddress = 7;
 
-// How a motor is to turn, in positions per second. A packet carries a speed, and its row the motion; or a move, which
-// is to stop, the row's motion, or the other way.
+// Returns how fast a motor must turn, in positions per second; negative for the other direction. A packet carries
+// either a speed, for the motion of its row, or a move: stop, the motion of its row, or the opposite.
 std::int64_t MoveRate(const Row& row, const FieldValue& field) {
   const std::int64_t unit = row.act == Act::MoveZoom ? kZoomSpeed : kFocusSpeed;
   const std::int64_t rate = static_cast<std::int64_t>(row.motion) * unit;
@@ -53,7 +53,7 @@ void CameraModel::SetSupply(bool on, Time now) {
   if (!on) {
     return;
   }
-  // Zoom and focus stay where they were; registers, identity and memory are kept; the rest is reset.
+  // The positions of zoom and focus, the registers, the identity and the memory are kept; the rest is reset.
   for (std::size_t i = 0; i < static_cast<std::size_t>(kFirstKept); ++i) {
     if (static_cast<Var>(i) != Var::zoom_pos && static_cast<Var>(i) != Var::focus_pos) {
       state_.values[i] = start_.values[i];
@@ -152,11 +152,11 @@ std::vector<Bytes> CameraModel::Inquiry(ByteView data) {
   if (!found) {
     return {Error(0, kErrSyntax)};
   }
-  // A setting can be read in every mode, even if its command needs a certain one.
+  // A setting can be read in every mode, even if its command needs a particular one.
   if (!Executable(found->row->needs == Needs::Standby ? Needs::Standby : Needs::Power)) {
     return {Error(0, kErrNotExecutable)};
   }
-  // The transient variables that replies show: the register asked for, and the flags of this moment.
+  // Updates the transient variables that replies contain: the requested register, and the current flags.
   if (found->row->act == Act::Register) {
     state_[Var::register_value] = state_.registers[found->values.front().value];
   }

@@ -1,5 +1,5 @@
-// The QM2150 camera as a machine: VISCA packets in, VISCA packets out, the time passed in. Its packets carry socket
-// numbers as a camera's do; the device takes them off where the real one does.
+// The QM2150 camera: it takes VISCA packets and returns VISCA packets; the caller passes the time. The packets carry
+// socket numbers as a camera's do; Device removes them where the real device does.
 #pragma once
 
 #include <array>
@@ -16,31 +16,32 @@ namespace sim {
 class CameraModel {
  public:
   struct Options {
-    Time wake_up = 3 * kSecond;  // how long the camera is silent after its supply came on
-    bool travel = true;          // zoom and focus take time to reach a position; false: they jump
+    Time wake_up = 3 * kSecond;  // how long the camera does not answer after its supply has been switched on
+    bool travel = true;          // zoom and focus take time to reach a position; false: they reach it at once
   };
 
-  // Keeps a reference to `state` and changes the camera's variables and registers in it. What others write to
-  // zoom_pos or focus_pos is lost while that motor moves. What `state` holds now is what the camera returns to when its
-  // supply comes back.
+  // Keeps a reference to `state` and changes the camera's variables and registers in it. While a motor moves, what
+  // others write to its variable, zoom_pos or focus_pos, is lost. The camera returns to the values that `state` holds
+  // now when its supply is switched off and on.
   CameraModel(State& state, Options options);
 
   // Times must not run backwards from call to call.
   void SetSupply(bool on, Time now);
   bool Awake(Time now) const { return supply_ && now >= awake_at_; }
-  bool Shows50Hz() const;  // else 60 Hz
+  bool Shows50Hz() const;  // false: 60 Hz
 
-  // The camera's immediate answer to a packet: a reply; an acknowledgement, with the completion at once or later from
-  // Advance; or an error. Nothing if the camera is not awake or not addressed.
+  // Returns the camera's immediate answer to a packet: a reply; an acknowledgement, with the completion at once or
+  // later from Advance; or an error. Empty if the camera is not awake or not addressed.
   std::vector<Bytes> Handle(ByteView packet, Time now);
-  // What the camera sends unasked up to `now`: completions, and the network change when it has woken up.
+  // Returns what the camera sends up to `now` without a request: completions, and the network change after it has woken
+  // up.
   std::vector<Bytes> Advance(Time now);
-  // When Advance has something to send next.
+  // Returns when Advance has something to send next.
   std::optional<Time> NextEvent() const;
 
  private:
-  // A motor. While `rate` is not 0 it was at `from` at the time `since` and stops at `target`; its variable is brought
-  // up to date by MoveTo before anything reads it.
+  // A motor. While `rate` is not 0, the motor moves: it was at `from` at the time `since` and stops at `target`. MoveTo
+  // updates its variable before anything reads it.
   struct Axis {
     Var var;
     std::uint32_t least, greatest;
@@ -60,7 +61,7 @@ class CameraModel {
   std::vector<Bytes> Inquiry(ByteView data);
   std::vector<Bytes> Cancel(int socket, Time now);
   bool Executable(Needs needs) const;
-  // Carries the command out and returns how long it takes.
+  // Executes the command and returns how long it takes.
   Time Perform(const Row& row, const Values& values, Socket& socket, Time now);
   Time Drive(Axis& axis, std::uint32_t target, std::int64_t speed, Socket& socket, Time now);
   void Turn(Axis& axis, std::int64_t rate, Time now);

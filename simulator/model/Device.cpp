@@ -6,7 +6,7 @@
 namespace sim {
 namespace {
 
-constexpr std::size_t kMostUnasked = 16;  // packets kept for a VISCA line: there may be none
+constexpr std::size_t kMostUnasked = 16;  // packets kept for TakeVisca, which nobody may call
 constexpr Time kBitsPerByte = 10;         // start bit, eight data bits, stop bit
 constexpr Time kMcuTime = kMillisecond;
 
@@ -38,8 +38,8 @@ Time Device::OnTheWire(std::size_t bytes) const {
 
 Time Device::Field() const { return kSecond / (camera_.Shows50Hz() ? 50 : 60); }
 
-// When the last byte of the reply has arrived. An exchange holds the line from its first byte to its last. The camera
-// takes one command per field and answers at the next field; the MCU answers after kMcuTime.
+// Returns when the last byte of the reply arrives. An exchange occupies the line from its first byte to its last. The
+// camera accepts one command per field and answers at the next field; the MCU answers after kMcuTime.
 Time Device::AnswerTime(const Relay& request, std::size_t reply_bytes, Time now) {
   if (setup_.fast) {
     return now;
@@ -111,8 +111,8 @@ Device::Answer Device::Ask(const Frame& request, Time now) {
   if (error != 0) {
     answer.note = "camera: " + std::string(ViscaErrorText(error));
   }
-  // A command is acknowledged as soon as the camera has taken it off the line, even if the camera then rejects it;
-  // anything else is answered with the camera's own packets.
+  // A command is acknowledged as soon as the camera has received it, even if the camera then rejects it; anything else
+  // is answered with the camera's own packets.
   const bool command = request.data.size() > 1 && request.data[1] == kViscaCommand;
   if (command) {
     answer.frames.push_back({code, {kMcuOk}});
@@ -171,7 +171,7 @@ void Device::Advance(Time now) {
   }
   for (const std::uint8_t id : {kGetPtz, kGetMotorState}) {
     if (mcu_.Reports(id) && now >= next_report_) {
-      // Sequence id 0: the tool's requests start at 1, so a report is not taken for an answer.
+      // Sequence id 0: the ids of the tool's requests start at 1, so the tool does not take a report for a reply.
       outbox_.Add({.due = now,
                    .type = type_,
                    .exchange = 0,

@@ -1,5 +1,5 @@
-// The device behind the queues: the daemon's relay, and the camera and the MCU on their serial line. Relay messages in,
-// relay messages out, the time passed in.
+// The device behind the queues: the daemon's relay, and the camera and the MCU on their serial line. It takes relay
+// messages and returns relay messages; the caller passes the time.
 #pragma once
 
 #include "simulator/model/CameraModel.h"
@@ -19,12 +19,12 @@ class Device : public Peer, private FaultTarget {
   void Advance(Time now) override;
   std::optional<Time> NextEvent() const override;
 
-  // The camera on a VISCA line: the answer to a packet, and what it has sent unasked since the last call. Of the latter
-  // only the first few packets are kept.
+  // The camera on a VISCA line. Visca returns the answer to a packet. TakeVisca returns what the camera has sent
+  // without a request since the last call; only the first few packets are kept.
   std::vector<Bytes> Visca(ByteView packet, Time now);
   std::vector<Bytes> TakeVisca();
   const State& state() const { return state_; }
-  // The duration of one field of the picture: the camera takes one command per field.
+  // The duration of one field of the picture. The camera accepts one command per field.
   Time Field() const;
 
  private:
@@ -44,12 +44,12 @@ class Device : public Peer, private FaultTarget {
   CameraModel camera_;
   McuModel mcu_;
   FaultPicker faults_;
-  std::vector<Bytes> unasked_;       // what the camera has sent unasked, for a VISCA line
+  std::vector<Bytes> unasked_;       // what the camera has sent without a request, for a VISCA line
   std::int32_t type_ = 1;            // of the last request; reports carry it too
   std::uint8_t sequence_ = 0;        // of the last request; completions carry it
   Time now_ = 0;                     // of the last Request or Advance
-  Time line_free_ = 0;               // when UART1 has sent all that was given to it
-  Time next_report_ = 0;             // means something only while a report is switched on
+  Time line_free_ = 0;               // when UART1 becomes free
+  Time next_report_ = 0;             // valid only while a report is switched on
   std::optional<Time> supply_back_;  // set while a fault has cut the supply: lens_power then has no effect
 };
 

@@ -10,7 +10,7 @@ namespace sim {
 namespace {
 
 constexpr std::size_t kHexWidth = 32;   // of the column of bytes
-constexpr std::size_t kMostShown = 64;  // bytes of a message that has no frame in its place
+constexpr std::size_t kMostShown = 64;  // bytes shown of a message without a frame
 constexpr const char* kRequestColour = "\x1b[36m";
 constexpr const char* kReplyColour = "\x1b[32m";
 constexpr const char* kNoteColour = "\x1b[33m";
@@ -151,7 +151,7 @@ std::string Dissector::Meaning(Direction direction, ByteView body) {
 std::string Dissector::Line(const Event& event, bool colour) {
   const bool request = event.direction == Direction::Request;
   const ByteView body = event.body;
-  // The frame alone if it is where it should be, else the whole message.
+  // Only the frame if it is where it belongs, otherwise the whole message.
   const bool framed = body.size() == kBodySize && body[kFrameAt + 2] <= kMaxData;
   const ByteView shown = framed ? body.subspan(kFrameAt, body[kFrameAt + 2] + kFrameOverhead)
                                 : body.first(std::min(body.size(), kMostShown));

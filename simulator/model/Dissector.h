@@ -9,7 +9,7 @@
 
 namespace sim {
 
-// Remembers the last request of each sequence id, so that a reply is described as the answer to its request.
+// Stores the last request of each sequence id, so that a reply is described as the answer to its request.
 class Dissector {
  public:
   // "CAM_AE manual", "Get PTZ → pan 64000, tilt 300, zoom 16"
@@ -26,9 +26,9 @@ class Dissector {
   std::array<Asked, 256> asked_;  // by sequence id
 };
 
-// The meaning of a VISCA packet to the camera; sets `row` to its row, or to nullptr.
+// The meaning of a VISCA packet to the camera. Sets `row` to its row, or to nullptr if it is unknown.
 std::string ViscaRequestText(ByteView packet, const Row** row);
-// The meaning of a packet from the camera, as the answer to a packet of `row`; nullptr: to an unknown one.
+// The meaning of a packet from the camera. `row`: the row of the packet that it answers; nullptr if that is unknown.
 std::string ViscaReplyText(ByteView packet, const Row* row);
 // A trace line for a packet on a VISCA line: "   12.345 visca <       81 09 04 39 FF   CAM_AE?".
 std::string ViscaLine(Time now, const char* direction, ByteView packet, const std::string& meaning);

@@ -1,7 +1,7 @@
-// How the simulator reports failure: what cannot be done throws an Error, whose text is one line for the user.
+// How the simulator reports failure: it throws an Error, whose text is one line for the user.
 //
-// The exceptions to this are outcomes that belong to normal operation (a full queue, a silent line, no fault for this
-// request): those are return values.
+// Outcomes that belong to normal operation (a full queue, a silent line, no fault for this request) are return values
+// instead.
 #pragma once
 
 #include <stdexcept>

@@ -1,4 +1,4 @@
-// A message that came from or went to the tool, as traces and captures keep it.
+// A message received from or sent to the tool, in the form that traces and captures use.
 #pragma once
 
 #include <cstdint>
@@ -15,7 +15,7 @@ struct Event {
   Time time = 0;  // negative: unknown
   Direction direction = Direction::Request;
   std::int32_t type = 0;       // the queue's message type
-  std::uint32_t exchange = 0;  // number of the request, from 1, or of the one that is answered; 0: answers none
+  std::uint32_t exchange = 0;  // number of the request, from 1; a reply has its request's; 0: a reply to no request
   Bytes body;
   std::string note;  // a remark for the trace
 };

@@ -16,7 +16,7 @@ bool CarriesVisca(const Frame& frame) {
   return frame.code == ReplyCode(kCameraCode) && frame.data.size() >= kViscaLeast;
 }
 
-// A VISCA packet keeps its end where data bytes are added or taken away.
+// Where data bytes are added or removed: a VISCA packet keeps its last byte, FF.
 std::size_t EndOfData(const Frame& frame) { return frame.data.size() - (CarriesVisca(frame) ? 1 : 0); }
 
 // The end of the frame in a relay message; the end of the message if the frame is longer.
@@ -31,13 +31,13 @@ void Delay(const Fault& fault, std::vector<Outgoing>& messages) {
   }
 }
 
-// The copy goes first; the note of the trace stays with the last message.
+// The copy is sent first; the note for the trace belongs to the last message.
 void Duplicate(const Fault&, std::vector<Outgoing>& messages) {
   messages.insert(messages.begin(), messages.front());
   messages.front().note.clear();
 }
 
-// The note stays with the first message, the one that is wrong.
+// The note for the trace belongs to the first message, which is the wrong one.
 void StaleFirst(const Fault&, std::vector<Outgoing>& messages) {
   messages.insert(messages.begin(), messages.front());
   --messages.front().body[kSequenceAt];
@@ -109,7 +109,7 @@ bool IsCamera(const Frame& request, std::uint8_t kind) {
 
 constexpr std::int64_t kNo = kNoKey;
 constexpr std::int64_t kByte = 0xFF;
-constexpr std::int64_t kLongestData = kBodySize - kFrameAt - kFrameOverhead;  // that the message has room for
+constexpr std::int64_t kLongestData = kBodySize - kFrameAt - kFrameOverhead;  // for which the message has room
 constexpr std::int64_t kLongestMessage = 4096;
 
 // clang-format off
@@ -287,7 +287,7 @@ const Fault* FaultPicker::Pick(const Frame& request) {
     bool strikes = fault.nth.empty() && fault.every == 0;
     strikes = strikes || std::ranges::find(fault.nth, number) != fault.nth.end();
     strikes = strikes || (fault.every != 0 && number % fault.every == 0);
-    if (fault.chance) {  // drawn for every message, so that a seed gives the same run with any other faults
+    if (fault.chance) {  // drawn for every message, so that other faults do not change the run of a seed
       const double drawn = std::ldexp(static_cast<double>(random_() >> 11), -53);  // from 0 to just below 1
       strikes = strikes && drawn < *fault.chance;
     }

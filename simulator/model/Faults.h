@@ -1,5 +1,5 @@
 // What can go wrong between a request and its reply: the kinds of faults, each with its own routine, and the choice of
-// the fault that strikes a request.
+// the fault that applies to a request.
 #pragma once
 
 #include <cstdint>
@@ -17,7 +17,7 @@ namespace sim {
 
 struct Fault;
 
-// What a fault may do to the device as a whole. Durations start with the request that the fault strikes.
+// What a fault may do to the device as a whole. Durations start with the request that the fault applies to.
 class FaultTarget {
  public:
   virtual ~FaultTarget() = default;
@@ -25,15 +25,15 @@ class FaultTarget {
   virtual void StopDaemon(Outgoing::Kind how, Time duration) = 0;
 };
 
-// What a kind does, at one or more stages of an exchange. A stage without a routine goes on as usual.
+// What a kind does, at one or more stages of an exchange. A stage without a routine proceeds as usual.
 struct FaultAction {
-  // Before the camera or the MCU sees the request. Returns whether anybody is left to deliver a reply.
+  // Called before the camera or the MCU receives the request. Returns whether a reply will be delivered.
   bool (*before)(const Fault& fault, FaultTarget& device) = nullptr;
   // The reply's frame, still without its checksum.
   void (*frame)(const Fault& fault, Frame& frame) = nullptr;
   // The relay message with the frame in it. Its size is kBodySize.
   void (*body)(const Fault& fault, Bytes& body) = nullptr;
-  // What is sent for one reply: at first that one message.
+  // The messages that are sent for one reply. When it is called, these are the reply alone.
   void (*delivery)(const Fault& fault, std::vector<Outgoing>& messages) = nullptr;
 };
 
@@ -50,15 +50,15 @@ struct FaultKind {
 std::span<const FaultKind> FaultTable();
 constexpr std::int64_t kGreatestFaultMs = std::int64_t{24} * 3600 * 1000;
 
-// Which requests a fault may strike: a row for each text that "only" takes.
+// Which requests a fault may apply to: a row for each value of the key "only".
 struct FaultFilter {
   std::string_view name;
   bool (*passes)(const Frame& request);
 };
 
-// A fault, as ParseFault makes it, and when it strikes: on the messages listed in `nth`, on every Nth (`every`), or, if
-// neither is given, on all; `chance` applies to these. Only messages that `only` and `match` let through are counted,
-// from 1.
+// A fault, as ParseFault makes it, and the messages that it applies to: those listed in `nth`, every Nth (`every`), or,
+// if neither is given, all; of these, each with the probability `chance`. Only messages that `only` and `match` let
+// through are counted, from 1.
 struct Fault {
   const FaultKind* kind = nullptr;  // a row of FaultTable
   std::vector<std::uint32_t> nth;
@@ -70,16 +70,17 @@ struct Fault {
   std::int64_t value = kNoKey;
 };
 
-// "late:ms=2500,nth=3" -> the fault. Throws Error.
+// Reads a fault such as "late:ms=2500,nth=3". Throws Error.
 Fault ParseFault(std::string_view text);
 // Sets one key from its text, for the option and for scenario files. Throws Error.
 void SetFaultKey(Fault& fault, std::string_view key, std::string_view value);
 
-// Chooses the fault for each request: the first in the list that strikes.
+// Chooses the fault for each request: the first in the list that applies.
 class FaultPicker {
  public:
   FaultPicker(std::vector<Fault> faults, std::uint64_t seed);
-  // nullptr: none. Every request must be shown once, in order: the faults count them.
+  // Returns the fault for a request; nullptr if none applies. It must be called once for every request, in order,
+  // because the faults count the requests.
   const Fault* Pick(const Frame& request);
 
  private:

@@ -8,7 +8,7 @@ namespace {
 constexpr std::int64_t kPanTurn = 64000;  // steps of a full turn
 constexpr std::int64_t kDegrees = 360;    // of a full turn; max_speed is in degrees per second
 constexpr std::int64_t kTiltEnd = 920;
-constexpr std::int64_t kTiltSpeed = 10;   // steps per second and step of speed
+constexpr std::int64_t kTiltSpeed = 10;   // steps per second, for each step of speed
 constexpr std::int64_t kTopSpeed = 0x3F;  // PelcoD speeds go from 0 to this
 
 }  // namespace
@@ -75,7 +75,7 @@ void McuModel::Turn(std::int64_t pan_rate, std::int64_t tilt_rate, Time now) {
 
 void McuModel::MoveTo(Time now) {
   const Time passed = now - since_;
-  if (pan_rate_ != 0) {  // no end stop
+  if (pan_rate_ != 0) {  // pan turns without end
     const std::int64_t pan = (pan_from_ + pan_rate_ * passed / kSecond) % kPanTurn;
     state_[Var::pan] = static_cast<std::uint32_t>(pan < 0 ? pan + kPanTurn : pan);
   }

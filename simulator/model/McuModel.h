@@ -1,5 +1,5 @@
-// The pan/tilt controller (MCU) as a machine: a command and its data in, the reply's data out, the time
-// passed in.
+// The pan/tilt controller (MCU): it takes a command and its data and returns the data of the reply; the caller passes
+// the time.
 #pragma once
 
 #include "simulator/model/Protocol.h"
@@ -9,14 +9,15 @@ namespace sim {
 
 class McuModel {
  public:
-  // Keeps a reference to `state` and changes the MCU's variables in it. What `state` holds now is what Load Default
-  // returns to.
+  // Keeps a reference to `state` and changes the MCU's variables in it. Load Default returns to the values that `state`
+  // holds now.
   explicit McuModel(State& state) : state_(state), start_(state) {}
 
-  // The data of the reply: the values asked for, or one result byte. `now` must not run backwards from call to call.
+  // Returns the data of the reply: the requested values, or one result byte. `now` must not decrease from call to call.
   Bytes Handle(std::uint8_t id, ByteView data, Time now);
-  // Whether automatic response mode is on for `id`, kGetPtz or kGetMotorState, and the data of its next report.
+  // Returns whether automatic response mode is on for `id`, kGetPtz or kGetMotorState.
   bool Reports(std::uint8_t id) const;
+  // Returns the data of the next report for `id`.
   Bytes Report(std::uint8_t id, Time now);
 
  private:
@@ -26,8 +27,8 @@ class McuModel {
 
   State& state_;
   const State start_;
-  // The head was at `from` at the time `since` and has moved with these rates from then on, in steps per second. The
-  // variables pan and tilt are brought up to date by MoveTo before anything reads them.
+  // The head was at these `from` positions at the time `since_` and has moved at these rates, in steps per second,
+  // since then. MoveTo updates the variables pan and tilt before anything reads them.
   std::int64_t pan_rate_ = 0, tilt_rate_ = 0;
   std::int64_t pan_from_ = 0, tilt_from_ = 0;
   Time since_ = 0;

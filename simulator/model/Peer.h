@@ -1,4 +1,4 @@
-// Whoever answers the requests behind the queues: the simulated device, a recording, or hardware on a serial line.
+// The interface of what answers the requests: the simulated device, a capture, or hardware on a serial line.
 #pragma once
 
 #include <algorithm>
@@ -28,7 +28,7 @@ struct Outgoing {
   Time pause = 0;
 };
 
-// Messages waiting for their time; those of the same time leave in the order in which they came.
+// Messages waiting for their time. Messages with the same time leave in the order in which they were added.
 class Outbox {
  public:
   void Add(Outgoing out) {
@@ -53,19 +53,19 @@ class Outbox {
   std::deque<Outgoing> waiting_;  // sorted by `due`
 };
 
-// The daemon calls all of these with its lock held. Times must not run backwards from call to call.
+// The daemon calls all of these with its lock held. Times must not decrease from call to call.
 class Peer {
  public:
   virtual ~Peer() = default;
-  // A request came in, of any type and size. Returns a note for its line of the trace, or nothing.
+  // Handles a request of any type and size. Returns a note for its line of the trace, or an empty text.
   virtual std::string Request(std::int32_t type, ByteView body, Time now) = 0;
   // Does what is due without a request.
   virtual void Advance(Time now) = 0;
-  // When Advance has something to do next.
+  // Returns when Advance has something to do next.
   virtual std::optional<Time> NextEvent() const = 0;
-  // The next of the messages that are due.
+  // Returns the next message that is due.
   std::optional<Outgoing> Take(Time now) { return outbox_.Take(now); }
-  // When Advance or Take has something to do next.
+  // Returns when Advance or Take has something to do next.
   std::optional<Time> NextDue() const { return Earlier(outbox_.NextDue(), NextEvent()); }
   std::size_t Waiting() const { return outbox_.Size(); }
   std::uint32_t LastExchange() const { return exchange_; }
@@ -75,7 +75,7 @@ class Peer {
   std::uint32_t exchange_ = 0;  // number of the last request, from 1
 };
 
-// The message type that a reply carries: that of its request, or 1 where the kernel would refuse it.
+// Returns the message type of a reply: its request's type, or 1 if the kernel would refuse that.
 constexpr std::int32_t ReplyType(std::int32_t request) { return request > 0 ? request : 1; }
 
 }  // namespace sim

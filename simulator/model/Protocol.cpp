@@ -42,8 +42,8 @@ const std::vector<Row> kCamera = {
     {"CAM_Power",            "04 00 vv",                "04 00",    "vv",                {{'v', V::power}}, Needs::Standby, Act::Power},
     {"CAM_Version",          "",                        "00 02",    "00 20 mm mm rr rr 02", {{'m', V::model}, {'r', V::rom_version}}, Needs::Standby},
     {"CAM_ID",               "04 22 0v 0v 0v 0v",       "04 22",    "0v 0v 0v 0v",       {{'v', V::camera_id}}},
-    // Zoom and focus, as any VISCA controller drives them. Tele raises the zoom's position, far lowers the focus's; the
-    // motion of a row with a move is that of 2 (tele or far), 3 goes the other way.
+    // Zoom and focus, as any VISCA controller drives them. Tele raises the zoom's position, far lowers the focus's. The
+    // motion of a row with a move is the motion of 2 (tele or far); 3 is the opposite.
     {"CAM_Zoom",             "04 07 0m",                "",         "",                  {{'m', V::move}}, Needs::Power, Act::MoveZoom, Up},
     {"CAM_Zoom Tele",        "04 07 2s",                "",         "",                  {{'s', V::speed}}, Needs::Power, Act::MoveZoom, Up},
     {"CAM_Zoom Wide",        "04 07 3s",                "",         "",                  {{'s', V::speed}}, Needs::Power, Act::MoveZoom, Down},
@@ -139,7 +139,8 @@ const std::vector<Row> kMcu = {
 };
 // clang-format on
 
-// The first row whose template matches and whose variables accept the values; or else the first that matches.
+// Finds the first row whose template matches and whose variables accept the values; if there is none, the first row
+// whose template matches.
 std::optional<Found> Find(std::string_view Row::*column, ByteView data) {
   std::optional<Found> found;
   for (const Row& row : kCamera) {

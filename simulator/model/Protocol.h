@@ -1,5 +1,5 @@
-// Every command and inquiry of the camera and the MCU, one row each: what goes out, what comes back, the variables
-// it uses. The models obey these tables, the trace reads messages with them and docs/protocol.md is printed from them.
+// Every command and inquiry of the camera and the MCU, one row each: request, reply, and the variables in them. The
+// models follow these tables, the trace describes messages with them, and docs/protocol.md is printed from them.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@
 
 namespace sim {
 
-// When a command can be carried out. All but Standby also need the camera's power to be on.
+// The condition for executing a command. All but Standby also need the camera's power to be on.
 enum class Needs : std::uint8_t { Power, Standby, ShutterFree, IrisFree, GainFree, BrightFree, WbManual, FocusManual };
 
 // What a command does with the fields it carries.
@@ -22,7 +22,7 @@ enum class Act : std::uint8_t {
   Nothing,        // is accepted and has no effect
   Power,          // switches between on and standby
   Step,           // raises, lowers or resets the variable of its kStepped field, the second of the row
-  MoveZoom,       // starts the zoom in the row's motion, or stops it
+  MoveZoom,       // starts the zoom or stops it
   MoveFocus,      // the same for the focus
   ZoomTo,         // drives to a position, which takes time
   FocusTo,        // the same for the focus
@@ -38,13 +38,13 @@ enum class Act : std::uint8_t {
   LoadDefault,  // MCU: back to the starting values
 };
 
-// Which way a motor's position goes while it moves.
+// Whether a motor's position decreases or increases while it moves.
 enum class Motion : std::int8_t { Down = -1, None = 0, Up = 1 };
 
 // The templates (see Template.h) leave out what all packets have in common:
 //   camera   command 81 01 ... FF      inquiry 81 09 ... FF      reply 90 50 ... FF
 //   MCU      AA ... (id, then length and data) checksum 55       reply AA id+80 ... checksum 55
-// An empty template: there is no such packet.
+// An empty template means that there is no such packet.
 struct Row {
   std::string_view name;
   std::string_view command;
@@ -63,16 +63,16 @@ struct Found {
   const Row* row;
   Values values;
 };
-// The camera's row for the bytes between 8x 01 (a command) or 8x 09 (an inquiry) and FF; nothing if no row matches.
-// The values may be out of range.
+// Find the camera's row for the bytes between 8x 01 (a command) or 8x 09 (an inquiry) and FF. Nothing if no row
+// matches. The values may be out of range.
 std::optional<Found> FindCommand(ByteView data);
 std::optional<Found> FindInquiry(ByteView data);
 // The MCU's row for a command id; nullptr if there is none.
 const Row* FindMcu(std::uint8_t id);
-// What `needs` asks for, in words; empty for Standby.
+// The condition in words; empty for Standby.
 std::string_view NeedsText(Needs needs);
 
-// The MCU's command ids that the models name; the others are only in the table.
+// The MCU's command ids that the models use by name; the others are only in the table.
 constexpr std::uint8_t kGetPtz = 0x11;
 constexpr std::uint8_t kSetPtz = 0x12;
 constexpr std::uint8_t kGetMotorState = 0x14;

@@ -1,4 +1,4 @@
-// The relay message of the queues and the UART1 frame inside it: bytes in, bytes out.
+// Encodes and decodes the relay message of the queues and the UART1 frame in it.
 //
 //   relay message   AA AA  sequence-id  frame-length  frame...     36 bytes, the rest unused
 //   frame           AA  code  L  data[L]  checksum  55             the frame length is L + 5
@@ -27,7 +27,7 @@ constexpr std::uint8_t kReplyBit = 0x80;    // a reply's code is the request's p
 
 struct Frame {
   std::uint8_t code = 0;
-  Bytes data;  // more than kMaxData bytes only if a fault asks for it
+  Bytes data;  // more than kMaxData bytes only for a fault
 
   Bytes Encode() const;
 };
@@ -35,8 +35,8 @@ struct Frame {
 std::uint8_t Checksum(ByteView bytes);
 constexpr std::uint8_t ReplyCode(std::uint8_t request) { return static_cast<std::uint8_t>(request + kReplyBit); }
 
-// The notice that the tool sends for a signal: four bytes that are not a VISCA packet, for the daemon only. It is never
-// answered.
+// Returns whether the frame is the notice that the tool sends after a signal: four bytes that are not a VISCA packet.
+// It is for the daemon only and is never answered.
 bool IsNotice(const Frame& frame);
 
 enum class Flaw : std::uint8_t { None, Size, Header, FrameLength, Start, Length, Checksum, Stop };
@@ -45,10 +45,10 @@ std::string_view FlawText(Flaw flaw);
 struct Relay {
   std::uint8_t sequence = 0;
   Frame frame;
-  Flaw flaw = Flaw::None;  // the first flaw found; what was read before it is in `sequence` and `frame`
+  Flaw flaw = Flaw::None;  // the first flaw found; `sequence` and `frame` contain what was read before it
 };
 Relay DecodeRelay(ByteView body);
-// `frame` is cut off at the end of the message.
+// A frame that is too long is cut off at the end of the message.
 Bytes EncodeRelay(std::uint8_t sequence, ByteView frame);
 // The sequence id of a message of any size; 0 if it is too short to have one.
 std::uint8_t Sequence(ByteView body);

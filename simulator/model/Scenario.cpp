@@ -10,7 +10,7 @@
 namespace sim {
 namespace {
 
-// An Error whose text still lacks the file's name and the line.
+// An error before the file's name and the line are added to its text.
 struct ErrorAt {
   std::string text;
   std::uint32_t line;
@@ -82,7 +82,7 @@ void ReadRegisters(const toml::table& table, Setup& setup) {
   }
 }
 
-// The variables from `from` to before `to`, and in [camera] the registers.
+// Reads the variables from `from` up to but not including `to`, and in [camera] the registers.
 void ReadVariables(const toml::table& table, const std::string& section, Var from, Var to, Setup& setup) {
   for (const auto& [key, node] : table) {
     const std::string name(key.str());
@@ -119,7 +119,7 @@ void ReadDevice(const toml::table& table, Setup& setup) {
   }
 }
 
-// The value of a fault's key as the text that --fault takes.
+// Returns the value of a fault's key as the text that --fault takes.
 std::string Plain(const toml::node& node, const std::string& key) {
   if (node.is_string()) {
     return *node.value<std::string>();

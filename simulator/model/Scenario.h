@@ -14,8 +14,8 @@
 
 namespace sim {
 
-// The setup that the text describes, the rest as in a default Setup. Throws Error, which begins with `name` and the
-// line: "night.toml:12: ...".
+// Returns the setup that the text describes; what it does not mention is as in a default Setup. Throws Error, whose
+// text begins with `name` and the line: "night.toml:12: ...".
 Setup ParseScenario(std::string_view text, const std::string& name);
 
 }  // namespace sim

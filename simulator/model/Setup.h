@@ -1,4 +1,4 @@
-// How the simulated device starts. Scenario files and the command line fill it in.
+// How the simulated device starts, as set by scenario files and the command line.
 #pragma once
 
 #include <cstdint>
@@ -14,22 +14,22 @@ namespace sim {
 
 struct Setup {
   State state{};
-  std::vector<Fault> faults{};  // of several that strike, the first counts
-  std::uint64_t seed = 1;       // of the faults with a chance
-  bool fast = false;            // no waiting but what a fault asks for
-  Time wake_up = 3 * kSecond;   // how long the camera is silent after its supply came on
-  Time report_every = kSecond;  // of the MCU in automatic response mode
+  std::vector<Fault> faults{};  // if several apply to a request, the first takes effect
+  std::uint64_t seed = 1;       // of the random numbers for faults with a chance
+  bool fast = false;            // no delay except for what a fault asks for
+  Time wake_up = 3 * kSecond;   // how long the camera does not answer after its supply has been switched on
+  Time report_every = kSecond;  // interval of the MCU's reports in automatic response mode
   std::uint32_t baud = 9600;    // of UART1, 8N1
   bool sockets = false;         // forward the camera's own acknowledgement and completion of a command too
 };
 
-// A number or a switch of the setup that has a name: a row for each, with all that the command line, scenario files and
-// the manual's test need to know of it.
+// A number or a switch of the setup: a row for each, with everything that the command line, scenario files and the test
+// of the manual need.
 struct SetupKey {
   std::string_view section;  // of a scenario file; empty: its top level
   std::string_view key;      // in that section
   std::string_view option;   // of the command line
-  bool is_switch;            // true or false; as a number 1 or 0
+  bool is_switch;            // the value is true or false, as a number 1 or 0
   std::int64_t least, greatest;
   std::int64_t (*get)(const Setup& setup);
   void (*set)(Setup& setup, std::int64_t value);  // `value` must be within the range

@@ -49,7 +49,7 @@ std::string ValueText(Var var, std::uint32_t value) {
       return std::string(n.name);
     }
   }
-  const bool decimal = var > kFirstMcu && var < kFirstTransient;  // all of the MCU's but its version
+  const bool decimal = var > kFirstMcu && var < kFirstTransient;  // the MCU's variables except its version
   char text[16];
   std::snprintf(text, sizeof text, decimal ? "%u" : value > 0xFF ? "0x%04X" : "0x%02X", value);
   return text;

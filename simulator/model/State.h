@@ -1,5 +1,5 @@
-// The state of the simulated device: one row per variable, with its starting value and the values it may take. Where a
-// variable is in a packet is Protocol's business.
+// The state of the simulated device: one row per variable, with its starting value and the values it may take. Protocol
+// says where a variable is in a packet.
 #pragma once
 
 #include <array>
@@ -16,7 +16,7 @@ struct ValueName {
   std::string_view name;
 };
 
-// VISCA settings say 2 for on (or auto) and 3 for off (or manual); the block inquiries say 1 and 0.
+// VISCA settings use 2 for on (or auto) and 3 for off (or manual); the block inquiries use 1 and 0.
 constexpr std::uint32_t kOn = 2;
 constexpr std::uint32_t kOff = 3;
 constexpr std::uint32_t kAuto = 2;
@@ -55,8 +55,9 @@ constexpr std::uint32_t kMoveTeleOrFar = 2;
 inline constexpr ValueName kMoves[] = {{kMoveStop, "stop"}, {kMoveTeleOrFar, "tele or far"}, {3, "wide or near"}};
 inline constexpr std::span<const ValueName> kNumber = {};
 
-// The rows: name, start, least and greatest value that a command may set, greatest value that fits the wire (a scenario
-// may start with any up to that), names of the values (a command may set a variable with names to no other value).
+// The rows: name; starting value; least and greatest value that a command may set; greatest value that fits the field
+// in the packet, up to which a scenario may start with any; names of the values. A command may set a variable with
+// names only to a value that has a name.
 // clang-format off
 #define ZR4410_CAMERA_VARIABLES(X)                                \
   /* exposure */                                                  \
@@ -150,8 +151,8 @@ inline constexpr std::span<const ValueName> kNumber = {};
   X(ptz_report,          0,    0, 1,      1,      kOnce)           \
   X(motor_report,        0,    0, 1,      1,      kOnce)
 
-// Fields of a packet that are not lasting state: a register's number, a step, a direction; and flags that the camera
-// computes whenever an inquiry asks for them.
+// Fields of a packet that are not stored: a register's number, a step, a direction; and flags that the camera computes
+// for each inquiry.
 #define ZR4410_TRANSIENT_VARIABLES(X)                              \
   X(register_number,     0,    0, 0xFF,   0xFF,   kNumber)         \
   X(register_value,      0,    0, 0xFF,   0xFF,   kNumber)         \
@@ -187,21 +188,21 @@ struct VarInfo {
   std::uint32_t start, least, greatest, wire;
   std::span<const ValueName> names;  // empty: any number from `least` to `greatest`
 
-  // Whether a command may set the variable to that value.
+  // Returns whether a command may set the variable to that value.
   bool Accepts(std::uint32_t value) const;
-  // The value of that name; nothing if the variable has no such name.
+  // Returns the value with that name; nothing if there is none.
   std::optional<std::uint32_t> FromName(std::string_view text) const;
 };
 const VarInfo& Info(Var var);
 std::optional<Var> FindVar(std::string_view name);
-// "manual", "0x0E", "64000": the value's name, or else its number.
+// Returns the value's name, otherwise its number: "manual", "0x0E", "64000".
 std::string ValueText(Var var, std::uint32_t value);
 
 constexpr std::size_t kSensorModeRegister = 0x72;
 
-// All of the device's state but motors in motion and commands in progress, which the models keep. The constructor gives
-// each variable its starting value. A value always fits its wire width, but need not be one that a command may set: a
-// scenario may start with any.
+// The device's state, except for motors in motion and commands in progress, which the models keep. The constructor
+// gives each variable its starting value. A value always fits its field in the packet, but need not be one that a
+// command may set: a scenario may start with any.
 struct State {
   State();
   std::uint32_t& operator[](Var var) { return values[static_cast<std::size_t>(var)]; }

@@ -65,7 +65,7 @@ std::uint32_t Decode(Code code, std::uint32_t wire) {
   return wire;
 }
 
-// How many bits the template gives to a letter.
+// Returns how many bits the template has for a letter.
 int WidthOf(std::string_view text, char letter) {
   int bits = 0;
   for (std::string_view rest = text, token; !(token = NextToken(rest)).empty();) {
@@ -83,7 +83,7 @@ std::optional<Values> Match(std::string_view text, std::span<const Field> fields
   std::size_t at = 0;
   for (std::string_view rest = text, token; !(token = NextToken(rest)).empty(); ++at) {
     if (token == "..") {
-      at -= at >= data.size() ? 1 : 0;  // missing: nothing to step over
+      at -= at >= data.size() ? 1 : 0;  // the optional byte is missing
       continue;
     }
     if (at >= data.size()) {

@@ -25,7 +25,7 @@ constexpr std::uint8_t kViscaKind = 0xF0;
 constexpr std::uint8_t kViscaAccepted = 0x40;
 constexpr std::uint8_t kViscaCompleted = 0x50;
 constexpr std::uint8_t kViscaError = 0x60;
-constexpr std::uint8_t kViscaNetworkChange = 0x38;  // the whole byte: the camera has come on
+constexpr std::uint8_t kViscaNetworkChange = 0x38;  // the whole byte: the camera has started
 
 // The third byte of an error packet.
 enum : std::uint8_t {
@@ -40,11 +40,11 @@ std::string_view ViscaErrorText(std::uint8_t code);
 
 // At least address, kind and end.
 inline bool IsViscaPacket(ByteView packet) { return packet.size() >= kViscaLeast && packet.back() == kViscaEnd; }
-// The error code in a packet from the camera; 0 if it is not an error packet.
+// Returns the error code in a packet from the camera; 0 if it is not an error packet.
 inline std::uint8_t ViscaError(ByteView packet) {
   return packet.size() == 4 && (packet[1] & kViscaKind) == kViscaError ? packet[2] : std::uint8_t{0};
 }
-// What stands between the kind and the end. The packet must have at least kViscaLeast bytes.
+// Returns the bytes between the kind and the end. The packet must have at least kViscaLeast bytes.
 inline ByteView ViscaData(ByteView packet) { return packet.subspan(2, packet.size() - kViscaLeast); }
 
 }  // namespace sim

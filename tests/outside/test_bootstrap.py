@@ -70,7 +70,7 @@ def test_a_broken_package_source_is_a_warning(programs, tmp_path):
     assert run.returncode == 0
     assert run.stderr.splitlines() == [
         "script/bootstrap: installing socat: a minute or two",
-        "script/bootstrap: warning: apt-get update fails, going on with the package lists there are:",
+        "script/bootstrap: warning: apt-get update failed, continuing with the existing package lists:",
         "E: The repository of somebody has no Release file."]
     assert (tmp_path / "installed").read_text().endswith("install --no-install-recommends socat\n")
 
