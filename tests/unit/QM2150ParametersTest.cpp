@@ -476,8 +476,6 @@ TEST_F(QM2150Parameters, AFailedCommandIsLogged) {
   EXPECT_THAT(os.Log(), testing::AllOf(testing::SizeIs(3), testing::Each(Err("QM2150_Command fail!\n"))));
 }
 
-TEST_F(QM2150Parameters, ThereAreTwentyOneMembers) { EXPECT_EQ(kMembers.size(), 21U); }
-
 TEST_F(QM2150Parameters, ASampleOfEachWrittenOutInFull) {
   ASSERT_EQ(kSamples.size(), kMembers.size());
   for (size_t i = 0; i < kSamples.size(); ++i) {

@@ -68,7 +68,9 @@ TEST_F(ReportsRun, LogsCompletionsWhenTheSettingsSaySo) {
 }
 
 TEST_F(ReportsRun, OfAnotherNumberDoesNothing) {
-  for (const char* number : {"-1", "5", "2147483647", "2147483648", "4294967291", "-2147483648"}) {
+  const std::string next = std::to_string(std::size(kReports));
+  for (const std::string& number :
+       std::vector<std::string>{"-1", next, "2147483647", "2147483648", "4294967291", "-2147483648"}) {
     os.Forget();
     EXPECT_EQ(RunProgram({"-y", number}).status, 0);
     EXPECT_EQ(ReportLines(os), Whole({}, 0)) << number;
