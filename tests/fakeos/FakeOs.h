@@ -4,7 +4,7 @@
 // files, getpid, sigaction) and the linker prefers them to libc's; see SystemCalls.cpp. While a FakeOs exists they act
 // on it, otherwise they call libc's. The product itself is not changed for this. A test looks like this:
 //
-//   TEST_F(Visca, ASyntaxErrorIsReported) {            // fixtures with an `os`: tests/fakeos/Fixtures.h
+//   TEST_F(QM2150Transaction, ASyntaxErrorIsReported) {  // fixtures with an `os`: tests/fakeos/Fixtures.h
 //     os.Reply({0x90, 0x60, 0x02, 0xFF});              // the answer to the next request
 //     tVisca reply{};
 //     EXPECT_EQ(QM2150_Inquiry(0x04, 1, code, &reply), 0);
@@ -92,7 +92,7 @@ struct Request {
 
   uint8_t Id() const { return body.at(2); }
   uint8_t Code() const { return body.at(5); }
-  Bytes Frame() const;    // as many bytes from body byte 4 on as body byte 3 says
+  Bytes Frame() const;    // from body byte 4 on; its length is body byte 3
   Bytes Payload() const;  // between the frame's length byte and its checksum
 };
 

@@ -64,7 +64,7 @@ def test_two_clients_can_mistake_each_others_reply_for_their_own(waiting, queues
     assert one.request == two.request == body("AA AA 01 0A AA 02 05 81 09 00 02 FF C4 55")
     replies.send(relay(1, VERSION), type=one.pid)
     replies.send(relay(1, OTHER_VERSION), type=two.pid)
-    two = resume(two)  # takes the first one, whoever it is for
+    two = resume(two)  # takes the first one, which is for the other client
     one = resume(one)
     assert (two.action(), two.output) == ([], VERSION_TEXT)
     assert (one.action(), one.output) == ([], OTHER_VERSION_TEXT)
@@ -125,7 +125,7 @@ def test_the_read_loop_takes_the_reply_that_another_waits_for(waiting, start, qu
 
 
 def test_many_clients_at_once_all_end(start, tool, simulator):
-    """Every run ends in time, with its banner, and prints an answer or logs an error, whoever gets whose reply."""
+    """They take each other's replies, but each ends in time, with its banner, and prints an answer or logs an error."""
     simulator("--fast", "--quiet")
     commands = ["-s 0 0", "-m 16 0", "-s 1 0", "-m 17 0", "-y 3", "-i 04 00", "-s 2 6", "-m 12 1"]
     runs = [start(*arguments.split()) for arguments in commands * 5]

@@ -140,7 +140,7 @@ def outcome(mode, fault, good):
 
     if mode.kind == "mcu":
         answers = {"nak": 0x40, "short-reply": 0x00, "long-reply": 0x21}
-        if mode.arguments == "-m 16 0":  # prints the first byte, whatever it is
+        if mode.arguments == "-m 16 0":  # prints the first byte without a check
             return good.lines, "Version = 0x%02x\n" % answers.get(fault, 0x90)
         if mode.arguments == "-m 12 1" and fault == "long-reply":
             return good.lines, good.output

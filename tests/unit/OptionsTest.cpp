@@ -102,7 +102,7 @@ class Options : public Machine {
 
 TEST_F(Options, NoArgumentAtAllIsUsage) { ExpectUsage({}); }
 
-TEST_F(Options, HelpIsUsageWhateverElseIsGiven) {
+TEST_F(Options, HelpIsUsageWithAnyOtherArguments) {
   ExpectUsage({"-h"});
   ExpectUsage({"--help"});
   ExpectUsage({"-h", "1", "2", "3", "4", "5", "6"});
@@ -257,7 +257,7 @@ TEST_F(Options, ANegativeNumberIsAcceptedAsTheArgumentOfAnOption) {
   EXPECT_EQ(giArgv1, -1);
 }
 
-// --- Values are read from fixed places, whatever options are there ---
+// --- Values are always the second and third argument ---
 
 TEST_F(Options, ValuesAreReadFromTheSecondAndThirdArgument) {
   ExpectRun({"-g", "-s", "1", "2"}, 1);
