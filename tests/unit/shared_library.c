@@ -151,7 +151,7 @@ ROUTINES(DECLARE)
 
 typedef void (*Routine)(void);
 
-#define ADDRESS(result, name, parameters) (Routine) name,
+#define ADDRESS(result, name, parameters) (Routine)(name),
 static const Routine kRoutines[] = {ROUTINES(ADDRESS)};
 
 static const void* const kGlobals[] = {
