@@ -1,3 +1,4 @@
+// The state behind the fake system calls, and the checks that they make.
 #include "tests/fakeos/FakeOs.h"
 
 #include <fcntl.h>
@@ -21,8 +22,8 @@
 namespace {
 
 constexpr size_t kBodySize = 36;
-constexpr uint8_t kJunk = 0xEE;  // behind the stop byte of a reply, where nothing may be read
-constexpr long kEndless = 1000000;
+constexpr uint8_t kJunk = 0xEE;     // after the stop byte of a reply, where nothing may be read
+constexpr long kEndless = 1000000;  // more system calls than any test makes
 
 uint64_t Nanoseconds(int milliseconds) { return uint64_t{1000000} * static_cast<unsigned>(milliseconds); }
 
@@ -119,14 +120,13 @@ void FakeOs::DropAnswers() {
   arrivals_.clear();
 }
 
-// --- Things that happen ---
+// --- Events ---
 
 FakeOs* FakeOs::current;
 
 FakeOs::FakeOs() : wallClock(1000000000), nowNs_(100'000'000'000), startNs_(nowNs_) {
   files = {{"/defconf/conf.ptz", ""}, {"/sysconf/conf.img", "EXT_DEBUG=0\n"}};
-  // Standard output goes to a memory file, gtest's own failure messages with it; they are passed on at the
-  // end.
+  // Standard output goes to a memory file, including gtest's failure messages; the destructor prints those.
   static const int memory = memfd_create("standard output", MFD_CLOEXEC);
   fflush(stdout);
   realStdout_ = dup(STDOUT_FILENO);
@@ -152,7 +152,7 @@ FakeOs::~FakeOs() {
   dup2(realStdout_, STDOUT_FILENO);
   close(realStdout_);
   for (const std::string& what : wrong_) {
-    ADD_FAILURE() << "The product did what it must never do: " << what;
+    ADD_FAILURE() << "The product made a mistake: " << what;
   }
   if (testing::Test::HasFailure()) {
     fwrite(forgottenOutput_.data(), 1, forgottenOutput_.size(), stdout);
@@ -220,7 +220,7 @@ bool FakeOs::Advance(uint64_t nanoseconds) {
     const auto event = timed_.extract(timed_.begin());
     nowNs_ = std::max(nowNs_, event.key());
     event.mapped().action();
-    if (event.mapped().cutsSleep) {
+    if (event.mapped().interruptsSleep) {
       return true;
     }
   }
@@ -228,7 +228,7 @@ bool FakeOs::Advance(uint64_t nanoseconds) {
   return false;
 }
 
-// --- What was seen ---
+// --- What the product did ---
 
 std::vector<Bytes> FakeOs::Frames() const {
   std::vector<Bytes> frames;
@@ -251,7 +251,7 @@ int FakeOs::Calls(std::string_view call) const {
   return found == calls_.end() ? 0 : found->second;
 }
 
-// Takes what was written to standard output out of the memory file.
+// Moves what was written to standard output out of the memory file.
 std::string FakeOs::Captured() {
   fflush(stdout);
   std::string text(static_cast<size_t>(std::max<off_t>(0, lseek(STDOUT_FILENO, 0, SEEK_CUR))), '\0');
@@ -402,7 +402,7 @@ void FakeOs::Syslog(int priority, const std::string& text) {
   logWritten_ = true;
   log_.push_back({priority & 7, text});
   timeline_.push_back("log " + Number(priority & 7) + ' ' + text);
-  errno = ENOTTY;  // libc's syslog does not keep errno either
+  errno = ENOTTY;  // libc's syslog changes errno too
 }
 
 void FakeOs::Closelog() {
@@ -427,7 +427,7 @@ uint64_t FakeOs::Sleep(uint64_t microseconds, const char* call) {
 
 // --- Files ---
 
-// Every system call on a file comes by here.
+// Every system call on a file goes through here.
 FakeOs::Step FakeOs::FileStep(std::string_view call, const std::string& text) {
   if (killed_) {
     return Step::Dead;

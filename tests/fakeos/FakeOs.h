@@ -1,10 +1,10 @@
 // A fake operating system: unit tests run the product's real code on it, in virtual time.
 //
 // The test executable defines the system calls that the product makes (message queues, syslog, sleeping, clocks,
-// files, getpid, sigaction) and the linker prefers them to libc's; see SystemCalls.cpp. While a FakeOs lives they act
-// on it, else they pass on to libc. The product has no seam for this. A test looks like this:
+// files, getpid, sigaction) and the linker prefers them to libc's; see SystemCalls.cpp. While a FakeOs exists they act
+// on it, otherwise they call libc's. The product itself is not changed for this. A test looks like this:
 //
-//   TEST_F(Visca, ASyntaxErrorIsJudged) {              // fixtures with an `os` in tests/fakeos/Fixtures.h
+//   TEST_F(QM2150Transaction, ASyntaxErrorIsReported) {  // fixtures with an `os`: tests/fakeos/Fixtures.h
 //     os.Reply({0x90, 0x60, 0x02, 0xFF});              // the answer to the next request
 //     tVisca reply{};
 //     EXPECT_EQ(QM2150_Inquiry(0x04, 1, code, &reply), 0);
@@ -13,43 +13,44 @@
 //     EXPECT_THAT(os.Packets(), ElementsAre(Bytes{0x81, 0x09, 0x04, 0x00, 0xFF}));
 //   }
 //
-// The device. Each request takes the next answer of the script; without one it goes to os.device; without that it is
-// never answered.
+// The device. Each request gets the next answer of the script. If there is none, os.device handles it; if that is not
+// set either, it is never answered.
 //   os.Reply({0x10});                        a good reply frame: id echoed, code + 0x80, checksum
 //   os.Reply({0x10}).Code(0x02);             ... with one thing wrong, in whole bytes: Header Id FrameLength Start Code
 //                                            Length Checksum Stop; or Raw(bytes) of any length instead
 //   os.Reply({0x10}).After(120).Type(5);     ... 120 ms later, of another message type
 //   os.NoReply();                            the device is silent
-//   os.device = [&](const Request& r) { os.Answer(r, {0x10}); };      a device with a mind of its own
-//   os.Arrive(Bytes(36));                    a message on the reply queue, now or in `after` ms; above 36 bytes it
-//                                            stays there and fails every msgrcv with E2BIG, as in the kernel
-//   os.RemovePoison();                       something else removes such messages
+//   os.device = [&](const Request& r) { os.Answer(r, {0x10}); };      a device in code
+//   os.Arrive(Bytes(36));                    a message on the reply queue, now or in `after` ms; one of more than 36
+//                                            bytes stays there and fails every msgrcv with E2BIG, as in the kernel
+//   os.RemovePoison();                       removes such messages, as another program could
 //
-// Things that happen. `call` is one of kCalls; the n-th counts from 1, from now on.
+// Events. `call` is one of kCalls; n counts its calls from now on, beginning with 1.
 //   os.Fail("msgsnd", EAGAIN);               the next call fails; Fail(call, errno, n, times): later, and longer
 //   os.On("usleep", 2, [] { ... });          runs at the beginning of that call
 //   os.StopAt("msgrcv", 3);                  sets the stop flag there (no handler, no log line)
-//   os.SignalAt(120, SIGTERM);               SignalHandler runs 120 virtual ms from now and cuts a sleep short
-//   os.At(120, [] { ... });                  anything else; cuts nothing
+//   os.SignalAt(120, SIGTERM);               SignalHandler runs 120 virtual ms from now and interrupts a sleep
+//   os.At(120, [] { ... });                  anything else; does not interrupt a sleep
 //
-// What was seen, in order, since the start or os.Forget():
+// What the product did, in order, since the start or os.Forget():
 //   os.Log()        log lines with their levels: Err("..."), Info("..."), Debug("...")
 //   os.Requests()   messages sent;  os.Frames() their UART1 frames;  os.Packets() their payloads
-//   os.Slept()      sleeps in microseconds, as asked for;  os.ElapsedMs() the virtual time that passed
+//   os.Slept()      sleeps in microseconds, as requested;  os.ElapsedMs() the virtual time that passed
 //   os.Output()     standard output;  os.Calls("msgrcv") how often a call was made
 //   os.Timeline()   everything as one list of texts: "sleep 50000", "send 1234 AA AA 01 ...", "receive 36",
-//                   "log 3 ...", "sigaction 15"
+//                   Logged(Err("...")), "sigaction 15"
 //
 // Files are in memory: os.files["/sysconf/conf.img"] = "EXT_DEBUG=0\n". Every system call on a file is a step:
 //   os.FileSteps()                           "open r /a", "read /a", "write /b", "fsync /b", "close /b", "rename /b /a"
 //   os.FailFileStep(n, ENOSPC);              the n-th step fails
-//   os.KillAtFileStep(n);                    the process dies there: neither that step nor any later one has an effect
-//   os.AfterPowerCut()                       the files as found after a power cut: data not fsynced is lost
+//   os.KillAtFileStep(n);                    the process is killed: neither that step nor any later one has an effect
+//   os.AfterPowerCut()                       the files after a power cut: data without an fsync is lost
 //   os.AskedFor()                            how many bytes the last read asked for
 //
-// What no correct program does fails the test by itself: a log line without openlog or closelog; logging, the local
-// time, making or closing a stream, or using one without a buffer of its own while the handled signals could interrupt
-// it; sleeping, opening, reading or writing with them held back; a blocking queue call; a wrong size.
+// FakeOs fails a test whose product code makes one of these mistakes: a log line without openlog or closelog; logging,
+// asking for the local time, creating or closing a stream, or using one without a buffer of its own while the handled
+// signals could interrupt it; sleeping, opening, reading or writing while they are held back; a blocking queue call; a
+// wrong size.
 #ifndef ZR4410_TESTS_FAKEOS_FAKEOS_H
 #define ZR4410_TESTS_FAKEOS_FAKEOS_H
 
@@ -91,11 +92,11 @@ struct Request {
 
   uint8_t Id() const { return body.at(2); }
   uint8_t Code() const { return body.at(5); }
-  Bytes Frame() const;    // as many bytes from body byte 4 on as body byte 3 says
+  Bytes Frame() const;    // from body byte 4 on; its length is body byte 3
   Bytes Payload() const;  // between the frame's length byte and its checksum
 };
 
-// An answer of the device, good unless told otherwise.
+// An answer of the device: a good one, changed in the ways asked for.
 class Reply {
  public:
   Reply() = default;
@@ -105,8 +106,8 @@ class Reply {
   Reply& Id(uint8_t value) { return Set(2, value); }
   Reply& FrameLength(uint8_t value) { return Set(3, value); }
   Reply& Start(uint8_t value) { return Set(4, value); }
-  Reply& Code(uint8_t value) { return Set(5, value); }    // the checksum fits the wrong code,
-  Reply& Length(uint8_t value) { return Set(6, value); }  // and the wrong length
+  Reply& Code(uint8_t value) { return Set(5, value); }    // the checksum includes the wrong code
+  Reply& Length(uint8_t value) { return Set(6, value); }  // or the wrong length
   Reply& Checksum(uint8_t value) { return checksum_ = value, *this; }
   Reply& Stop(uint8_t value) { return stop_ = value, *this; }
   Reply& Raw(Bytes bytes) { return raw_ = std::move(bytes), *this; }
@@ -140,8 +141,8 @@ class FakeOs {
                                                 "sleep", "clock_gettime", "time",   "open",   "read",      "write",
                                                 "fsync", "close",         "rename", "unlink", "sigaction", "fdopen"};
   static constexpr int kPid = 4711;
-  static constexpr int kRequestQueue = 0,
-                       kReplyQueue = 32769;  // ids of the keys with 'b' and 'a'; 0 is a good id
+  // The ids of the queues with project 'b' and 'a'. 0 is a valid id.
+  static constexpr int kRequestQueue = 0, kReplyQueue = 32769;
 
   // --- The device ---
   ::Reply& Reply(Bytes payload);
@@ -150,11 +151,11 @@ class FakeOs {
   void Answer(const Request& request, Bytes payload, int after = 0);
   void Arrive(Bytes message, int after = 0, long type = 77);
   void RemovePoison();
-  size_t Waiting() const { return arrivals_.size(); }  // messages on the reply queue, those still under way included
-  size_t Unused() const { return script_.size(); }     // answers that no request took
-  void DropAnswers();                                  // those, and what waits on the reply queue or is under way
+  size_t Waiting() const { return arrivals_.size(); }  // messages on the reply queue and on their way to it
+  size_t Unused() const { return script_.size(); }     // answers of the script that no request took
+  void DropAnswers();                                  // drops all of these
 
-  // --- Things that happen ---
+  // --- Events ---
   void On(std::string_view call, int n, std::function<void()> action);
   void Fail(std::string_view call, int error, int n = 1, int times = 1);
   void StopAt(std::string_view call, int n = 1);
@@ -162,9 +163,9 @@ class FakeOs {
   void SignalAt(int milliseconds, int signal);
   void AdvanceMs(int milliseconds);
   void SetClock(uint64_t monotonicNanoseconds) { nowNs_ = startNs_ = monotonicNanoseconds; }
-  time_t wallClock;  // what time() tells; stands still
+  time_t wallClock;  // what time() returns; does not advance
 
-  // --- What was seen ---
+  // --- What the product did ---
   const std::vector<LogLine>& Log() const { return log_; }
   const std::vector<Request>& Requests() const { return requests_; }
   std::vector<Bytes> Frames() const;
@@ -186,7 +187,7 @@ class FakeOs {
     bool emptyMask, asksForOld;
   };
   const std::vector<Handler>& Handlers() const { return handlers_; }
-  void Forget();  // everything seen until now; counting of calls, Slept and ElapsedMs start anew
+  void Forget();  // clears all of this; calls and time are counted from here
 
   // --- Files ---
   std::map<std::string, std::string> files;
@@ -200,8 +201,8 @@ class FakeOs {
 
   // --- For the system calls in SystemCalls.cpp ---
   static FakeOs* current;
-  bool Enter(std::string_view call);              // counts, runs what was set up for it; false: it fails, errno is set
-  void NeedSignalsHeld(const std::string& what);  // what takes a lock of libc's, which the handler would wait for
+  bool Enter(std::string_view call);              // counts the call and runs its events; false: it fails, errno is set
+  void NeedSignalsHeld(const std::string& what);  // for calls that take a lock that a handler would wait for
   int Ftok(const char* path, int project);
   int Msgget(int key, int flags);
   int Msgsnd(int queue, const void* message, size_t size, int flags);
@@ -221,7 +222,7 @@ class FakeOs {
   int Rename(const std::string& from, const std::string& to);
   int Unlink(const std::string& path);
   bool IsOpen(int file) const { return open_.contains(file); }
-  void NeedSignalsFree(const std::string& what);  // what may wait, and must end when a signal arrives
+  void NeedSignalsFree(const std::string& what);  // for calls that may wait, and must end when a signal arrives
   std::map<FILE*, int> streams;                   // the buffered streams and their files
   std::set<int> ownBuffers;                       // files whose streams were given a buffer
 
@@ -233,16 +234,16 @@ class FakeOs {
   };
   struct Planned {
     int n;
-    int error;  // 0: the call goes on
+    int error;  // 0: the call is carried out
     std::function<void()> action;
   };
   struct Timed {
     std::function<void()> action;
-    bool cutsSleep;
+    bool interruptsSleep;
   };
   struct OpenFile {
     std::string path;
-    std::string content;  // as it was on opening, for reading
+    std::string content;  // for reading: as it was when the file was opened
     size_t position;
     bool append;
   };
@@ -250,7 +251,7 @@ class FakeOs {
 
   void Wrong(const std::string& what) { wrong_.push_back(what); }
   void Deliver(const ::Reply& reply, const Request& request);
-  bool Advance(uint64_t nanoseconds);  // true: cut short by a signal
+  bool Advance(uint64_t nanoseconds);  // true: interrupted by a signal
   Step FileStep(std::string_view call, const std::string& text);
   int FileStepsNow() const { return static_cast<int>(fileSteps_.size()); }
   std::string Captured();

@@ -1,3 +1,4 @@
+// Each fault of an exchange: how it is caused, the result and the log lines.
 #include "tests/fakeos/Faults.h"
 
 #include <cerrno>
@@ -57,7 +58,7 @@ std::vector<Fault> QueueFaults(const char* timeoutLine) {
   };
 }
 
-Fault Spoilt(const char* name, std::function<void(Reply&)> spoil, int result, std::vector<LogLine> lines) {
+Fault Spoilt(const char* name, int result, std::vector<LogLine> lines, std::function<void(Reply&)> spoil) {
   return {name, [spoil](FakeOs& os, const Bytes& good) { spoil(os.Reply(good)); }, result, std::move(lines)};
 }
 
@@ -66,78 +67,70 @@ std::vector<Fault> operator+(std::vector<Fault> first, const std::vector<Fault>&
   return first;
 }
 
-const std::vector<Fault> kCameraHeader = {
-    Spoilt("FirstHeaderByte", [](Reply& r) { r.Header(0xAB, 0xAA); }, -1, {Err("QM2150_CheckZR4410Packet failed!")}),
-    Spoilt("SecondHeaderByte", [](Reply& r) { r.Header(0xAA, 0x55); }, -1, {Err("QM2150_CheckZR4410Packet failed!")}),
-    Spoilt("SequenceId", [](Reply& r) { r.Id(0xC7); }, -1,
-           {Err("SeqID failed!"), Err("QM2150_CheckZR4410Packet failed!")}),
-};
+// What the routines for a reply frame without a VISCA packet reject. anothersCode: of a reply to the other kind of
+// request; fill: the line of the routine that copies the frame.
+std::vector<Fault> PlainFrameFaults(uint8_t code, uint8_t anothersCode, const char* fill) {
+  const auto rejected = [](const char* name, const char* line, std::function<void(Reply&)> spoil) {
+    return Spoilt(name, -1, {Err(line), Err("MCU_CheckUart1Resp failed!")}, std::move(spoil));
+  };
+  return {
+      Spoilt("LengthSeventeen", -1, {Err("Len > DATA_MAX_LEN"), Err(fill)}, [](Reply& r) { r.Length(17); }),
+      rejected("Start", "UART1_CMD_START failed!", [](Reply& r) { r.Start(0x55); }),
+      rejected("CodeWithout0x80", "UART1 RESP CMD Code failed!", [code](Reply& r) { r.Code(code); }),
+      rejected("AnothersCode", "UART1 RESP CMD Code failed!", [anothersCode](Reply& r) { r.Code(anothersCode); }),
+      rejected("Checksum", "Checksum failed!", [](Reply& r) { r.Checksum(0x00); }),
+      rejected("Stop", "_UART1_CMD_STOP failed!", [](Reply& r) { r.Stop(0xAA); }),
+  };
+}
+
+std::vector<Fault> ViscaFrameFaults() {
+  const auto rejected = [](const char* name, int result, const char* line, std::function<void(Reply&)> spoil) {
+    return Spoilt(name, result, {Err(line), Err("QM2150_CheckUart1Resp failed!")}, std::move(spoil));
+  };
+  const std::vector<LogLine> length = {Err("Len > VISCA_PACKET_MAX_LEN"), Err("QM2150_FillUart1Resp failed!")};
+  return {
+      Spoilt("LengthTwo", -57, length, [](Reply& r) { r.Length(2); }),
+      Spoilt("LengthTwenty", -57, length, [](Reply& r) { r.Length(20); }),
+      rejected("Start", -58, "VISCA_UART1_CMD_START failed!", [](Reply& r) { r.Start(0x55); }),
+      rejected("CodeWithout0x80", -1, "UART1 RESP CMD Code failed!", [](Reply& r) { r.Code(0x02); }),
+      rejected("AnothersCode", -1, "UART1 RESP CMD Code failed!", [](Reply& r) { r.Code(0x90); }),
+      rejected("Checksum", -58, "Checksum failed!", [](Reply& r) { r.Checksum(0x00); }),
+      rejected("Stop", -58, "VISCA_UART1_CMD_STOP failed!", [](Reply& r) { r.Stop(0xAA); }),
+  };
+}
+
+// check: the line of the routine that checks the relay message; header: what it logs before that for a wrong header.
+std::vector<Fault> RelayFaults(const char* check, const std::vector<LogLine>& header) {
+  std::vector<LogLine> lines = header;
+  lines.push_back(Err(check));
+  return {
+      Spoilt("FirstHeaderByte", -1, lines, [](Reply& r) { r.Header(0xAB, 0xAA); }),
+      Spoilt("SecondHeaderByte", -1, lines, [](Reply& r) { r.Header(0xAA, 0x55); }),
+      Spoilt("SequenceId", -1, {Err("SeqID failed!"), Err(check)}, [](Reply& r) { r.Id(0xC7); }),
+  };
+}
+
+std::vector<Fault> CameraFaults() {
+  return QueueFaults("ZR4410_MsgQ_Receive timeout!") + RelayFaults("QM2150_CheckZR4410Packet failed!", {});
+}
 
 }  // namespace
 
 const std::vector<Fault>& InquiryFaults() {
-  static const auto faults = QueueFaults("ZR4410_MsgQ_Receive timeout!") + kCameraHeader +
-                             std::vector<Fault>{
-                                 Spoilt("LengthTwo", [](Reply& r) { r.Length(2); }, -57,
-                                        {Err("Len > VISCA_PACKET_MAX_LEN"), Err("QM2150_FillUart1Resp failed!")}),
-                                 Spoilt("LengthTwenty", [](Reply& r) { r.Length(20); }, -57,
-                                        {Err("Len > VISCA_PACKET_MAX_LEN"), Err("QM2150_FillUart1Resp failed!")}),
-                                 Spoilt("Start", [](Reply& r) { r.Start(0x55); }, -58,
-                                        {Err("VISCA_UART1_CMD_START failed!"), Err("QM2150_CheckUart1Resp failed!")}),
-                                 Spoilt("CodeWithout0x80", [](Reply& r) { r.Code(0x02); }, -1,
-                                        {Err("UART1 RESP CMD Code failed!"), Err("QM2150_CheckUart1Resp failed!")}),
-                                 Spoilt("AnothersCode", [](Reply& r) { r.Code(0x90); }, -1,
-                                        {Err("UART1 RESP CMD Code failed!"), Err("QM2150_CheckUart1Resp failed!")}),
-                                 Spoilt("Checksum", [](Reply& r) { r.Checksum(0x00); }, -58,
-                                        {Err("Checksum failed!"), Err("QM2150_CheckUart1Resp failed!")}),
-                                 Spoilt("Stop", [](Reply& r) { r.Stop(0xAA); }, -58,
-                                        {Err("VISCA_UART1_CMD_STOP failed!"), Err("QM2150_CheckUart1Resp failed!")}),
-                             };
+  static const auto faults = CameraFaults() + ViscaFrameFaults();
   return faults;
 }
 
 const std::vector<Fault>& CommandFaults() {
-  static const auto faults = QueueFaults("ZR4410_MsgQ_Receive timeout!") + kCameraHeader +
-                             std::vector<Fault>{
-                                 // Also logged under the inquiry's name.
-                                 Spoilt("LengthSeventeen", [](Reply& r) { r.Length(17); }, -1,
-                                        {Err("Len > DATA_MAX_LEN"), Err("QM2150_FillUart1Resp failed!")}),
-                                 Spoilt("Start", [](Reply& r) { r.Start(0x55); }, -1,
-                                        {Err("UART1_CMD_START failed!"), Err("MCU_CheckUart1Resp failed!")}),
-                                 Spoilt("CodeWithout0x80", [](Reply& r) { r.Code(0x02); }, -1,
-                                        {Err("UART1 RESP CMD Code failed!"), Err("MCU_CheckUart1Resp failed!")}),
-                                 Spoilt("AnothersCode", [](Reply& r) { r.Code(0x90); }, -1,
-                                        {Err("UART1 RESP CMD Code failed!"), Err("MCU_CheckUart1Resp failed!")}),
-                                 Spoilt("Checksum", [](Reply& r) { r.Checksum(0x00); }, -1,
-                                        {Err("Checksum failed!"), Err("MCU_CheckUart1Resp failed!")}),
-                                 Spoilt("Stop", [](Reply& r) { r.Stop(0xAA); }, -1,
-                                        {Err("_UART1_CMD_STOP failed!"), Err("MCU_CheckUart1Resp failed!")}),
-                             };
+  // The length is logged under the inquiry's name.
+  static const auto faults = CameraFaults() + PlainFrameFaults(0x02, 0x90, "QM2150_FillUart1Resp failed!");
   return faults;
 }
 
 const std::vector<Fault>& McuFaults() {
   static const auto faults = QueueFaults("ZR4410_MsgQ_Receive failed!") +
-                             std::vector<Fault>{
-                                 Spoilt("FirstHeaderByte", [](Reply& r) { r.Header(0xAB, 0xAA); }, -1,
-                                        {Err("ZR4410_PACKET_HEADER failed!"), Err("MCU_CheckZR4410Packet failed!")}),
-                                 Spoilt("SecondHeaderByte", [](Reply& r) { r.Header(0xAA, 0x55); }, -1,
-                                        {Err("ZR4410_PACKET_HEADER failed!"), Err("MCU_CheckZR4410Packet failed!")}),
-                                 Spoilt("SequenceId", [](Reply& r) { r.Id(0xC7); }, -1,
-                                        {Err("SeqID failed!"), Err("MCU_CheckZR4410Packet failed!")}),
-                                 Spoilt("LengthSeventeen", [](Reply& r) { r.Length(17); }, -1,
-                                        {Err("Len > DATA_MAX_LEN"), Err("MCU_FillUart1Resp failed!")}),
-                                 Spoilt("Start", [](Reply& r) { r.Start(0x55); }, -1,
-                                        {Err("UART1_CMD_START failed!"), Err("MCU_CheckUart1Resp failed!")}),
-                                 Spoilt("CodeWithout0x80", [](Reply& r) { r.Code(0x10); }, -1,
-                                        {Err("UART1 RESP CMD Code failed!"), Err("MCU_CheckUart1Resp failed!")}),
-                                 Spoilt("AnothersCode", [](Reply& r) { r.Code(0x82); }, -1,
-                                        {Err("UART1 RESP CMD Code failed!"), Err("MCU_CheckUart1Resp failed!")}),
-                                 Spoilt("Checksum", [](Reply& r) { r.Checksum(0x00); }, -1,
-                                        {Err("Checksum failed!"), Err("MCU_CheckUart1Resp failed!")}),
-                                 Spoilt("Stop", [](Reply& r) { r.Stop(0xAA); }, -1,
-                                        {Err("_UART1_CMD_STOP failed!"), Err("MCU_CheckUart1Resp failed!")}),
-                             };
+                             RelayFaults("MCU_CheckZR4410Packet failed!", {Err("ZR4410_PACKET_HEADER failed!")}) +
+                             PlainFrameFaults(0x10, 0x82, "MCU_FillUart1Resp failed!");
   return faults;
 }
 

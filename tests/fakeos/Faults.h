@@ -1,5 +1,5 @@
 // Everything that can go wrong in one exchange, as tables: what to set up before it, the result, and the log lines of
-// the exchange itself. The texts are checked by the tests of the exchange only (QM2150Transaction and McuComm).
+// the exchange itself. Only the tests of the exchange check these texts (QM2150Transaction and McuComm).
 #ifndef ZR4410_TESTS_FAKEOS_FAULTS_H
 #define ZR4410_TESTS_FAKEOS_FAULTS_H
 
@@ -11,7 +11,7 @@
 #include "tests/fakeos/FakeOs.h"
 
 struct Fault {
-  std::string name;  // for a test's name: letters only
+  std::string name;  // part of a test's name: letters and digits only
   // Makes the next exchange fail on a machine with open queues. good: the payload of a good reply.
   std::function<void(FakeOs& os, const Bytes& good)> arrange;
   int result;

@@ -1,3 +1,4 @@
+// Resets the product between tests and runs the whole program.
 #include "tests/fakeos/Fixtures.h"
 
 #include <getopt.h>
@@ -40,18 +41,17 @@ Ended RunProgram(std::vector<std::string> arguments) {
   }
   argv.push_back(nullptr);
 
-  // getopt_long complains through the stream, not through its descriptor, which stays free for a sanitizer's
-  // report.
+  // getopt_long prints to the stream. The descriptor is left alone: a sanitizer writes its report there.
   char* text = nullptr;
   size_t size = 0;
   FILE* const realErrors = stderr;
   stderr = open_memstream(&text, &size);
-  optind = 0;  // starts getopt_long anew
+  optind = 0;  // restarts getopt_long
   sigset_t before;
   pthread_sigmask(SIG_BLOCK, nullptr, &before);
   Ended ended{testZR4410_main(static_cast<int>(arguments.size()), argv.data()), "", false};
   sigset_t after;
-  pthread_sigmask(SIG_SETMASK, &before, &after);  // a program that ends leaves its signals held back
+  pthread_sigmask(SIG_SETMASK, &before, &after);  // the program holds its signals back at its end
   ended.signalsHeld = sigismember(&after, SIGTERM) == 1;
   fclose(stderr);
   stderr = realErrors;
@@ -84,7 +84,7 @@ void Linked::StartOver() {
 
 Linked::Linked() {
   if (ZR4410_MsgQ_Open() != 0) {
-    ADD_FAILURE() << "the queues do not open";
+    ADD_FAILURE() << "the queues cannot be opened";
   }
   os.Forget();
 }

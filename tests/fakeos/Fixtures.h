@@ -27,7 +27,7 @@ using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::IsEmpty;
 
-// The poll interval, for tests that are about something else; MsgqClientTest has it as a number.
+// The poll interval, for tests of something else. MsgqClientTest checks the number itself.
 inline constexpr int kPollMs = ZR4410_POLL_MS;
 inline constexpr int kPollsUntilTimeOut = ZR4410_TIMEOUT_MS / ZR4410_POLL_MS + 1;
 inline constexpr int kTimeOutMs = kPollsUntilTimeOut * kPollMs;
@@ -41,18 +41,18 @@ Bytes Completed(Bytes data);
 // A copy of data bytes with some of them replaced: With(kBlock, {{11, 0x20}}).
 Bytes With(Bytes data, const std::map<size_t, uint8_t>& changes);
 
-// Every global of the product as it is at the start of a program.
+// Sets every global of the product to its value at the start of a program.
 void ResetProduct();
 
-// What strtol makes of a number that needs more than 32 bits is stored in 32: the number of that 64-bit pattern's lower
-// half where a long has 64 bits, or the nearest one where it has 32, as on the device.
+// What is stored in 32 bits of strtol's result for a larger number: the lower half of a long of 64 bits, or the nearest
+// number that a long of 32 bits holds, as on the device.
 inline constexpr int32_t LowerHalfOrNearest(int32_t lowerHalf, int32_t nearest) {
   return sizeof(long) == 8 ? lowerHalf : nearest;
 }
 
 // How a run of the whole program ended.
 struct Ended {
-  int status;          // what main returned: the exit status, except that the system turns -1 into 255
+  int status;          // what main returned; the system turns -1 into the exit status 255
   std::string errors;  // standard error
   bool signalsHeld;    // whether SIGTERM was blocked at the end
 };
@@ -65,16 +65,16 @@ class Machine : public testing::Test {
   FakeOs os;
 };
 
-// The machine with both queues open. What was seen while they opened is forgotten.
+// The machine with both queues open. What happened while they were opened is forgotten.
 class Linked : public Machine {
  protected:
   Linked();
 
-  // Starts over within a test, after a failed exchange: queues open and empty, no stop flag, nothing seen.
+  // Starts over within a test, after a failed exchange: queues open and empty, no stop flag, nothing recorded.
   void StartOver();
 };
 
-// A record of recognisable junk, to see what a routine clears and what it leaves unchanged.
+// A record filled with one value, to see what a routine clears and what it leaves unchanged.
 template <typename Record>
 Record Filled(uint8_t value) {
   Record record;

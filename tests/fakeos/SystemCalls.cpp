@@ -1,5 +1,5 @@
-// The system calls that the product makes, defined here so that the linker prefers them to libc's. They act
-// on the FakeOs that lives and pass on to libc when there is none (gtest itself uses clocks and files).
+// The system calls that the product makes, defined here so that the linker prefers them to libc's. They act on the
+// current FakeOs, and call libc's if there is none (gtest itself uses clocks and files).
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/ipc.h>
@@ -17,7 +17,7 @@
 
 #include "tests/fakeos/FakeOs.h"
 
-// Where a 32-bit build chose wide times or offsets, the headers have renamed the calls below.
+// In a 32-bit build with 64-bit times or offsets the headers rename the calls below.
 #if defined(_FILE_OFFSET_BITS) && _FILE_OFFSET_BITS == 64 && __LONG_WIDTH__ == 32
 #define OFFSET_NAME(name) name "64"
 #else
@@ -33,10 +33,9 @@ namespace {
 
 FakeOs*& os = FakeOs::current;
 
-template <typename Function>
-Function* Libc(const char* name) {
-  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
+// libc's own call, under its name or another.
+#define LIBC_AS(call, name) reinterpret_cast<decltype(&(call))>(dlsym(RTLD_NEXT, name))
+#define LIBC(call) LIBC_AS(call, #call)
 
 std::string Format(const char* format, va_list arguments) {
   char text[4096];
@@ -63,7 +62,7 @@ ssize_t StreamRead(void* cookie, char* out, size_t size) {
 ssize_t StreamWrite(void* cookie, const char* data, size_t size) {
   NeedOwnBuffer(cookie, "a stream's write");
   const ssize_t written = os->Write(FileOf(cookie), data, size);
-  return written < 0 ? 0 : written;  // 0 is how a stream is told of a failure
+  return written < 0 ? 0 : written;  // a stream takes 0 for a failure
 }
 
 int StreamSeek(void* cookie, off64_t* offset, int whence) {
@@ -92,27 +91,21 @@ extern "C" {
 
 // --- Queues ---
 
-key_t ftok(const char* path, int project) noexcept {
-  return os ? os->Ftok(path, project) : Libc<key_t(const char*, int)>("ftok")(path, project);
-}
+key_t ftok(const char* path, int project) noexcept { return os ? os->Ftok(path, project) : LIBC(ftok)(path, project); }
 
-int msgget(key_t key, int flags) noexcept {
-  return os ? os->Msgget(key, flags) : Libc<int(key_t, int)>("msgget")(key, flags);
-}
+int msgget(key_t key, int flags) noexcept { return os ? os->Msgget(key, flags) : LIBC(msgget)(key, flags); }
 
 int msgsnd(int queue, const void* message, size_t size, int flags) {
-  return os ? os->Msgsnd(queue, message, size, flags)
-            : Libc<int(int, const void*, size_t, int)>("msgsnd")(queue, message, size, flags);
+  return os ? os->Msgsnd(queue, message, size, flags) : LIBC(msgsnd)(queue, message, size, flags);
 }
 
 ssize_t msgrcv(int queue, void* message, size_t size, long type, int flags) {
-  return os ? os->Msgrcv(queue, message, size, type, flags)
-            : Libc<ssize_t(int, void*, size_t, long, int)>("msgrcv")(queue, message, size, type, flags);
+  return os ? os->Msgrcv(queue, message, size, type, flags) : LIBC(msgrcv)(queue, message, size, type, flags);
 }
 
-pid_t getpid() noexcept { return os ? FakeOs::kPid : Libc<pid_t()>("getpid")(); }
+pid_t getpid() noexcept { return os ? FakeOs::kPid : LIBC(getpid)(); }
 
-// --- Log: without a FakeOs nothing is logged, tests leave no traces in the machine's log ---
+// --- Log: without a FakeOs nothing is logged, so that tests never write to this machine's log ---
 
 void openlog(const char* ident, int option, int facility) {
   if (os) {
@@ -133,7 +126,7 @@ void syslog(int priority, const char* format, ...) {
   va_end(arguments);
 }
 
-// What the two become in a fortified build.
+// The names of the two in a fortified build.
 void __vsyslog_chk(int priority, int, const char* format, va_list arguments) { vsyslog(priority, format, arguments); }
 
 void __syslog_chk(int priority, int, const char* format, ...) {
@@ -153,7 +146,7 @@ void closelog() {
 
 int usleep(useconds_t microseconds) {
   if (!os) {
-    return Libc<int(useconds_t)>("usleep")(microseconds);
+    return LIBC(usleep)(microseconds);
   }
   if (os->Sleep(microseconds, "usleep") != 0) {
     errno = EINTR;
@@ -164,12 +157,12 @@ int usleep(useconds_t microseconds) {
 
 unsigned sleep(unsigned seconds) {
   return os ? static_cast<unsigned>((os->Sleep(uint64_t{seconds} * 1000000, "sleep") + 999999) / 1000000)
-            : Libc<unsigned(unsigned)>("sleep")(seconds);
+            : LIBC(sleep)(seconds);
 }
 
 int clock_gettime(clockid_t clock, timespec* now) noexcept {
   if (!os) {
-    static const auto libc = Libc<int(clockid_t, timespec*)>(TIME_NAME("clock_gettime"));
+    static const auto libc = LIBC_AS(clock_gettime, TIME_NAME("clock_gettime"));
     return libc(clock, now);
   }
   if (!os->Enter("clock_gettime")) {
@@ -186,7 +179,7 @@ int clock_gettime(clockid_t clock, timespec* now) noexcept {
 
 time_t time(time_t* now) noexcept {
   if (!os) {
-    return Libc<time_t(time_t*)>(TIME_NAME("time"))(now);
+    return LIBC_AS(time, TIME_NAME("time"))(now);
   }
   os->Enter("time");
   if (now) {
@@ -199,14 +192,14 @@ tm* localtime(const time_t* now) noexcept {
   if (os) {
     os->NeedSignalsHeld("localtime");
   }
-  return Libc<tm*(const time_t*)>(TIME_NAME("localtime"))(now);
+  return LIBC_AS(localtime, TIME_NAME("localtime"))(now);
 }
 
-// --- Signals: a FakeOs installs no handler, it calls SignalHandler ---
+// --- Signals: FakeOs calls SignalHandler itself, so no handler is installed ---
 
 int sigaction(int signal, const struct sigaction* action, struct sigaction* old) noexcept {
   if (!os || !action) {
-    return Libc<int(int, const struct sigaction*, struct sigaction*)>("sigaction")(signal, action, old);
+    return LIBC(sigaction)(signal, action, old);
   }
   if (!os->Enter("sigaction")) {
     return -1;
@@ -219,7 +212,7 @@ int sigaction(int signal, const struct sigaction* action, struct sigaction* old)
 
 FILE* fopen(const char* path, const char* mode) {
   if (!os) {
-    return Libc<FILE*(const char*, const char*)>(OFFSET_NAME("fopen"))(path, mode);
+    return LIBC_AS(fopen, OFFSET_NAME("fopen"))(path, mode);
   }
   os->NeedSignalsHeld("fopen");
   const int write = strchr(mode, '+') ? O_RDWR : O_WRONLY;
@@ -231,7 +224,7 @@ FILE* fopen(const char* path, const char* mode) {
 
 FILE* fdopen(int file, const char* mode) noexcept {
   if (!os || !os->IsOpen(file)) {
-    return Libc<FILE*(int, const char*)>("fdopen")(file, mode);
+    return LIBC(fdopen)(file, mode);
   }
   os->NeedSignalsHeld("fdopen");
   return os->Enter("fdopen") ? OpenStream(file, mode) : nullptr;
@@ -244,7 +237,7 @@ int setvbuf(FILE* stream, char* buffer, int mode, size_t size) noexcept {
       os->ownBuffers.insert(found->second);
     }
   }
-  return Libc<int(FILE*, char*, int, size_t)>("setvbuf")(stream, buffer, mode, size);
+  return LIBC(setvbuf)(stream, buffer, mode, size);
 }
 
 int fileno(FILE* stream) noexcept {
@@ -253,7 +246,7 @@ int fileno(FILE* stream) noexcept {
       return found->second;
     }
   }
-  return Libc<int(FILE*)>("fileno")(stream);
+  return LIBC(fileno)(stream);
 }
 
 int open(const char* path, int flags, ...) {
@@ -264,29 +257,25 @@ int open(const char* path, int flags, ...) {
   va_start(arguments, flags);
   const auto mode = va_arg(arguments, mode_t);
   va_end(arguments);
-  return Libc<int(const char*, int, ...)>(OFFSET_NAME("open"))(path, flags, mode);
+  return LIBC_AS(open, OFFSET_NAME("open"))(path, flags, mode);
 }
 
 ssize_t read(int file, void* out, size_t size) {
-  return os && os->IsOpen(file) ? os->Read(file, static_cast<char*>(out), size)
-                                : Libc<ssize_t(int, void*, size_t)>("read")(file, out, size);
+  return os && os->IsOpen(file) ? os->Read(file, static_cast<char*>(out), size) : LIBC(read)(file, out, size);
 }
 
 ssize_t write(int file, const void* data, size_t size) {
-  return os && os->IsOpen(file) ? os->Write(file, static_cast<const char*>(data), size)
-                                : Libc<ssize_t(int, const void*, size_t)>("write")(file, data, size);
+  return os && os->IsOpen(file) ? os->Write(file, static_cast<const char*>(data), size) : LIBC(write)(file, data, size);
 }
 
-int fsync(int file) { return os && os->IsOpen(file) ? os->Fsync(file) : Libc<int(int)>("fsync")(file); }
+int fsync(int file) { return os && os->IsOpen(file) ? os->Fsync(file) : LIBC(fsync)(file); }
 
-int close(int file) { return os && os->IsOpen(file) ? os->Close(file) : Libc<int(int)>("close")(file); }
+int close(int file) { return os && os->IsOpen(file) ? os->Close(file) : LIBC(close)(file); }
 
-int rename(const char* from, const char* to) noexcept {
-  return os ? os->Rename(from, to) : Libc<int(const char*, const char*)>("rename")(from, to);
-}
+int rename(const char* from, const char* to) noexcept { return os ? os->Rename(from, to) : LIBC(rename)(from, to); }
 
-int unlink(const char* path) noexcept { return os ? os->Unlink(path) : Libc<int(const char*)>("unlink")(path); }
+int unlink(const char* path) noexcept { return os ? os->Unlink(path) : LIBC(unlink)(path); }
 
-int remove(const char* path) noexcept { return os ? os->Unlink(path) : Libc<int(const char*)>("remove")(path); }
+int remove(const char* path) noexcept { return os ? os->Unlink(path) : LIBC(remove)(path); }
 
 }  // extern "C"

@@ -1,4 +1,4 @@
-// The simulator's decode and replay: dumps and captures of any content.
+// The simulator's decode and replay commands, with dumps and captures of any content.
 #include <sstream>
 #include <string>
 #include <vector>
@@ -12,7 +12,7 @@
 
 namespace {
 
-// As many dumps as there can be: one for each heading.
+// The largest possible number of dumps: one for each heading.
 size_t Headings(const std::string& text) {
   size_t count = 0;
   for (const char* const heading : {"client msgsnd:", "client msgrcv:"}) {
@@ -28,9 +28,9 @@ void Decodes(const std::string& text) {
   std::ostringstream out;
   const size_t messages = sim::Decode(in, out, false);
   const std::string lines = out.str();
-  Require(static_cast<size_t>(std::count(lines.begin(), lines.end(), '\n')) == messages, "one line a message");
-  Require(messages <= Headings(text), "no message without its heading");
-  Require(lines.find('\x1B') == std::string::npos, "no colour unless asked for");
+  Require(static_cast<size_t>(std::count(lines.begin(), lines.end(), '\n')) == messages, "one line per message");
+  Require(messages <= Headings(text), "no message without a heading");
+  Require(lines.find('\x1B') == std::string::npos, "no colour without the option");
 }
 
 void Replays(const std::string& text) {
@@ -52,7 +52,8 @@ void Replays(const std::string& text) {
     sim::Dissector dissector;
     std::istringstream again(sim::CaptureLine(event, dissector.Line(event, true)));
     const std::vector<sim::Event> reread = sim::ReadCapture(again, "again");
-    Require(reread.size() == 1 && reread[0].body == event.body, "a capture is read as it was written");
+    Require(reread.size() == 1 && reread[0].body == event.body,
+            "a capture line that is written and read is the same message");
   }
 }
 

@@ -1,5 +1,5 @@
-// The simulated device: requests of any content, as messages and on its VISCA line. Input: requests, each a length and
-// so many bytes; a length above 127 means that the bytes are made into a good frame, with its code first.
+// The simulated device: any requests, as messages and on its VISCA line. Input: requests, each a length and that many
+// bytes. From a length of 128 on, the low 7 bits count, and the bytes become a good frame: its code, then its data.
 #include "simulator/model/Device.h"
 #include "tests/fuzz/Fuzz.h"
 
@@ -25,7 +25,7 @@ void TestOneInput(const uint8_t* data, size_t size) {
       now = std::max(now, *device.NextDue());
       device.Advance(now);
       while (const auto out = device.Take(now)) {
-        Require(out->body.size() == sim::kBodySize, "a reply is a whole message");
+        Require(out->body.size() == sim::kBodySize, "a reply is a complete message");
         Require(sim::DecodeRelay(out->body).flaw == sim::Flaw::None, "a reply is a good frame");
       }
     }

@@ -1,3 +1,4 @@
+// The entry points of a fuzz target, and how it fails.
 #include "tests/fuzz/Fuzz.h"
 
 #include <gtest/gtest.h>
@@ -10,7 +11,7 @@
 
 #include "tests/fakeos/FakeOs.h"
 
-// The failing input is to be kept in a real file: the fake operating system ends before.
+// The fuzzer writes the failing input to a real file, so the fake operating system must be off by then.
 extern "C" void __asan_on_error() { FakeOs::current = nullptr; }
 extern "C" void __ubsan_on_report() { FakeOs::current = nullptr; }
 
@@ -27,14 +28,14 @@ namespace {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  // What the fake operating system finds wrong is a failed expectation of gtest's: it must end the process too.
+  // A mistake that FakeOs reports is a failed expectation of gtest's; it must end the process too.
   GTEST_FLAG_SET(throw_on_failure, true);
   signal(SIGALRM, [](int) { Fail("one input takes too long\n"); });
   return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  alarm(20);  // libFuzzer's own watch would read the fake clock
+  alarm(20);  // libFuzzer's own time limit would read the fake clock
   TestOneInput(data, size);
   alarm(0);
   return 0;

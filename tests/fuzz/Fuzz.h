@@ -1,5 +1,5 @@
-// What the fuzz targets share. A target defines TestOneInput; it is linked with libFuzzer (script/fuzz) or with
-// Replay.cpp, which runs the stored inputs as an ordinary test.
+// What the fuzz targets share. A target defines TestOneInput. It is linked with libFuzzer (script/fuzz) or with
+// Replay.cpp, which runs the stored inputs as a normal test.
 #ifndef ZR4410_TESTS_FUZZ_FUZZ_H
 #define ZR4410_TESTS_FUZZ_FUZZ_H
 
@@ -12,18 +12,18 @@
 
 void TestOneInput(const uint8_t* data, size_t size);
 
-// What libFuzzer, or the replay, calls.
+// The functions that libFuzzer or Replay.cpp calls.
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv);
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
-// Ends the process, so that the fuzzer keeps the input, if something that always holds does not.
+// Ends the process if a condition does not hold, so that the fuzzer stores the input. what: the condition in words.
 void Require(bool holds, const std::string& what);
 
-// Takes an input apart from the front. At its end there are zeros.
+// Reads an input from the front. After its end there are zeros.
 class Input {
  public:
-  // Stored inputs for targets that read bytes are written in hex: text that begins with '#', each '#' beginning
-  // a comment that ends with the line. Anything else is taken as it is.
+  // Stored inputs for targets that read bytes may be written in hex: then they begin with '#', which begins a comment
+  // up to the end of the line, here and anywhere else. Any other input is used as it is.
   static std::vector<uint8_t> FromHex(const uint8_t* data, size_t size);
 
   explicit Input(std::vector<uint8_t> bytes) : bytes_(std::move(bytes)) {}
@@ -42,7 +42,7 @@ class Input {
   size_t next_ = 0;
 };
 
-// The line that text begins with, without its line feed; text loses both.
+// Removes the first line from text and returns it without its line feed.
 std::string TakeLine(std::string_view& text);
 
 #endif

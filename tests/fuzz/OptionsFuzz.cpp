@@ -9,7 +9,7 @@ namespace {
 
 enum class Outcome { Usage, BadHex, Finished };
 
-// --- What is to come of a command line whose one option is the first argument, in its short form ---
+// --- The outcome of a command line whose only option is the first argument, in its short form ---
 
 bool IsHex(const std::string& text) { return text.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos; }
 
@@ -73,14 +73,14 @@ void TestOneInput(const uint8_t* data, size_t size) {
   Outcome outcome = Outcome::Usage;
   if (run.status == -1) {
     outcome = Outcome::BadHex;
-    Require(log.size() == 4 && IsHexFailure(log[3]), "a refused hex text is the one thing logged");
-    Require(output.empty(), "a refused hex text prints no usage");
+    Require(log.size() == 4 && IsHexFailure(log[3]), "rejected hex data is the only error that is logged");
+    Require(output.empty(), "rejected hex data prints no usage");
   } else if (usage) {
     Require(log.size() == 3, "the usage logs nothing");
   } else {
     outcome = Outcome::Finished;
     Require(log[log.size() - 2] == Info("Finish testZR4410 (v0.0.1)."), "the finish banner");
-    Require(std::none_of(log.begin(), log.end(), IsHexFailure), "no refused hex text");
+    Require(std::none_of(log.begin(), log.end(), IsHexFailure), "no rejected hex data");
   }
   Require(run.status == 0 || run.status == -1, "the status");
   Require(os.Opened().size() == (outcome == Outcome::Finished ? 2 : 0), "queues are opened only for an action");

@@ -27,8 +27,8 @@ int main(int argc, char** argv) {
       fprintf(stderr, "cannot read %s\n", file.c_str());
       return 1;
     }
-    fprintf(stderr, "%s\n", file.c_str());  // the last one named is the one that failed
-    // A copy of exactly its size: a sanitizer sees the first byte read behind it.
+    fprintf(stderr, "%s\n", file.c_str());  // if one fails, it is the last one printed
+    // A copy of exactly its size: a sanitizer detects a read past its end.
     const std::vector<uint8_t> exact(content.begin(), content.end());
     LLVMFuzzerTestOneInput(exact.data(), exact.size());
   }

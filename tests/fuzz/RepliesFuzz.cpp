@@ -1,10 +1,10 @@
-// Whatever arrives on the reply queue, on every path that reads it. Input: path, switches, argument, number of the
-// msgrcv call at which a stop is requested (0: none), then one answer for each request:
+// Any messages on the reply queue, in every routine that reads it. Input: path (index in Paths), switches, argument,
+// number of the msgrcv call at which a stop is requested (0: none), then one answer for each request:
 //
-//   kind and delay   how many bytes follow   bytes
+//   kind and delay   number of bytes   bytes
 //
-// Kind, the low 3 bits: see Kind below. Delay: the high 5 bits, in 100 ms. Requests beyond the last answer are
-// never answered.
+// Kind, the low 3 bits: see Kind below. Delay, the high 5 bits: in units of 100 ms. Requests after the last answer are
+// not answered.
 #include <csignal>
 #include <functional>
 #include <map>
@@ -19,20 +19,20 @@ enum Kind : uint8_t {
   kSilence,
   kRaw,           // the bytes as they are, as a message of that length
   kFrame,         // a good frame with the bytes as its payload
-  kSpoiltFrame,   // the same, but the first of the bytes is put at the place that the second names
+  kSpoiltFrame,   // a good frame in which the byte at the place named by the second byte is replaced by the first byte
   kCompletion,    // a good camera reply with the bytes as its data: 90 50 bytes FF
-  kAcknowledged,  // a good frame with 10 and the bytes
-  kTwice,         // a good camera reply, then the bytes as a message of their own
-  kForeign,       // another request's reply first (its id wrong), then a good camera reply
+  kAcknowledged,  // a good frame with 10 and then the bytes
+  kTwice,         // a good camera reply, then the bytes as a second message
+  kForeign,       // first a camera reply with another sequence id, then a good one
 };
 
-constexpr int kTimeoutMs = 2050;  // a little over 2000: 41 polls
+constexpr int kTimeoutMs = 2050;  // 41 polls
 
-int64_t gArgument;  // of the path
+int64_t gArgument;  // the input's argument, which each path uses in its own way
 
 // --- Paths ---
 
-// What a reply is judged by, where one reply decides.
+// How a reply is checked, for paths whose result depends on one reply.
 struct Judgement {
   enum { None, Visca, Unjudged, Plain } by = None;
   int length = -1;  // data bytes, -1: any
@@ -42,8 +42,8 @@ struct Judgement {
 
 struct Path {
   std::function<int()> run;
-  int requests;  // at most
-  int pauseMs;   // at most, beside waiting for replies
+  int requests;  // the most that it sends
+  int pauseMs;   // the longest time of its pauses, without waiting for replies
   Judgement judgement = {};
 };
 
@@ -54,7 +54,7 @@ int Untouched(Call call) {
   const T before = *out;
   const int result = call(out.get());
   Require(result <= 0, "a result is 0 or a failure");
-  Require(result == 0 || memcmp(&before, out.get(), sizeof before) == 0, "a failure leaves the output alone");
+  Require(result == 0 || memcmp(&before, out.get(), sizeof before) == 0, "a failure does not change the output");
   return result;
 }
 
@@ -85,7 +85,7 @@ Path Program(std::vector<std::string> arguments, int requests, int pauseMs) {
 
 int RawInquiry() {
   const uint8_t data[16] = {0x24, 0x72};
-  // As long as the longest text, to the byte.
+  // Exactly as long as the longest text.
   struct Text {
     char c[57];
   };
@@ -135,7 +135,7 @@ const std::vector<Path>& Paths() {
   using J = Judgement;
   constexpr J kOneByte{J::Visca, 1}, kLead2{J::Visca, 4, 0, 2}, kLead3{J::Visca, 4, 0, 3}, kBlock{J::Visca, 13};
   static const std::vector<Path> paths = {
-      // The stored inputs name paths by their number: add at the end.
+      // The stored inputs contain the numbers of paths, so new ones are added at the end.
       /* 00 */ Getter(QM2150_GetNR, kOneByte),
       /* 01 */ Getter(QM2150_GetWdrParams, {J::Visca, 8, 6, 2}),
       /* 02 */ Getter(QM2150_GetWdrMode, kOneByte),
@@ -204,7 +204,7 @@ const std::vector<Path>& Paths() {
   return paths;
 }
 
-// --- What comes of one answer, where one decides ---
+// --- The result for one answer, for paths whose result depends on one ---
 
 struct Answer {
   Kind kind = kSilence;
@@ -275,7 +275,7 @@ Bytes Completion(const Bytes& data) {
 
 // The messages that answer a request.
 std::vector<Bytes> Messages(const Answer& answer, const Request& request) {
-  constexpr size_t kMostPayload = 27;  // with the rest of the frame it fills the body
+  constexpr size_t kMostPayload = 27;  // more would not fit the body
   Bytes fits = answer.bytes;
   fits.resize(std::min(fits.size(), kMostPayload - 3));
   const Bytes good = Reply(Completion(fits)).Body(request);
@@ -331,7 +331,7 @@ void TestOneInput(const uint8_t* data, size_t size) {
     os.On("msgrcv", stopAt, [&over] { SetSigID(over ? 0 : 1); });
   }
 
-  std::optional<int> expected;  // where one answer decides
+  std::optional<int> expected;  // if it depends on one answer
   os.device = [&](const Request& request) {
     Answer answer;
     if (!input.AtEnd()) {
@@ -347,7 +347,7 @@ void TestOneInput(const uint8_t* data, size_t size) {
       expected = messages.empty() || answer.delayMs > kTimeoutMs ? -56 : Judged(messages[0], request, path.judgement);
     }
   };
-  if (path.requests == 0) {  // a path that only listens
+  if (path.requests == 0) {  // a path that only receives
     while (!input.AtEnd()) {
       const int delayMs = 100 * (input.Byte() >> 3);
       os.Arrive(input.Bytes(input.Byte()), delayMs);
@@ -355,14 +355,14 @@ void TestOneInput(const uint8_t* data, size_t size) {
   }
 
   const int result = path.run();
-  Require(IsDocumented(result), "the result is a documented one: " + std::to_string(result));
+  Require(IsDocumented(result), "the result is documented: " + std::to_string(result));
   Require(!expected || result == *expected,
           "the reply's outcome: " + std::to_string(result) + ", not " + std::to_string(expected.value_or(0)));
   const auto requests = static_cast<int>(os.Requests().size());
-  Require(requests <= path.requests, "no more requests than the path has");
-  Require(os.ElapsedMs() <= requests * kTimeoutMs + path.pauseMs, "the time is bounded");
+  Require(requests <= path.requests, "the path sends no more requests");
+  Require(os.ElapsedMs() <= requests * kTimeoutMs + path.pauseMs, "the path takes no longer");
 
-  // Whatever came before, the next exchange works, once nothing longer than a message blocks the queue.
+  // The next exchange works, as soon as no overlong message blocks the queue.
   over = true;
   os.RemovePoison();
   os.AdvanceMs(10000);

@@ -1,4 +1,4 @@
-// Scenario files of the simulator: a file is rejected with one line that says where, or it makes a device that
+// Scenario files of the simulator: a file is rejected with one line that names file and line, or it makes a device that
 // answers.
 #include "simulator/model/Device.h"
 #include "simulator/model/Error.h"
@@ -14,11 +14,12 @@ void TestOneInput(const uint8_t* data, size_t size) {
     const std::string error = thrown.what();
     Require(error.starts_with("night.toml:"), "the error names the file: " + error);
     const size_t digits = error.find_first_not_of("0123456789", 11);
-    Require(digits != std::string::npos && digits > 11 && error.substr(digits, 2) == ": ", "and the line: " + error);
+    Require(digits != std::string::npos && digits > 11 && error.substr(digits, 2) == ": ",
+            "the error names the line: " + error);
     const auto line = std::stoul(error.substr(11, digits - 11));
     const auto lines = 1 + static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
-    Require(line >= 1 && line <= lines, "a line that is there: " + error);
-    Require(error.find_first_of("\n\r") == std::string::npos, "in one line: " + error);
+    Require(line >= 1 && line <= lines, "the line is in the file: " + error);
+    Require(error.find_first_of("\n\r") == std::string::npos, "the error is one line: " + error);
     return;
   }
 
@@ -27,7 +28,7 @@ void TestOneInput(const uint8_t* data, size_t size) {
   for (const char* const request : {"AA AA 01 06 AA 10 01 01 44 55", "AA AA 02 0A AA 02 05 81 09 04 00 FF 00 55",
                                     "AA AA 03 06 AA 11 01 01 43 55"}) {
     auto body = *sim::FromHex(request);
-    const auto summed = static_cast<size_t>(body[3]) + 1;  // the checksum stands before the stop byte
+    const auto summed = static_cast<size_t>(body[3]) + 1;  // the checksum is before the stop byte
     body[summed + 1] = sim::Checksum(sim::ByteView(body).subspan(4, summed - 3));
     body.resize(sim::kBodySize);
     device.Request(1, body, now);

@@ -1,6 +1,5 @@
-// The settings reader and writer. First line of the input: the key; second: the value to write; the rest: the
-// file. Both are compared with a second reading of the file format, and the writer changes nothing but the
-// values of matching lines.
+// The settings reader and writer. Input: a line with the key, a line with the value to write, then the file. Both are
+// compared with a second implementation of the file format.
 #include <limits>
 #include <memory>
 
@@ -11,9 +10,9 @@ namespace {
 
 constexpr char kPath[] = "/sysconf/conf.img";
 
-// --- The file format, written down a second time ---
+// --- The file format, implemented a second time ---
 
-// Lines with their line feeds; one of more than 255 bytes counts as several.
+// The lines with their line feeds. One of more than 255 bytes counts as several.
 std::vector<std::string> Lines(const std::string& file) {
   std::vector<std::string> lines(1);
   for (const char c : file) {
@@ -25,10 +24,10 @@ std::vector<std::string> Lines(const std::string& file) {
   return lines;
 }
 
-// The text of a line is over at a zero byte.
+// The text of a line ends at a zero byte.
 std::string Text(const std::string& line) { return line.substr(0, line.find('\0')); }
 
-// Where the '=' of a line with this key stands, npos in any other line.
+// The position of the '=' in a line with this key, npos in any other line.
 size_t Assignment(const std::string& line, const std::string& key) {
   const std::string text = Text(line);
   return text.starts_with('#') || !text.starts_with(key) ? std::string::npos : text.find('=');
@@ -62,13 +61,13 @@ std::string WithValue(const std::string& file, const std::string& key, const std
   return changed;
 }
 
-// The low 32 bits of a decimal number that a long holds, saturated; 0 if there is none.
+// The low 32 bits of a decimal number that saturates as a long; 0 if there is no number.
 int32_t Number(const std::string& text) {
   size_t next = std::min(text.find_first_not_of(' '), text.size());
   const bool negative = text.substr(next).starts_with('-');
   next += negative || text.substr(next).starts_with('+');
   using Limits = std::numeric_limits<long>;
-  long number = 0;  // below zero, where there is one number more
+  long number = 0;  // negative, because there is one more negative number than positive ones
   for (; next < text.size() && text[next] >= '0' && text[next] <= '9'; ++next) {
     const long digit = text[next] - '0';
     number = number < (Limits::min() + digit) / 10 ? Limits::min() : number * 10 - digit;
@@ -88,7 +87,7 @@ void TestOneInput(const uint8_t* data, size_t size) {
   FakeOs os;
   os.files = {{kPath, file}, {"/sysconf/other", "EXT_DEBUG=1\n"}, {"/defconf/conf.ptz", ""}};
 
-  const auto out = std::make_unique<char[]>(256);  // as much as ever suffices
+  const auto out = std::make_unique<char[]>(256);  // as much as a value can need
   strcpy(out.get(), "untouched");
   Require(sysconf_fget(kPath, key.c_str(), out.get()) == 0, "the reader succeeds");
   Require(out.get() == ReadValue(file, key, "untouched"), "the value read");

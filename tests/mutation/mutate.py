@@ -1,16 +1,16 @@
-"""Changes the product in one small way at a time and looks whether the unit tests notice.
+"""Makes one small change to the product at a time and checks whether a unit test fails.
 
-A mutant is one change at one place of a source file of the five product folders:
+A mutant is one change in a source file of the five product folders:
 
     constant      a number or a character, one more and one less
     comparison    == to != and back; < to <= and to >=, and so on
     condition     an if, a loop or a ?: negated; a ! dropped; && to || and back
     statement     an expression, a jump or a guard removed
-    text          a text changed at its front; its line feed at the end dropped
+    text          a text changed at its beginning; its line feed at the end dropped
 
-Only what the change touches is compiled again, into a shared library that the tests are run on. The tests that
-killed mutants of the same file last run first, then all, the slow ones at the end. A mutant that does not compile
-does not count; one that the tests let pass survives, unless equivalent.txt says why no test can tell.
+Only what depends on the change is compiled again, into the shared library that the tests use. The tests that killed
+other mutants of the same file run first, then all, the slow ones last. A mutant that does not compile is not counted.
+One that all tests pass survives, unless equivalent.txt gives the reason why no test can fail.
 """
 
 import argparse
@@ -44,7 +44,7 @@ TOKENS = re.compile(
     re.X | re.S,
 )
 COMPARISONS = {"==": ["!="], "!=": ["=="], "<": ["<=", ">="], ">": [">=", "<="], "<=": ["<", ">"], ">=": [">", "<"]}
-# Not a statement that can go: declarations with a value, and what is no statement.
+# Never removed: declarations with a value, and what is not a statement.
 KEPT = re.compile(r"(static|constexpr|using|typedef|static_assert|struct|enum|extern|template|public|private)\b"
                   r"|((const\s+)?(?!return\b)[A-Za-z_][\w:]*(<[^=]*>)?[\s*&]+(const\s+)?\w+(\[\w*\])*\s*(=|\{|;|,))")
 CONTROL = re.compile(r"(if|for|while|switch|else|do|case|default)\b")
@@ -68,7 +68,7 @@ class Mutant:
         return source[: self.at] + self.replacement + source[self.end :]
 
 
-# --- Finding the places ---
+# --- Finding the mutants ---
 
 
 def tokens_of(source):
@@ -147,7 +147,7 @@ def find_mutants(file, source):
             negate(source, inside, add, text)
     found += removed_statements(file, source, code)
     seen = collections.Counter()
-    for mutant in found:  # the second such change of a line is "... (no. 2)"
+    for mutant in found:  # a second such change in a line gets "(no. 2)"
         place = (mutant.line, mutant.change)
         seen[place] += 1
         if seen[place] > 1:
@@ -165,7 +165,7 @@ def negate(source, inside, add, keyword):
     texts = [t.text for t in condition]
     single = not {"&&", "||"} & set(texts)
     if single and (any(t in COMPARISONS for t in texts) and "=" not in texts or texts[0] == "!"):
-        return  # the flipped comparison or the dropped ! is the same change
+        return  # the changed comparison or the removed ! is the same change
     whole = source[condition[0].at : condition[-1].at + len(condition[-1].text)]
     if "=" in texts and depth == 0 and texts.index("=") > 1 and condition[texts.index("=") - 2].kind in ("word", "op"):
         name = texts[texts.index("=") - 1]
@@ -225,7 +225,7 @@ def statement(file, source, code, start, end, depth, found):
         return
     last = end + 1 < len(code) and code[end + 1].text == "}"
     if code[start].text == "return" and last and closes_function(code, end + 1):
-        return  # without it the function would return nothing in particular
+        return  # without it the function would return an undefined value
     found.append(Mutant(file, source, at, stop, ";", "statement", f"{shown(text)} removed"))
 
 
@@ -256,7 +256,7 @@ def closes_function(code, brace):
 
 
 class Bench:
-    """A copy of the project, its tests built once on the unchanged product."""
+    """A copy of the project, with the tests built once for the unchanged product."""
 
     def __init__(self, root, directory):
         self.source, self.build = directory / "source", directory / "build"
@@ -317,7 +317,7 @@ class Bench:
         self.count = len(times)
 
     def test(self, library, tests, limit, *options):
-        """Runs the tests, None if they take too long."""
+        """Runs the tests. Returns None if they take too long."""
         environment = {**os.environ, "LD_LIBRARY_PATH": str(library), "TZ": "UTC0"}
         process = subprocess.Popen(
             [self.tests, f"--gtest_filter={tests}", "--gtest_fail_fast", "--gtest_brief=1", *options],
@@ -340,7 +340,7 @@ class Worker:
         self.directory.mkdir()
 
     def build(self, mutant, source):
-        """The mutant's library, False if it does not compile."""
+        """Builds the mutant's library. Returns False if it does not compile."""
         bench = self.bench
         changed = self.directory / "source" / mutant.file
         shutil.rmtree(self.directory / "source", ignore_errors=True)
@@ -389,7 +389,7 @@ class Worker:
 
 
 def read_equivalents(path):
-    """(file, lines of the source, change) of each. Told by text, not by line number, so that they last."""
+    """(file, lines of the source, change) of each. The text identifies them, because line numbers change."""
     found, file, lines = [], "", []
     for line in path.read_text().splitlines() if path.exists() else []:
         if line.startswith("#"):
@@ -411,9 +411,9 @@ def is_equivalent(mutant, equivalents):
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("places", nargs="*", help="a folder, a file, or file:line; all five folders if none is given")
-    parser.add_argument("--list", action="store_true", help="show the mutants, try none")
-    parser.add_argument("--every", type=int, default=1, metavar="N", help="try each N-th mutant only")
-    parser.add_argument("--least", type=float, default=95.0, metavar="PERCENT", help="fail below this share killed")
+    parser.add_argument("--list", action="store_true", help="list the mutants without testing them")
+    parser.add_argument("--every", type=int, default=1, metavar="N", help="test only every Nth mutant")
+    parser.add_argument("--least", type=float, default=95.0, metavar="PERCENT", help="fail if fewer are killed")
     parser.add_argument("--jobs", type=int, default=os.cpu_count())
     options = parser.parse_args()
 
@@ -446,7 +446,7 @@ def main():
     todo = collections.deque(m for m in mutants if m.outcome is None)
     print(f"{len(mutants)} mutants, {bench.count} tests of {bench.seconds:.0f} s", flush=True)
     if bench.left_out:
-        print(f"left out, for they take seconds: {' '.join(bench.left_out)}", flush=True)
+        print(f"left out, because each takes seconds: {' '.join(bench.left_out)}", flush=True)
 
     killers = collections.defaultdict(collections.deque)
     log = (directory / "log.txt").open("w", buffering=1)

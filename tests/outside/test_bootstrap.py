@@ -1,4 +1,4 @@
-"""script/bootstrap on other systems than a Debian in good order. Nothing is installed: apt-get is a stand-in."""
+"""script/bootstrap on systems where something is missing or broken. apt-get is replaced, so nothing is installed."""
 
 import os
 import re
@@ -12,7 +12,7 @@ BOOTSTRAP = Path(__file__).parents[2] / "script" / "bootstrap"
 
 @pytest.fixture
 def programs(tmp_path):
-    """A PATH with this machine's programs but the package manager's; a test adds and takes away."""
+    """A PATH with this machine's programs, except the package manager's; a test adds and removes some."""
     folder = tmp_path / "bin"
     folder.mkdir()
     for program in [*Path("/usr/sbin").iterdir(), *Path("/usr/bin").iterdir()]:
@@ -22,7 +22,7 @@ def programs(tmp_path):
     return folder
 
 
-def stand_in(file, text):
+def replace(file, text):
     file.unlink(missing_ok=True)
     file.write_text("#!/bin/sh\n" + text)
     file.chmod(0o755)
@@ -33,7 +33,7 @@ def bootstrap(programs, *groups):
                           env={**os.environ, "PATH": str(programs)})
 
 
-def test_without_a_package_manager_it_goes_on_with_what_is_there(programs):
+def test_without_a_package_manager_it_continues_with_what_is_installed(programs):
     run = bootstrap(programs, "test")
     assert (run.returncode, run.stdout, run.stderr) == (0, "", "")
 
@@ -49,7 +49,7 @@ def test_without_a_package_manager_it_names_what_is_missing_by_purpose(programs)
 
 def test_each_package_has_a_purpose_and_a_check(programs):
     (programs / "c++").unlink()
-    stand_in(programs / "c++", "exit 1\n")  # no header is found
+    replace(programs / "c++", "exit 1\n")  # so that it finds no header
     names = re.findall(r"^group\[(\w+)\]", BOOTSTRAP.read_text(), re.MULTILINE)
     run = bootstrap(programs, *names)
     assert run.returncode == 1
@@ -60,10 +60,10 @@ def test_each_package_has_a_purpose_and_a_check(programs):
 
 def test_a_broken_package_source_is_a_warning(programs, tmp_path):
     (programs / "socat").unlink()
-    stand_in(programs / "id", "echo 0\n")
-    stand_in(programs / "apt-get", f"""
+    replace(programs / "id", "echo 0\n")
+    replace(programs / "apt-get", f"""
         case "$*" in
-          *update) echo 'Hit:1 good'; echo 'E: The repository of somebody has no Release file.' >&2; exit 100 ;;
+          *update) echo 'Hit:1 good'; echo 'E: The repository has no Release file.' >&2; exit 100 ;;
           *) echo "$*" >{tmp_path}/installed ;;
         esac""")
     run = bootstrap(programs, "test")
@@ -71,14 +71,14 @@ def test_a_broken_package_source_is_a_warning(programs, tmp_path):
     assert run.stderr.splitlines() == [
         "script/bootstrap: installing socat: a minute or two",
         "script/bootstrap: warning: apt-get update failed, continuing with the existing package lists:",
-        "E: The repository of somebody has no Release file."]
+        "E: The repository has no Release file."]
     assert (tmp_path / "installed").read_text().endswith("install --no-install-recommends socat\n")
 
 
-def test_a_package_that_cannot_be_had_stops_it(programs):
+def test_a_package_that_cannot_be_installed_is_an_error(programs):
     (programs / "socat").unlink()
-    stand_in(programs / "id", "echo 0\n")
-    stand_in(programs / "apt-get", "echo E: Unable to locate package socat; exit 100\n")
+    replace(programs / "id", "echo 0\n")
+    replace(programs / "apt-get", "echo E: Unable to locate package socat; exit 100\n")
     run = bootstrap(programs, "test")
     assert run.returncode == 100
     assert run.stderr.endswith("E: Unable to locate package socat\n")
@@ -86,7 +86,7 @@ def test_a_package_that_cannot_be_had_stops_it(programs):
 
 def test_without_sudo_an_ordinary_user_is_told_the_command(programs):
     (programs / "socat").unlink()
-    stand_in(programs / "id", "echo 1000\n")
-    stand_in(programs / "apt-get", "exit 1\n")
+    replace(programs / "id", "echo 1000\n")
+    replace(programs / "apt-get", "exit 1\n")
     run = bootstrap(programs, "test")
     assert (run.returncode, run.stderr) == (1, "script/bootstrap: please run as root: apt-get install socat\n")

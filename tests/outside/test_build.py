@@ -1,4 +1,4 @@
-"""What CMake is told by users, packagers and other projects. Only configured, except for the device's preset."""
+"""The build as users, packagers and other projects configure it. Only the device's preset is also built."""
 
 import json
 import os
@@ -79,7 +79,7 @@ def test_a_subproject_gets_tests_simulator_and_installation_only_if_it_asks(tmp_
     assert ("simZR4410" in targets, "unit_tests" in targets) == (asked, asked)
     scripts = "".join(path.read_text() for path in build.rglob("cmake_install.cmake"))
     assert ("bin/testZR4410" in scripts) == asked
-    assert cached(build, "CMAKE_BUILD_TYPE") == ""  # the other project's business
+    assert cached(build, "CMAKE_BUILD_TYPE") == ""  # left to the other project
     if not asked:
         cmake("--build", build, "--target", "program", "--parallel", "2")
         assert (build / "program").exists()

@@ -1,4 +1,4 @@
-"""The demonstration shows, to the letter, what demo.txt holds, and the README what the demonstration shows."""
+"""The demonstration prints exactly demo.txt, and the README quotes lines of it."""
 
 import os
 import re
@@ -12,7 +12,7 @@ SANDBOX = HERE.parents[1] / "script" / "sandbox"
 
 
 @pytest.mark.parametrize("way", ["the first", "proot"])
-def test_the_demo_shows_what_is_written_down(way, monkeypatch):
+def test_the_demo_prints_the_stored_transcript(way, monkeypatch):
     if way == "proot":
         monkeypatch.setenv("ZR4410_SANDBOX_WAY", way)
         trial = subprocess.run([SANDBOX, "--way"], capture_output=True, text=True)
@@ -24,7 +24,7 @@ def test_the_demo_shows_what_is_written_down(way, monkeypatch):
     assert run.stdout.splitlines() == (HERE / "demo.txt").read_text().splitlines()
 
 
-def test_the_readme_shows_lines_of_the_demo_in_their_order():
+def test_the_readme_quotes_lines_of_the_demo_in_their_order():
     readme = (HERE.parents[1] / "README.md").read_text()
     transcript = readme.split("```\n")[3].splitlines()
     assert transcript[0].startswith("$ testZR4410 ")
@@ -32,4 +32,4 @@ def test_the_readme_shows_lines_of_the_demo_in_their_order():
     for line in transcript:
         if line.strip() not in ("", "…"):
             shown = re.sub(r"(Delta Time \(ms\) : )\d+", r"\1?", line)
-            assert shown in demo  # searches on from the line before
+            assert shown in demo  # continues after the previous line

@@ -1,4 +1,4 @@
-"""The shipped files: what they need at run time, what they call, how they are hardened."""
+"""The shipped files: the libraries they need, the system interfaces they call, and how they are hardened."""
 
 import json
 import os
@@ -13,8 +13,8 @@ BUILD = Path(os.environ["ZR4410_BUILD"])
 HERE = platform.machine() == "x86_64" and "ZR4410_EMULATOR" not in os.environ
 TOOL, LIBRARY, SIMULATOR = BUILD / "bin/testZR4410", BUILD / "libzr4410.so", BUILD / "bin/simZR4410"
 
-# The interfaces of the system that the tool and the library use, by purpose. A message queue, a line for the log, a
-# clock or a file has no other way in or out, so whoever replaces these calls sees everything.
+# The interfaces of the system that the tool and the library use, by purpose. All input and output goes through them, so
+# a program that replaces these calls sees everything.
 SYSTEM = {
     "queues": "ftok msgget msgsnd msgrcv getpid",
     "log": "openlog syslog closelog",
@@ -28,7 +28,7 @@ SYSTEM = {
     "memory": "memchr memcpy memmove memset",
     "mathematics": "log pow",
 }
-# What the compiler and the C library add of themselves. Times of 64 bits have names of their own on 32-bit machines.
+# Names that the compiler and the C library add. On 32-bit machines the calls with 64-bit times have other names.
 ADDED = re.compile(r"__errno_location|__stack_chk_(fail|guard)|__libc_start_main|__cxa_finalize|"
                    r"__gmon_start__|_ITM_\w+|__aeabi_\w+|abort|raise|stdout|__(clock_gettime|time|localtime)64")
 
@@ -49,14 +49,14 @@ def test_nothing_but_libc_and_libm_is_needed(file):
 
 
 @pytest.mark.parametrize("file", [TOOL, LIBRARY], ids=lambda file: file.name)
-def test_no_other_interface_of_the_system_is_called(file):
+def test_no_other_system_interface_is_called(file):
     calls = undefined(file)
     assert {"openlog", "syslog", "closelog"} <= calls
     known = set(" ".join(SYSTEM.values()).split())
     assert {name for name in calls - known if not ADDED.fullmatch(name)} == set()
 
 
-def test_the_list_of_interfaces_names_none_that_is_not_called():
+def test_each_listed_interface_is_called():
     calls = undefined(TOOL) | undefined(LIBRARY)
     # The compiler chooses among the routines for memory.
     assert set(" ".join(SYSTEM.values()).split()) - calls <= set(SYSTEM["memory"].split())
@@ -68,7 +68,7 @@ def test_the_stripped_tool_is_small(tmp_path):
     assert (tmp_path / "tool").stat().st_size < 48 * 1024
 
 
-# --- Hardening. A cross build has no simulator of its own. ---
+# --- Hardening. A cross build has no simulator. ---
 
 PRODUCTS = [pytest.param(file, id=file.name) for file in (TOOL, LIBRARY, SIMULATOR)
             if file != SIMULATOR or "ZR4410_EMULATOR" not in os.environ]
@@ -122,7 +122,7 @@ def test_every_function_that_others_call_is_a_branch_target(file):
 
 @pytest.mark.skipif(not HERE, reason="reads instructions of x86-64")
 def test_large_stack_frames_are_probed():
-    # The simulator alone has frames of more than a page: each page of them is touched as it is taken.
+    # Only the simulator has frames of more than a page. Each page must be touched when it is allocated.
     instructions = re.findall(r"\t(.+)$", code(SIMULATOR), re.MULTILINE)
     taken = [number for number, text in enumerate(instructions) if re.fullmatch(r"sub +\$0x1000,%rsp *", text)]
     assert taken

@@ -1,4 +1,4 @@
-"""The sandbox itself, seen from outside, made in each way that this machine allows."""
+"""script/sandbox, seen from outside, in each way that this machine allows."""
 
 import fcntl
 import os
@@ -14,7 +14,7 @@ ROOT = Path(__file__).parents[2]
 SANDBOX = ROOT / "script" / "sandbox"
 AS_ROOT = os.geteuid() == 0
 NOBODY = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
-TOO_LONG = 60  # seconds; only ever reached by a sandbox that hangs
+TOO_LONG = 60  # seconds; reached only if something hangs
 
 
 def sandbox(*arguments, prefix=(), text="", **variables):
@@ -24,7 +24,7 @@ def sandbox(*arguments, prefix=(), text="", **variables):
 
 @pytest.fixture(params=["1", "2", "3", "proot"])
 def way(request, monkeypatch):
-    """Every sandbox of the test is made in this way."""
+    """Each sandbox of the test is made in this way."""
     monkeypatch.setenv("ZR4410_SANDBOX_WAY", request.param)
     run = sandbox("--way")
     if run.returncode != 0:
@@ -42,7 +42,7 @@ def until(condition):
 
 @pytest.fixture
 def leftovers(monkeypatch):
-    """The processes, of whatever sandbox of this test, that are there."""
+    """Lists the processes of all sandboxes of this test."""
     mark = uuid.uuid4().hex
     monkeypatch.setenv("ZR4410_TEST", mark)
 
@@ -53,7 +53,7 @@ def leftovers(monkeypatch):
                 if f"ZR4410_TEST={mark}".encode() in environment.read_bytes():
                     found.append(environment.with_name("cmdline").read_bytes())
             except OSError:
-                pass  # gone, or somebody else's
+                pass  # the process has ended, or is another user's
         return found
 
     return processes
@@ -65,7 +65,7 @@ def keys_of_host_queues():
 
 @pytest.fixture
 def start():
-    """Starts a sandbox; what still runs at the end of the test is killed."""
+    """Starts a sandbox; kills it at the end of the test if it still runs."""
     runs = []
 
     def start_sandbox(*arguments):
@@ -76,10 +76,10 @@ def start():
     yield start_sandbox
     for run in runs:
         run.kill()
-        run.communicate(timeout=TOO_LONG)  # until everything in it is gone
+        run.communicate(timeout=TOO_LONG)  # returns when every process in it has ended
 
 
-def test_the_tool_just_works(way):
+def test_the_tool_works_without_options(way):
     run = sandbox("testZR4410", "-m", "16", "0")
     assert (run.returncode, run.stderr) == (0, "")
     assert run.stdout.startswith("Version = 0x")
@@ -100,7 +100,7 @@ def test_the_exit_status_is_passed_on_and_nothing_is_left(way, leftovers, comman
     until(lambda: leftovers() == [])
 
 
-def test_the_devices_folders_are_its_own(way):
+def test_each_sandbox_has_its_own_folders(way):
     run = sandbox("--no-simulator", "sh", "-c", """
         cat /defconf/conf.ptz /sysconf/conf.img
         for folder in /defconf /sysconf /var/log /run /dev; do
@@ -116,7 +116,7 @@ def test_the_devices_folders_are_its_own(way):
         assert not os.path.exists(f"{folder}/zr4410-test")
 
 
-def test_the_queues_are_its_own(way, start, tmp_path):
+def test_each_sandbox_has_its_own_queues(way, start, tmp_path):
     """Two devices side by side, each with its own state."""
     running = []
     for number in (8, 12):
@@ -130,9 +130,9 @@ def test_the_queues_are_its_own(way, start, tmp_path):
     assert [run.stdout.readline() for run in running] == ["[GetSnrMode] 1080p 25fps\n", "[GetSnrMode] 720p 50fps\n"]
 
 
-def test_its_message_queues_are_in_a_namespace_of_their_own(way):
+def test_the_queues_are_in_their_own_namespace(way):
     if way == "proot":
-        pytest.skip("proot makes no namespaces: the queues are the kernel's shared ones")
+        pytest.skip("proot makes no namespaces: all programs share the kernel's queues")
     run = sandbox("--no-simulator", "sh", "-c", """
         wc -l </proc/sysvipc/msg
         readlink /proc/self/ns/ipc
@@ -143,8 +143,8 @@ def test_its_message_queues_are_in_a_namespace_of_their_own(way):
     assert namespace != os.readlink("/proc/self/ns/ipc")
 
 
-def test_syslog_is_written_down(way):
-    # The log daemon takes the lines in order, so the marker is the last.
+def test_syslog_is_written_to_a_file(way):
+    # The log daemon receives the lines in order, so the marker is the last.
     run = sandbox("--no-simulator", "sh", "-c", """
         testZR4410
         busybox logger -t marker the end
@@ -193,8 +193,8 @@ def test_a_killed_sandbox_leaves_no_process_and_no_queue_behind(way, leftovers, 
     assert world == "" or not os.path.exists(world)
 
 
-def test_another_key_file_where_the_key_is_taken(start, monkeypatch, tmp_path):
-    """Another sandbox has queues of the same key: of its own first two files stat says what it says of the other's."""
+def test_another_key_file_if_the_key_is_taken(start, monkeypatch, tmp_path):
+    """Another sandbox has queues of the same key: a false stat reports its inode for the first two key files."""
     monkeypatch.setenv("ZR4410_SANDBOX_WAY", "proot")
     if sandbox("--way").returncode != 0:
         pytest.skip(sandbox("--way").stderr.strip())
@@ -214,11 +214,11 @@ echo $1 $2
     stat.chmod(0o755)
     run = sandbox("sh", "-c", "testZR4410 -m 16 0", PATH=f"{tmp_path}:{os.environ['PATH']}")
     assert (run.returncode, run.stdout) == (0, "Version = 0x21\n")
-    assert calls.read_text().count("call") == 4  # two that are taken, a free one, and once more for the end
-    assert keys_of_host_queues().issuperset(taken)  # the other's are still there
+    assert calls.read_text().count("call") == 4  # two taken keys, a free one, and one call at the end
+    assert keys_of_host_queues().issuperset(taken)  # the other sandbox still has its queues
 
 
-def test_a_simulator_that_does_not_start_is_told(way):
+def test_a_simulator_that_does_not_start_is_reported(way):
     run = sandbox("--sim-args", "--no-such-option", "echo", "not reached")
     assert run.returncode == 1
     assert run.stdout == ""
@@ -226,16 +226,16 @@ def test_a_simulator_that_does_not_start_is_told(way):
     assert "--no-such-option" in run.stderr
 
 
-@pytest.mark.skipif(not AS_ROOT, reason="an ordinary user runs every other test anyway")
+@pytest.mark.skipif(not AS_ROOT, reason="not root: every other test runs as an ordinary user")
 def test_an_ordinary_user_may_use_it():
     if subprocess.run([*NOBODY, "test", "-x", SANDBOX]).returncode != 0:
-        pytest.skip("this working copy is closed to other users")
+        pytest.skip("other users cannot read this working copy")
     run = sandbox("sh", "-c", "id -u; testZR4410 -m 16 0", prefix=NOBODY)
     assert (run.returncode, run.stderr) == (0, "")
     assert run.stdout.startswith("65534\nVersion = 0x")
 
 
-# --- Where no way works: one sentence with both reasons and the cure ---
+# --- If no way works: one sentence with both reasons and the remedy ---
 
 NONE = "script/sandbox: no sandbox can be made here: "
 
@@ -251,12 +251,12 @@ def programs(tmp_path):
     return folder
 
 
-def broken(programs, name, says):
-    (programs / name).write_text(f"#!/bin/sh\necho '{says}' >&2\nexit 1\n")
+def broken(programs, name, message):
+    (programs / name).write_text(f"#!/bin/sh\necho '{message}' >&2\nexit 1\n")
     (programs / name).chmod(0o755)
 
 
-def test_what_is_not_installed_is_told(programs):
+def test_missing_programs_are_named(programs):
     run = sandbox("true", PATH=str(programs))
     assert (run.returncode, run.stdout) == (1, "")
     assert run.stderr.count("\n") == 1
@@ -264,24 +264,24 @@ def test_what_is_not_installed_is_told(programs):
                                  "installed); run as root: ")
 
 
-def test_a_kernel_that_forbids_everything_is_told(programs):
+def test_the_errors_of_both_programs_are_quoted(programs):
     broken(programs, "bwrap", "bwrap: No permissions to create new namespace")
     broken(programs, "proot", "proot error: ptrace(TRACEME): Operation not permitted")
     run = sandbox("true", PATH=str(programs))
     assert (run.returncode, run.stdout) == (1, "")
-    sentence, cure = run.stderr.rstrip("\n").split("; ")
+    sentence, remedy = run.stderr.rstrip("\n").split("; ")
     assert sentence == (NONE + "bubblewrap fails (bwrap: No permissions to create new namespace) and proot fails "
                         "(proot error: ptrace(TRACEME): Operation not permitted)")
-    assert cure.startswith(("run as root: sysctl -w ", "start the container with more rights, such as docker run "))
+    assert remedy.startswith(("run as root: sysctl -w ", "start the container with more rights, such as docker run "))
 
 
-def test_the_switch_that_forbids_namespaces_is_named(programs):
-    # A user namespace in which no further one may be made, and no capability to do without.
+def test_the_kernel_setting_that_forbids_namespaces_is_named(programs):
+    # A user namespace in which no other may be made, without the capabilities that would make it unnecessary.
     forbid = ["unshare", "--user", "--map-root-user", "sh", "-c",
               "echo 0 >/proc/sys/user/max_user_namespaces && "
               'exec setpriv --bounding-set=-all --inh-caps=-all "$@"', "sh"]
     if subprocess.run([*forbid, "true"], capture_output=True).returncode != 0:
-        pytest.skip("the kernel lets this test make no namespace to forbid namespaces in")
+        pytest.skip("this test cannot make the namespace in which it would forbid namespaces")
     broken(programs, "proot", "proot error: ptrace(TRACEME): Operation not permitted")
     (programs / "bwrap").symlink_to("/usr/bin/bwrap")
     run = sandbox("true", prefix=forbid, PATH=str(programs))
@@ -291,6 +291,6 @@ def test_the_switch_that_forbids_namespaces_is_named(programs):
                                "run as root: sysctl -w user.max_user_namespaces=10000\n")
 
 
-def test_a_way_that_does_not_exist_is_refused():
+def test_a_way_that_does_not_exist_is_rejected():
     run = sandbox("true", ZR4410_SANDBOX_WAY="4")
     assert (run.returncode, run.stderr) == (1, "script/sandbox: ZR4410_SANDBOX_WAY is 4; it can be 1, 2, 3 or proot\n")

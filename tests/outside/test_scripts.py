@@ -1,4 +1,4 @@
-"""What the scripts of script/ have in common, and the commands that the README shows."""
+"""What all scripts in script/ have in common, and the commands in the README."""
 
 import os
 import pty
@@ -35,9 +35,9 @@ IN_SANDBOX = [line for line in COMMANDS if line.startswith("script/sandbox ")]
 def test_the_readmes_sandbox_commands_work(command):
     assert len(IN_SANDBOX) >= 3
     run = subprocess.run(["sh", "-c", command], cwd=ROOT, stdin=subprocess.DEVNULL, capture_output=True, text=True,
-                         timeout=60, env={**os.environ})  # ZR4410_BUILD says which programs
+                         timeout=60, env={**os.environ})  # with ZR4410_BUILD, the build that is tested
     assert (run.returncode, run.stderr) == (0, "")
-    assert " testZR4410[" in run.stdout  # the answer, if only in syslog
+    assert " testZR4410[" in run.stdout  # each command shows the tool's log
 
 
 def common(function, on_terminal=False):
@@ -52,17 +52,17 @@ def common(function, on_terminal=False):
     return run
 
 
-def test_what_goes_well_is_quiet():
+def test_a_command_that_succeeds_prints_nothing():
     run = common("quiet sh -c 'echo step 1; echo step 2 >&2'")
     assert (run.returncode, run.stdout, run.stderr) == (0, "", "")
 
 
-def test_what_fails_shows_its_output_and_its_status():
+def test_a_command_that_fails_shows_its_output_and_its_status():
     run = common("quiet sh -c 'echo step 1; echo step 2 >&2; exit 7'")
     assert (run.returncode, run.stdout, run.stderr) == (7, "", "step 1\nstep 2\n")
 
 
-def test_progress_on_a_terminal_is_one_line_that_vanishes():
+def test_progress_on_a_terminal_is_one_line_that_is_cleared():
     run = common(f"quiet sh -c 'echo step 1; echo {'2' * 100}'", on_terminal=True)
     assert (run.returncode, run.stdout) == (0, "")
     assert run.stderr == f"\r\033[Kstep 1\r\033[K{'2' * 79}\r\033[K"

@@ -1,3 +1,5 @@
+"""What every system test gets: an empty device, syslog, and programs that end with the test."""
+
 import os
 
 import pytest
@@ -6,9 +8,9 @@ import device
 
 
 def pytest_configure():
-    # They write settings, take /dev/log and remove message queues: only in a sandbox are these the tests' own.
+    # The tests write settings, take over /dev/log and remove message queues, so all of these must be theirs.
     if "ZR4410_SANDBOX" not in os.environ:
-        pytest.exit("these tests run inside script/sandbox only", returncode=2)
+        pytest.exit("these tests run only inside script/sandbox", returncode=2)
 
 
 @pytest.fixture(scope="session")
@@ -18,8 +20,8 @@ def syslog():
 
 @pytest.fixture(autouse=True)
 def fresh_device(syslog):
-    """Every test finds empty settings, no queues and no log lines."""
-    device.lay_settings()
+    """Every test starts with default settings, no queues and no log lines."""
+    device.write_settings()
     syslog.datagrams.clear()
     yield
     device.remove_all_queues()
@@ -27,7 +29,7 @@ def fresh_device(syslog):
 
 @pytest.fixture
 def start(syslog):
-    """Starts the tool; whatever still runs at the end of the test is killed."""
+    """Starts the tool; kills what still runs at the end of the test."""
     runs = []
 
     def start_tool(*arguments, prefix=()):
@@ -51,7 +53,7 @@ def tool(start):
 
 @pytest.fixture
 def simulator():
-    """Starts simZR4410, and ends it with the test."""
+    """Starts simZR4410 and stops it at the end of the test."""
     running = []
 
     def start_simulator(*arguments):

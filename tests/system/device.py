@@ -1,8 +1,8 @@
-"""The device around the tool, as the tests drive it: syslog, the two queues, the settings, the daemon's part.
+"""The device around the tool, controlled by the tests: syslog, the two queues, the settings and a scripted daemon.
 
-Runs inside script/sandbox, so /dev/log, /defconf and /sysconf belong to the test alone. So do the message queues; under
-proot, where the host's queues are in sight, only the two of its own key file do.
-Nothing here is shared with the tool or with simZR4410: it reads and writes the wire on its own.
+The tests run inside script/sandbox, so /dev/log, /defconf and /sysconf belong to them alone. So do the message queues;
+under proot, where the host's queues are visible, only the two of the sandbox's own key file.
+Nothing here is shared with the tool or with simZR4410: the wire is read and written independently.
 """
 
 import os
@@ -21,11 +21,11 @@ import sysv_ipc
 
 TOOL = shlex.split(os.environ.get("ZR4410_TOOL", "testZR4410"))
 SIMULATOR = shlex.split(os.environ.get("ZR4410_SIM", "simZR4410"))
-LIBC = os.environ.get("ZR4410_LIBC", "glibc")  # of the tool
-BYTE_ORDER = os.environ.get("ZR4410_BYTE_ORDER", "little")  # of the machine the tool is built for
+LIBC = os.environ.get("ZR4410_LIBC", "glibc")  # the tool's
+BYTE_ORDER = os.environ.get("ZR4410_BYTE_ORDER", "little")  # of the machine for which the tool is built
 with open(shutil.which(TOOL[-1]), "rb") as program:
-    WIDE_LONG = program.read(5)[4] == 2  # the ELF header's class: whether a long of the tool's machine has 64 bits
-TOO_LONG = 20  # seconds; only ever reached by a tool that hangs
+    WIDE_LONG = program.read(5)[4] == 2  # the class in the ELF header: whether the tool's long has 64 bits
+TOO_LONG = 20  # seconds; reached only if something hangs
 
 CONF_PTZ = Path("/defconf/conf.ptz")
 CONF_IMG = Path("/sysconf/conf.img")
@@ -40,8 +40,43 @@ FINISH = [BANNER, (INFO, "Finish testZR4410 (v0.0.1)."), BANNER]
 CAUGHT = [(DEBUG, f"Catch {name}!") for name in ("SIGINT", "SIGTERM", "SIGUSR1", "SIGUSR2")]
 
 
+def errors(*texts):
+    """Log lines at error level."""
+    return [(ERROR, text) for text in texts]
+
+
+# What each run mode logs after its exchange has failed. An exchange that is stopped logs nothing itself.
+MODE_FAILED = {
+    "-s 0 0": errors("QM2150_VersionInq fail!\n"),
+    "-s 1 0": errors("QM2150_GetSnrMode fail!\n"),
+    "-s 2 8": errors("QM2150_SetRegisterValue failed!", "QM2150_SetSnrMode fail!\n"),
+    "-m 16 0": errors("MCU_GetVersion fail!\n", "MCU_GetVersion fail!\n"),
+    "-m 17 0": errors("MCU_GetPTZ fail!\n"),
+    "-m 12 1": errors("MCU_LensPowerControl fail!\n"),
+    "-c 0002": errors("SnrQM2150_Command failed!\n"),
+    "-i 04 00": errors("SnrQM2150_Inquiry failed!\n"),
+    "-y 0": errors("QM2150_GetLensControl failed!\n", "GetLensControlInquiry failed!\n"),
+    "-y 1": errors("QM2150_GetCameraControl failed!\n", "GetCameraControlInquiry failed!\n"),
+    "-y 2": errors("QM2150_GetOtherControl failed!\n", "GetOthersControlInquiry failed!\n"),
+    "-y 3": errors("QM2150_GetEnlargeFunction1 failed!\n", "GetEnlargeFun1Inquiry failed!\n"),
+    "-y 4": errors("QM2150_GetEnlargeFunction2 failed!\n", "GetEnlargeFun1Inquiry failed!\n"),
+}
+READ_BACK_FAILED = errors("QM2150_GetSnrMode failed!", "QM2150_SetSnrMode fail!\n")  # of "-s 2 8"
+RECEIVE_FAILED = errors("ZR4410_MsgQ_Receive failed!")
+CAMERA_FAILED = errors("QM2150_ProcessVisca failed!")
+MCU_FAILED = errors("MCU_ProcessUart1 failed!")
+LOOP_FAILED = (ERROR, "ZR4410_MsgQ_Receive fail!\n")  # of the read loop
+
+
+def until(condition):
+    deadline = time.monotonic() + 60
+    while not condition():
+        assert time.monotonic() < deadline
+        time.sleep(0.002)
+
+
 class LineOfMusl(str):
-    """Without the line feed: musl adds one where the text has none, so whether it has one cannot be seen."""
+    """A text without its line feed: musl's syslog adds one if it is missing, so the two cannot be told apart."""
 
     def __eq__(self, other):
         return str(self) == other.removesuffix("\n")
@@ -87,10 +122,10 @@ class Syslog:
         assert arrived, f"no {line} among {self.lines(pid)}"
 
     def settle(self):
-        """Everything sent before this call is in `datagrams` after it."""
+        """Waits until everything sent before this call is in `datagrams`."""
         marker = f"marker {time.monotonic_ns()}".encode()
         with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
-            sender.connect("/dev/log")  # proot translates no address that comes with the datagram
+            sender.connect("/dev/log")  # not sendto: proot does not translate its address
             sender.send(marker)
         with self.arrival:
             assert self.arrival.wait_for(lambda: marker in self.datagrams, TOO_LONG)
@@ -98,7 +133,7 @@ class Syslog:
 
 
 class Run:
-    """One run of the tool, or of another program that logs as it does."""
+    """One run of the tool, or of another program that logs in the same way."""
 
     def __init__(self, syslog, arguments, prefix=(), program=TOOL):
         self.syslog = syslog
@@ -112,17 +147,20 @@ class Run:
     def signal(self, number):
         os.kill(self.pid, number)
 
-    def seconds_to_end(self):
-        """How long until the process is gone."""
-        start = time.monotonic()
+    def end(self):
+        """Waits until the process is gone and returns the time."""
         watch = select.poll()
         descriptor = os.pidfd_open(self.pid)
         watch.register(descriptor, select.POLLIN)
         gone = watch.poll(TOO_LONG * 1000)
-        seconds = time.monotonic() - start
+        end = time.monotonic()
         os.close(descriptor)
         assert gone, "the tool hangs"
-        return seconds
+        return end
+
+    def seconds_to_end(self):
+        start = time.monotonic()
+        return self.end() - start
 
     def finish(self):
         try:
@@ -137,9 +175,9 @@ class Run:
         return self
 
     def body(self):
-        """The log lines between the start banner and the finish banner of a run that ended as a run should.
+        """The log lines between the two banners of a run that ended normally.
 
-        A signal may be caught during the finish banner, too: its line stands among the banner's.
+        A signal may also be caught during the finish banner: then its line is between those of the banner.
         """
         assert self.status == 0
         assert self.errors == ""
@@ -153,7 +191,7 @@ class Run:
         return self.log[3:end]
 
     def action(self):
-        """The log lines of the action alone; what it took is in `milliseconds` afterwards."""
+        """The log lines of the action alone. Sets `milliseconds` to the time it took."""
         *lines, (level, text) = self.body()
         delta = re.fullmatch(r"Delta Time \(ms\) : (\d+)" + ("" if LIBC == "musl" else r"\n"), text)
         assert level == INFO and delta, (level, text)
@@ -162,14 +200,14 @@ class Run:
 
 
 def ftok(project):
-    """The queue's key: project id, device number and inode number of the file, side by side."""
+    """The queue's key: project id, device number and inode number of the file, joined."""
     status = CONF_PTZ.stat()
     key = ord(project) << 24 | (status.st_dev & 0xFF) << 16 | status.st_ino & 0xFFFF
     return key - (1 << 32) if key >= 1 << 31 else key
 
 
 class Queue(NamedTuple):
-    """A row of the kernel's own list."""
+    """A row of the kernel's list."""
     key: int
     id: int
     permissions: str
@@ -178,7 +216,7 @@ class Queue(NamedTuple):
 
 
 def all_queues():
-    """The queues of this sandbox: all that the kernel shows, or under proot the two of the key file."""
+    """The queues of this sandbox: all that the kernel lists, or under proot the two of the key file."""
     rows = Path("/proc/sysvipc/msg").read_text().splitlines()[1:]
     queues = [Queue(int(row[0]), int(row[1]), row[2], int(row[3]), int(row[4])) for row in map(str.split, rows)]
     if not UNDER_PROOT:
@@ -187,8 +225,8 @@ def all_queues():
     return [queue for queue in queues if queue.key in own]
 
 
-def lay_settings():
-    """The settings as the device ships them; another key file as long as somebody has a queue of the same key."""
+def write_settings():
+    """Writes the default settings, and a key file whose keys nobody else uses."""
     CONF_PTZ.parent.mkdir(exist_ok=True)
     CONF_PTZ.write_text("")
     while UNDER_PROOT and all_queues():
@@ -230,18 +268,18 @@ def relay(sequence, content, filler=b"\x00"):
 
 
 def body(text):
-    """A relay message body in hex, zeros to the end left out."""
+    """A relay message body from hex, without the zeros at its end."""
     return bytes.fromhex(text).ljust(36, b"\x00")
 
 
 class Raw(NamedTuple):
-    """A reply sent exactly as it is, of whatever length."""
+    """A reply sent exactly as it is, of any length."""
     content: bytes
     type: int = 1
 
 
 class Daemon:
-    """Answers the requests one after the other as scripted, then falls silent.
+    """Answers one request after the other as scripted, then no more.
 
     An answer is a frame (relayed with the sequence id of its request), a Raw message, None for silence, or a list
     of these.
@@ -274,7 +312,7 @@ class Daemon:
 
 
 class Simulator:
-    """simZR4410 itself, from ready to its clean end."""
+    """simZR4410, from the time it is ready to its normal end."""
 
     def __init__(self, *arguments):
         READY.unlink(missing_ok=True)
@@ -283,7 +321,7 @@ class Simulator:
         deadline = time.monotonic() + TOO_LONG
         while not READY.exists():
             assert self.process.poll() is None, self.process.stdout.read()
-            assert time.monotonic() < deadline, "simZR4410 does not get ready"
+            assert time.monotonic() < deadline, "simZR4410 is not ready"
             time.sleep(0.005)
 
     def stop(self):

@@ -1,8 +1,8 @@
-"""Runs a test file in several sandboxes at once: its tests mostly wait, and each sandbox has queues of its own.
+"""Runs a test file in several sandboxes at once. Its tests mostly wait, and each sandbox has its own queues.
 
     shards.py COUNT SANDBOX-COMMAND... TEST-FILE
 
-As a plugin of pytest it keeps every COUNT-th test, from the one whose number is in ZR4410_SHARD ("2/6") on.
+As a pytest plugin it keeps every COUNT-th test. ZR4410_SHARD="2/6" means: of 6, beginning with number 2.
 """
 
 import os

@@ -1,5 +1,5 @@
-/* Other software on the device, in C: starts the camera up for the mains frequency of its argument, then changes a
-   setting. */
+/* A C program, like the device's other software: starts up the camera for the mains frequency in its argument, then
+   changes a setting. */
 #include <stdio.h>
 #include <stdlib.h>
 

@@ -1,7 +1,7 @@
-"""Sends SIGUSR1 and SIGUSR2 in turn, then another signal: storm.py, then "PID SECONDS PAUSE LEAST SIGNAL" on its input.
+"""Sends SIGUSR1 and SIGUSR2 in turn, then SIGNAL. Reads "PID SECONDS PAUSE LEAST SIGNAL" from its input.
 
-The pauses are of PAUSE seconds at most; without them the signals come as fast as they go. It goes on until LEAST are
-sent, even if that takes longer than SECONDS. Prints how many it sent, and when (of the monotonic clock) the last one.
+A pause takes at most PAUSE seconds; 0 means none. The storm lasts SECONDS, or longer until LEAST signals are sent.
+Prints the number of signals sent and the time of the last one (monotonic clock).
 """
 
 import os

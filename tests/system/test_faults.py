@@ -1,72 +1,62 @@
 """Every fault of the device in every exchange of every run mode: what is logged, how long it takes, and that the next
 run on the same queues works again.
 
-A row of MODES is one exchange of a mode, a row of LINK one fault; the cell says what their lines are.
+A row of MODES is one exchange of a mode, a row of LINK or VISCA is one fault; outcome() combines them.
 """
 
 import re
 import signal
-import time
 from typing import NamedTuple
 
 import pytest
 
-from device import DEBUG, ERROR, INFO, all_queues, body, ftok, open_queue
+from device import (CAMERA_FAILED, DEBUG, ERROR, INFO, LOOP_FAILED, MCU_FAILED, MODE_FAILED, READ_BACK_FAILED,
+                    all_queues, body, errors, ftok, open_queue, until)
 
 TIMEOUT_MS = 2000
-SLACK_MS = 1900  # for all that is no time-out: less than one more of them
+SLACK_MS = 1900  # for everything else: less than another time-out
 
 
 class Mode(NamedTuple):
     arguments: str
-    exchange: int  # the one that the fault strikes, from 1
+    exchange: int  # the one with the fault, from 1
     kind: str  # "inquiry" and "command" of the camera, "mcu"
-    tail: list  # what the mode itself says of a failure
-    judged: bool = False  # a camera inquiry whose VISCA reply is judged, and says one line more
-    length: str = ""  # its line for a reply of a wrong length
-    before: int = 0  # lines of the undisturbed run that come first
+    tail: list  # the mode's own lines about a failure
+    judged: bool = False  # a camera inquiry whose VISCA reply is checked, which logs one line more
+    length: str = ""  # the line for a reply of the wrong length
+    before: int = 0  # the number of lines of a run without a fault that come first
 
     def failed(self, *lines):
-        """An exchange that fails on the way, with these lines of the link."""
-        wrapped = ["MCU_ProcessUart1 failed!"] if self.kind == "mcu" else ["QM2150_ProcessVisca failed!"]
-        return [*lines, *wrapped, *(["QM2150_Inquiry fail!\n"] if self.judged else []), *self.tail]
+        """The lines of an exchange that fails with these lines of the link."""
+        wrapped = MCU_FAILED if self.kind == "mcu" else CAMERA_FAILED
+        return errors(*lines) + wrapped + (errors("QM2150_Inquiry fail!\n") if self.judged else []) + self.tail
 
-
-VERSION = ["QM2150_VersionInq fail!\n"]
-GET_MODE = ["QM2150_GetSnrMode fail!\n"]
-SET_MODE = ["QM2150_SetRegisterValue failed!", "QM2150_SetSnrMode fail!\n"]
-READ_BACK = ["QM2150_GetSnrMode failed!", "QM2150_SetSnrMode fail!\n"]
-LENS = ["QM2150_GetLensControl failed!\n", "GetLensControlInquiry failed!\n"]
-CAMERA = ["QM2150_GetCameraControl failed!\n", "GetCameraControlInquiry failed!\n"]
-OTHER = ["QM2150_GetOtherControl failed!\n", "GetOthersControlInquiry failed!\n"]
-ENLARGE1 = ["QM2150_GetEnlargeFunction1 failed!\n", "GetEnlargeFun1Inquiry failed!\n"]
-ENLARGE2 = ["QM2150_GetEnlargeFunction2 failed!\n", "GetEnlargeFun1Inquiry failed!\n"]
 
 MODES = [
-    Mode("-s 0 0", 1, "inquiry", VERSION),
-    Mode("-s 1 0", 1, "inquiry", GET_MODE),
-    Mode("-s 2 8", 1, "command", SET_MODE),
-    Mode("-s 2 8", 2, "inquiry", READ_BACK),
-    Mode("-m 16 0", 1, "mcu", ["MCU_GetVersion fail!\n"] * 2),
-    Mode("-m 17 0", 1, "mcu", ["MCU_GetPTZ fail!\n"]),
-    Mode("-m 12 1", 1, "mcu", ["MCU_LensPowerControl fail!\n"]),
-    Mode("-c 0002", 1, "command", ["SnrQM2150_Command failed!\n"]),
-    Mode("-i 04 00", 1, "inquiry", ["SnrQM2150_Inquiry failed!\n"], True),
-    Mode("-y 0", 1, "inquiry", LENS, True, "QM2150_GetLensControl len fail!\n"),
-    Mode("-y 1", 1, "inquiry", CAMERA, True, "QM2150_GetCameraControl len fail!\n"),
-    Mode("-y 1", 2, "inquiry", CAMERA, before=16),
-    Mode("-y 1", 3, "inquiry", CAMERA, True, "QM2150_GetHighSensitivity len fail!\n", before=16),
-    Mode("-y 2", 1, "inquiry", OTHER, True, "QM2150_GetOtherControl len fail!\n"),
-    Mode("-y 3", 1, "inquiry", ENLARGE1, True, "QM2150_GetEnlargeFunction1 len fail!\n"),
-    Mode("-y 4", 1, "inquiry", ENLARGE2, True, "QM2150_GetEnlargeFunction2 len fail!\n"),
+    Mode("-s 0 0", 1, "inquiry", MODE_FAILED["-s 0 0"]),
+    Mode("-s 1 0", 1, "inquiry", MODE_FAILED["-s 1 0"]),
+    Mode("-s 2 8", 1, "command", MODE_FAILED["-s 2 8"]),
+    Mode("-s 2 8", 2, "inquiry", READ_BACK_FAILED),
+    Mode("-m 16 0", 1, "mcu", MODE_FAILED["-m 16 0"]),
+    Mode("-m 17 0", 1, "mcu", MODE_FAILED["-m 17 0"]),
+    Mode("-m 12 1", 1, "mcu", MODE_FAILED["-m 12 1"]),
+    Mode("-c 0002", 1, "command", MODE_FAILED["-c 0002"]),
+    Mode("-i 04 00", 1, "inquiry", MODE_FAILED["-i 04 00"], True),
+    Mode("-y 0", 1, "inquiry", MODE_FAILED["-y 0"], True, "QM2150_GetLensControl len fail!\n"),
+    Mode("-y 1", 1, "inquiry", MODE_FAILED["-y 1"], True, "QM2150_GetCameraControl len fail!\n"),
+    Mode("-y 1", 2, "inquiry", MODE_FAILED["-y 1"], before=16),
+    Mode("-y 1", 3, "inquiry", MODE_FAILED["-y 1"], True, "QM2150_GetHighSensitivity len fail!\n", before=16),
+    Mode("-y 2", 1, "inquiry", MODE_FAILED["-y 2"], True, "QM2150_GetOtherControl len fail!\n"),
+    Mode("-y 3", 1, "inquiry", MODE_FAILED["-y 3"], True, "QM2150_GetEnlargeFunction1 len fail!\n"),
+    Mode("-y 4", 1, "inquiry", MODE_FAILED["-y 4"], True, "QM2150_GetEnlargeFunction2 len fail!\n"),
 ]
-# These ask nobody, so no fault reaches them.
+# These send no request, so no fault reaches them.
 LISTS = ["-s 1 1", "-m 16 1", "-y 5", "-g", "-m 1 0"]
 
 POISONED = "msgrcv len failed(-1)!7:Argument list too long"
 BLOCKED = (DEBUG, "Reflush Receive Msqg (7): Argument list too long")
 REMOVED = re.compile(r"msgrcv len failed\(-1\)!(22:Invalid argument|43:Identifier removed)")
-SHORT = re.compile(r"msgrcv len failed\(20\)!\d+:.+")  # whatever errno holds
+SHORT = re.compile(r"msgrcv len failed\(20\)!\d+:.+")  # errno is left over from an earlier call
 
 NO_REPLY = {"inquiry": ["ZR4410_MsgQ_Receive timeout!"], "command": ["ZR4410_MsgQ_Receive timeout!"],
             "mcu": ["ZR4410_MsgQ_Receive failed!"]}
@@ -86,7 +76,7 @@ def queue_lines(line):
 
 CHECKSUM = frame_lines("Checksum failed!", "Checksum failed!")
 
-# The faults that the link itself finds, with its lines by kind of exchange.
+# The faults that the link itself detects, with its lines for each kind of exchange.
 LINK = {
     "no-reply": NO_REPLY,
     "late:ms=2300": NO_REPLY,
@@ -110,7 +100,7 @@ LINK = {
 }
 TIMED_OUT = [fault for fault, lines in LINK.items() if lines is NO_REPLY]
 
-# The camera's error replies: the judgement's line, and what the sensor mode amounts to for those who do not judge.
+# The camera's error replies: the line logged where they are checked, and the sensor mode read where they are not.
 VISCA = {
     "visca-length": ("VISCA RESP: Message length error.\n", 0x10),
     "visca-syntax": ("VISCA RESP: Syntax error.\n", 0x20),
@@ -122,7 +112,7 @@ VISCA = {
 }
 FAULTS = [*LINK, *VISCA, "nak", "short-reply", "long-reply", "duplicate", "socket-number"]
 
-NO_NAME = ["SnrQM2150_SnrMode2Str fail!\n"]
+NO_NAME = errors("SnrQM2150_SnrMode2Str fail!\n")
 NTSC = "[GetSnrMode] NTSC, Stop Digital Output\n"
 
 
@@ -132,25 +122,25 @@ class Undisturbed(NamedTuple):
 
 
 def outcome(mode, fault, good):
-    """The lines and the output of the cell; `good` is what the mode does without the fault."""
+    """The lines and the output of this mode with this fault; `good` are those without the fault."""
     before, code = good.lines[:mode.before], (mode.arguments, mode.exchange)
 
-    def failed(lines, output=None):
-        text = "" if mode.before == 0 else good.output  # the block's dump is out already
-        return before + [(ERROR, line) for line in lines], text if output is None else output
+    def failed(lines):
+        # A mode with lines before the fault has already printed its block.
+        return before + lines, good.output if mode.before else ""
 
     if fault in LINK:
         return failed(mode.failed(*LINK[fault][mode.kind]))
 
-    if fault in ("duplicate", "socket-number"):  # only the raw inquiry shows the socket's number
+    if fault in ("duplicate", "socket-number"):  # only the raw inquiry prints the socket's number
         return good.lines, good.output.replace("90 50", "90 51") if fault == "socket-number" else good.output
 
-    if mode.kind == "command":  # 0x10 must come first: it does not, but where it has company
+    if mode.kind == "command":  # the first byte must be 0x10; of these only a long reply begins with it
         return (good.lines, good.output) if fault == "long-reply" else failed(mode.tail)
 
     if mode.kind == "mcu":
         answers = {"nak": 0x40, "short-reply": 0x00, "long-reply": 0x21}
-        if mode.arguments == "-m 16 0":  # the first byte, whatever it means and however many follow
+        if mode.arguments == "-m 16 0":  # prints the first byte without a check
             return good.lines, "Version = 0x%02x\n" % answers.get(fault, 0x90)
         if mode.arguments == "-m 12 1" and fault == "long-reply":
             return good.lines, good.output
@@ -162,18 +152,18 @@ def outcome(mode, fault, good):
     if fault in VISCA:
         line, sensor_mode = VISCA[fault]
         if mode.judged:
-            return failed([line, "QM2150_ChecRespVisca fail!\n", *mode.tail])
+            return failed(errors(line, "QM2150_ChecRespVisca fail!\n") + mode.tail)
         if code == ("-s 0 0", 1):
             return good.lines, "[Model] 0x0000, [ROM Version] 0x0000\n"
         if code == ("-s 1 0", 1):
             return ([], NTSC) if sensor_mode == 0x10 else failed(NO_NAME)
-        if code == ("-s 2 8", 2):  # reads back something else; the second look is right
+        if code == ("-s 2 8", 2):  # reads back another mode; the second time it is right
             return good.lines, good.output
         return failed(mode.tail)  # -y 1: no shutter times for such a sensor mode
 
-    # A data byte too few or too many.
+    # One data byte too few or too many.
     if mode.length:
-        return failed([mode.length, *mode.tail])
+        return failed(errors(mode.length) + mode.tail)
     if mode.arguments == "-i 04 00":
         return good.lines, {"short-reply": "Inquiry Packet: 90 50 ff\n",
                             "long-reply": "Inquiry Packet: 90 50 02 00 ff\n"}[fault]
@@ -181,22 +171,15 @@ def outcome(mode, fault, good):
         return [], "[GetSnrMode] unknown\n"
     if fault == "short-reply" and code == ("-y 1", 2):
         return failed(mode.tail)
-    return good.lines, good.output  # the bytes that matter are there, or the second look finds them
+    return good.lines, good.output  # the bytes that are used are right, or the mode is read back a second time
 
 
 def matches(lines, expected):
-    """As equality, but an expected text may be a pattern."""
+    """Like ==, but an expected text may be a pattern."""
     return len(lines) == len(expected) and all(
         level == expected_level and (text == expected_text if isinstance(expected_text, str)
                                      else expected_text.fullmatch(text))
         for (level, text), (expected_level, expected_text) in zip(lines, expected))
-
-
-def until(condition):
-    deadline = time.monotonic() + 60
-    while not condition():
-        assert time.monotonic() < deadline
-        time.sleep(0.005)
 
 
 def waiting_replies():
@@ -210,7 +193,7 @@ def undisturbed():
 
 @pytest.fixture
 def good(undisturbed, tool, simulator):
-    """What the mode does when nothing is wrong."""
+    """Runs the mode without a fault."""
     def find(arguments):
         if arguments not in undisturbed:
             device = simulator("--fast", "--quiet")
@@ -250,7 +233,7 @@ def test_a_fault_in_an_exchange(tool, simulator, good, mode, fault):
         first = next(each for each in MODES if each.arguments == mode.arguments)
         run = tool(*mode.arguments.split())
         failure = first.failed(POISONED, "ZR4410_MsgQ_Receive failed!")
-        assert run.action() == [BLOCKED] + [(ERROR, line) for line in failure]
+        assert run.action() == [BLOCKED] + failure
         assert run.output == ""
         poison, _ = open_queue("a").receive(block=False)
         assert len(poison) == 40
@@ -260,19 +243,18 @@ def test_a_fault_in_an_exchange(tool, simulator, good, mode, fault):
 
 
 @pytest.mark.parametrize("fault", FAULTS)
-def test_modes_that_ask_nobody(tool, simulator, fault):
+def test_modes_that_send_no_request(tool, simulator, fault):
     simulator("--fast", "--quiet", "--fault", fault)
     for arguments in LISTS:
         run = tool(*arguments.split())
         lines = [line for line in run.action() if line[0] != DEBUG]
-        assert lines == ([(ERROR, "Command ID is not supported.\n")] if arguments == "-m 1 0" else [])
+        assert lines == (errors("Command ID is not supported.\n") if arguments == "-m 1 0" else [])
         assert run.output.count("\n") == {"-s 1 1": 19, "-m 16 1": 24}.get(arguments, 0)
         assert run.milliseconds < SLACK_MS
 
 
-LOOP_FAILED = (ERROR, "ZR4410_MsgQ_Receive fail!\n")
 SILENCE = [(ERROR, "msgrcv timeout!"), LOOP_FAILED]
-# The read loop takes whatever is a whole message: the messages that it shows, and the lines, repeated or not.
+# The read loop accepts any complete message. The number of messages that it dumps, and the lines, once or repeated.
 READ_LOOP = {
     "no-reply": (0, SILENCE), "late:ms=2300": (1, SILENCE), "power-loss": (0, SILENCE),
     "daemon-away:ms=2200": (0, SILENCE),

@@ -1,4 +1,4 @@
-"""Standard output that nobody takes: the run and its log go on to their end."""
+"""Standard output that nobody reads: the run and its log still come to their end."""
 
 import fcntl
 import signal
@@ -22,7 +22,7 @@ def nowhere(request):
     return request.param
 
 
-def test_a_report_is_logged_to_its_end(tool, simulator, nowhere):
+def test_a_report_is_logged_completely(tool, simulator, nowhere):
     simulator("--fast")
     lines = tool("-y", "1", "-g", prefix=nowhere).action()
     assert [text.split("]")[0] for level, text in lines if level == INFO and text.startswith("[")] == [
@@ -42,20 +42,20 @@ def test_the_usage_ends_with_status_0(tool, nowhere):
 
 def test_a_stop_signal_ends_a_run_whose_reader_stalls(start):
     run = start("-r", "-g")
-    fcntl.fcntl(run.process.stdout, fcntl.F_SETPIPE_SZ, 4096)  # some 25 dumps, and nobody reads them
+    fcntl.fcntl(run.process.stdout, fcntl.F_SETPIPE_SZ, 4096)  # room for about 25 dumps, which nobody reads
     replies = open_queue("a")
     for _ in range(60):
         replies.send(ANY_MESSAGE, type=1)
     deadline = time.monotonic() + TOO_LONG
     seen, since = 60, time.monotonic()
-    # Until it takes no more for ten times as long as it waits between messages.
+    # Wait until it has read no message for ten times its poll interval.
     while seen == 60 or time.monotonic() < since + 0.5:
         assert time.monotonic() < deadline
         if replies.current_messages != seen:
             seen, since = replies.current_messages, time.monotonic()
         time.sleep(0.01)
     assert seen > 0
-    # Each signal ends one write; a dump is a few of them.
+    # Each signal interrupts one write, and a dump takes several.
     while run.process.poll() is None and time.monotonic() < deadline:
         run.signal(signal.SIGTERM)
         time.sleep(0.02)

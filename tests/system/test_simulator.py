@@ -4,7 +4,7 @@ import signal
 
 import pytest
 
-from device import ERROR, INFO, all_queues, ftok
+from device import CAMERA_FAILED, ERROR, INFO, MODE_FAILED, all_queues, errors, ftok
 
 
 @pytest.mark.parametrize("arguments, output", [
@@ -39,13 +39,12 @@ def test_a_sensor_mode_that_is_set_is_read_back(simulator, tool):
         assert run.output == f"[GetSnrMode] {name}\n"
 
 
-def test_a_camera_without_power_is_silent_and_comes_back(simulator, tool):
+def test_a_camera_without_power_does_not_answer_until_it_has_power(simulator, tool):
     simulator("--wake-up", "0")
     assert tool("-m", "12", "0").action() == []
     run = tool("-s", "0", "0")
-    assert run.action() == [(ERROR, "ZR4410_MsgQ_Receive timeout!"), (ERROR, "QM2150_ProcessVisca failed!"),
-                            (ERROR, "QM2150_VersionInq fail!\n")]
-    # The MCU has power all the time.
+    assert run.action() == errors("ZR4410_MsgQ_Receive timeout!") + CAMERA_FAILED + MODE_FAILED["-s 0 0"]
+    # The MCU always has power.
     assert tool("-m", "16", "0").output == "Version = 0x21\n"
     assert tool("-m", "12", "1").action() == []
     assert tool("-s", "0", "0").output == "[Model] 0x0720, [ROM Version] 0x0103\n"
@@ -69,8 +68,8 @@ def test_a_raw_command_switches_the_power(simulator, tool):
 def test_an_unknown_inquiry_is_a_syntax_error(simulator, tool):
     simulator("--fast")
     run = tool("-i", "", "00")
-    assert run.action() == [(ERROR, "VISCA RESP: Syntax error.\n"), (ERROR, "QM2150_ChecRespVisca fail!\n"),
-                            (ERROR, "SnrQM2150_Inquiry failed!\n")]
+    assert run.action() == (errors("VISCA RESP: Syntax error.\n", "QM2150_ChecRespVisca fail!\n") +
+                            MODE_FAILED["-i 04 00"])
 
 
 def test_unsolicited_reports_reach_the_read_loop(simulator, tool, start):
@@ -89,7 +88,7 @@ def test_unsolicited_reports_reach_the_read_loop(simulator, tool, start):
     assert dump.count("AA 91 08 00 00 7D 00") >= 2
 
 
-def test_a_simulator_that_comes_first_opens_the_queues_to_all(simulator, tool):
+def test_a_simulator_that_starts_first_opens_the_queues_to_all(simulator, tool):
     simulator()
     assert {queue.key: queue.permissions for queue in all_queues()} == {ftok("b"): "666", ftok("a"): "666"}
     tool("-m", "16", "0")

@@ -1,4 +1,4 @@
-"""Other software on the device brings the simulated camera up through the library, in real time."""
+"""Another program starts up the simulated camera through the library, in real time."""
 
 import os
 import re
@@ -33,7 +33,7 @@ def start_up(syslog):
     return lambda hz: Run(syslog, [hz], program=STARTUP).finish()
 
 
-def test_a_mode_that_is_set_needs_no_power_cycle(simulator, start_up):
+def test_the_current_mode_needs_no_power_cycle(simulator, start_up):
     simulator()
     run = start_up("60")
     assert run.output == ("init 0: mcu 0x21 model 0x0720 rom 0x0103 snr 0x06 ae 0x00 shutter 0x0006 wb 0x00 af 0x00\n"
@@ -42,7 +42,7 @@ def test_a_mode_that_is_set_needs_no_power_cycle(simulator, start_up):
                        *params(0x06)]
 
 
-def test_another_mode_takes_a_power_cycle(simulator, start_up):
+def test_another_mode_needs_a_power_cycle(simulator, start_up):
     simulator()
     run = start_up("50")
     assert run.output == ("init 0: mcu 0x21 model 0x0720 rom 0x0103 snr 0x08 ae 0x00 shutter 0x0006 wb 0x00 af 0x00\n"
@@ -51,7 +51,7 @@ def test_another_mode_takes_a_power_cycle(simulator, start_up):
     off, on = texts.index("[init] QM2150 Power Off.\n"), texts.index("[init] QM2150 Power On.\n")
     up = texts.index("[init] 50 Hz SnrQM2150_SetSnrMode = 0x08\n")
     assert off < on < up
-    # While it wakes up the camera is silent, and each attempt says so.
+    # The camera does not answer while it wakes up, and each failed attempt is logged.
     attempts = texts[on + 1:up].count("[init] Waiting for QM2150 wake up: QM2150_GetSnrMode fail!\n")
     assert 1 <= attempts <= 9
     elapsed = re.fullmatch(r"\[init\] Set SnrMode Time = (\d+) \(ms\)\n", texts[up + 1])

@@ -1,8 +1,8 @@
-"""The command line: what prints the usage, what is refused, and with which exit status."""
+"""The command line: what prints the usage, what is rejected, and the exit status of each."""
 
 import pytest
 
-from device import ERROR, START, all_queues
+from device import START, all_queues, errors
 
 USAGE = """\
 Usage: testZR4410 [OPTION]
@@ -47,14 +47,14 @@ Usage: testZR4410 [OPTION]
     "--sys=0", "-y0", "-y 0 1 2", "--sys 0 1 2",
     "-r -s",
 ])
-def test_usage_without_a_complaint(tool, arguments):
+def test_usage_without_an_error_message(tool, arguments):
     run = tool(*arguments.split())
     assert (run.status, run.output, run.errors) == (0, USAGE, "")
     assert run.log == START
     assert all_queues() == []
 
 
-@pytest.mark.parametrize("arguments, complaint", [
+@pytest.mark.parametrize("arguments, message", [
     ("-x", "invalid option -- 'x'"),
     ("-s 1 2 -x", "invalid option -- 'x'"),
     ("-m 12 -1", "invalid option -- '1'"),
@@ -65,10 +65,10 @@ def test_usage_without_a_complaint(tool, arguments):
     ("--help=1", "option '--help' doesn't allow an argument"),
     ("--nonsense", "unrecognized option '--nonsense'"),
 ])
-def test_usage_after_the_parsers_complaint(tool, arguments, complaint):
+def test_usage_after_an_error_message_of_the_parser(tool, arguments, message):
     run = tool(*arguments.split())
     assert (run.status, run.output) == (0, USAGE)
-    assert complaint in run.errors
+    assert message in run.errors
     assert run.log == START
     assert all_queues() == []
 
@@ -85,8 +85,8 @@ def test_usage_after_the_parsers_complaint(tool, arguments, complaint):
     (["-i", "04", "0" * 34], "HexStr2Bytes failed!\n"),
     (["-i", "-g", "00"], "IsHexString failed!\n"),
 ])
-def test_bad_hex_is_refused_before_anything_is_opened(tool, arguments, line):
+def test_bad_hex_is_rejected_before_anything_is_opened(tool, arguments, line):
     run = tool(*arguments)
     assert (run.status, run.output, run.errors) == (255, "", "")
-    assert run.log == START + [(ERROR, line)]
+    assert run.log == START + errors(line)
     assert all_queues() == []

@@ -1,3 +1,4 @@
+// The monotonic clock, the local time as text, and the check for a working RTC.
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -6,6 +7,8 @@
 #include "tests/fakeos/Fixtures.h"
 
 namespace {
+
+constexpr time_t kMorning = 1767596889;  // 5 January 2026, 07:08:09 UTC
 
 class Clock : public Machine {
  protected:
@@ -27,7 +30,7 @@ class Clock : public Machine {
   char text[17] = {'x', 'x', 'x', 'x', 'x', 'x', 'x', 'x', 'x', 'x', 'x', 'x', 'x', 'x', 'x', 'x', 'x'};
 };
 
-TEST_F(Clock, MillisecondsAreCutNotRounded) {
+TEST_F(Clock, MillisecondsAreRoundedDown) {
   uint64_t milliseconds = 0;
   os.SetClock(12'345'678'999'999);
   EXPECT_EQ(GetMsFromStart(&milliseconds), 0);
@@ -44,7 +47,7 @@ TEST_F(Clock, MillisecondsNeed64Bits) {
   EXPECT_EQ(milliseconds, 4'294'968'001U);
 }
 
-TEST_F(Clock, AFailureIsPrintedAndLeavesTheCount) {
+TEST_F(Clock, AFailureIsPrintedAndLeavesTheOutputUnchanged) {
   uint64_t milliseconds = 77;
   os.Fail("clock_gettime", EINVAL);
   EXPECT_EQ(GetMsFromStart(&milliseconds), -1);
@@ -55,7 +58,7 @@ TEST_F(Clock, AFailureIsPrintedAndLeavesTheCount) {
 
 TEST_F(Clock, TheDayTimeIsFourteenDigits) {
   SetZone("UTC0");
-  os.wallClock = 1767596889;
+  os.wallClock = kMorning;
   EXPECT_EQ(DayTime(), "20260105070809");
   os.wallClock = 1798761599;
   EXPECT_EQ(DayTime(), "20261231235959");
@@ -65,16 +68,16 @@ TEST_F(Clock, TheDayTimeIsFourteenDigits) {
 
 TEST_F(Clock, TheDayTimeIsLocal) {
   SetZone("EAST-5:30");
-  os.wallClock = 1767596889;
+  os.wallClock = kMorning;
   EXPECT_EQ(DayTime(), "20260105123809");
 }
 
-TEST_F(Clock, AnAbsurdYearIsCutToFourteenDigits) {
+TEST_F(Clock, ALongerYearIsCutToFourteenDigitsInAll) {
   if (sizeof(time_t) > 4) {
     SetZone("UTC0");
-    os.wallClock = static_cast<time_t>(327'403'753'689);  // the fifth of January 12345, 07:08:09
+    os.wallClock = static_cast<time_t>(327'403'753'689);  // 5 January 12345, 07:08:09
     EXPECT_EQ(DayTime(), "12345010507080");
-    os.wallClock = static_cast<time_t>(1) << (sizeof(time_t) * 8 - 2);  // no year for it
+    os.wallClock = static_cast<time_t>(1) << (sizeof(time_t) * 8 - 2);  // its year does not fit an int
     EXPECT_EQ(DayTime().size(), 14U);
   }
 }
@@ -83,7 +86,7 @@ TEST_F(Clock, AnAbsurdYearIsCutToFourteenDigits) {
 
 constexpr char kRtc[] = "/proc/driver/rtc";
 
-TEST_F(Clock, TheRtcFileBeginsWithItsTime) {
+TEST_F(Clock, AnRtcFileBeginsWithRtcTime) {
   os.files[kRtc] = "rtc_time\t: 07:08:09\nrtc_date\t: 2026-01-05\n";
   EXPECT_EQ(IsRtcTime(), 0);
   EXPECT_THAT(os.FileSteps(),
@@ -99,7 +102,7 @@ TEST_F(Clock, OnlyTheFirstEightCharactersOfTheRtcFileCount) {
   EXPECT_EQ(IsRtcTime(), 0);
 }
 
-TEST_F(Clock, AnotherBeginningIsNoRtc) {
+TEST_F(Clock, AFileWithAnotherBeginningIsNoRtc) {
   for (const char* content : {"rtc_tim", "rtc_date\t: 2026-01-05\n", " rtc_time", "RTC_TIME", "\n"}) {
     os.files[kRtc] = content;
     EXPECT_EQ(IsRtcTime(), -1) << content;

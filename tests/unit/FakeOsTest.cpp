@@ -1,4 +1,4 @@
-// The fake operating system itself: the other tests lean on it.
+// The fake operating system itself, on which the other unit tests depend.
 #include <fcntl.h>
 #include <gtest/gtest-spi.h>
 #include <sys/msg.h>
@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <functional>
 
 #include "support/SignalGuard.h"
 #include "tests/fakeos/Fixtures.h"
@@ -28,12 +29,12 @@ TEST_F(FakeOsTest, AnswersARequestWithAGoodFrame) {
   EXPECT_EQ(Send(), 0);
   EXPECT_EQ(Receive(), 0);
   EXPECT_EQ(Hex(Bytes(received.body, received.body + 11)), "AA AA 07 07 AA 90 02 23 42 5F 55");
-  EXPECT_EQ(os.Slept(), std::vector<unsigned>{50000});
+  EXPECT_EQ(os.Slept(), std::vector<unsigned>{1000 * kPollMs});
   EXPECT_THAT(os.Frames(), ElementsAre(Bytes{0xAA, 0x10, 0x01, 0x01, 0x44, 0x55}));
   EXPECT_THAT(os.Packets(), ElementsAre(Bytes{0x01}));
 }
 
-TEST_F(FakeOsTest, SpoilsWhatItIsToldTo) {
+TEST_F(FakeOsTest, RepliesWithTheErrorsAskedFor) {
   os.Reply({0x23}).Header(1, 2).Id(3).FrameLength(4).Start(5).Code(6).Length(7).Checksum(8).Stop(9).Type(10);
   EXPECT_EQ(Send(), 0);
   EXPECT_EQ(Receive(), 0);
@@ -41,21 +42,22 @@ TEST_F(FakeOsTest, SpoilsWhatItIsToldTo) {
   EXPECT_EQ(Hex(Bytes(received.body, received.body + 10)), "01 02 03 04 05 06 07 23 08 09");
 }
 
-TEST_F(FakeOsTest, ShowsEverythingInOrder) {
+TEST_F(FakeOsTest, RecordsEverythingInOrder) {
   os.NoReply();
   os.Arrive(Bytes(36), 0);
-  os.Arrive(Bytes(37), 60);
+  os.Arrive(Bytes(37), kPollMs + 10);
   os.StopAt("usleep", 3);
   EXPECT_EQ(Send(), 0);
   EXPECT_EQ(Receive(), -55);
   EXPECT_EQ(Receive(), -15);
+  const std::string sleep = "sleep " + std::to_string(1000 * kPollMs);
   EXPECT_THAT(os.Timeline(),
               ElementsAre("receive 36", "receive nothing",
                           "send 4711 AA AA 07 06 AA 10 01 01 44 55 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
                           "00 00 00 00 00 00 00 00 00",
-                          "sleep 50000", "receive nothing", "sleep 50000", "receive error 7",
-                          "log 3 msgrcv len failed(-1)!7:Argument list too long", "sleep 50000"));
-  EXPECT_EQ(os.ElapsedMs(), 150);
+                          sleep, "receive nothing", sleep, "receive error 7",
+                          Logged(Err("msgrcv len failed(-1)!7:Argument list too long")), sleep));
+  EXPECT_EQ(os.ElapsedMs(), 3 * kPollMs);
   os.RemovePoison();
   EXPECT_EQ(os.Waiting(), 0U);
 }
@@ -71,7 +73,7 @@ TEST_F(FakeOsTest, ASignalCutsASleepShort) {
   EXPECT_EQ(giUsr1SigID, 1);
 }
 
-TEST_F(FakeOsTest, FailsTheCallsItIsToldTo) {
+TEST_F(FakeOsTest, FailsTheCallsAskedFor) {
   os.Fail("msgsnd", EAGAIN, 2, 2);
   EXPECT_EQ(Send(), 0);
   EXPECT_EQ(Send(), -1);
@@ -81,7 +83,7 @@ TEST_F(FakeOsTest, FailsTheCallsItIsToldTo) {
   EXPECT_EQ(os.Calls("msgsnd"), 2);
 }
 
-// A stream as a program may make one: the path is opened first, and the stream has a buffer of its own.
+// A stream as a program may create one: the path is opened first, and the stream has a buffer of its own.
 FILE* OpenStream(const char* path, const char* mode) {
   const int file = open(path, *mode == 'r' ? O_RDONLY : O_WRONLY | O_CREAT | O_TRUNC, 0666);
   if (file < 0) {
@@ -149,7 +151,7 @@ TEST_F(FakeOsTest, AfterBeingKilledNothingHasAnEffect) {
   EXPECT_THAT(os.FileSteps(), ElementsAre("open w /new", "write /new"));
 }
 
-TEST_F(FakeOsTest, TellsHowMuchAReadAskedFor) {
+TEST_F(FakeOsTest, RecordsHowMuchAReadAskedFor) {
   os.files["/a"] = "abcde";
   const int file = open("/a", O_RDONLY);
   char text[16] = {};
@@ -170,81 +172,15 @@ TEST_F(FakeOsTest, CapturesStandardOutput) {
   EXPECT_EQ(os.Output(), "");
 }
 
-void LogUnguarded() {
-  FakeOs os;
-  openlog("testZR4410", LOG_CONS | LOG_PID, LOG_USER);
-  syslog(LOG_ERR, "text");
-  closelog();
-}
+// --- What FakeOs reports by itself ---
 
-void UseStreamsUnguarded() {
-  FakeOs os;
-  for (const char* mode : {"r", "w"}) {
-    if (FILE* const file = fopen("/sysconf/conf.img", mode)) {
-      *mode == 'r' ? getc(file) : putc('x', file);
-      fclose(file);
-    }
-  }
-}
-
-void WaitWithSignalsHeld() {
-  FakeOs os;
-  const SignalGuard guard;
-  const int file = open("/sysconf/conf.img", O_RDWR);
-  char byte = 0;
-  EXPECT_EQ(read(file, &byte, 1), 1);
-  EXPECT_EQ(write(file, &byte, 1), 1);
-  close(file);
-}
-
-void AskTheLocalTimeUnguarded() {
-  FakeOs os;
-  const time_t now = 0;
-  if (localtime(&now) == nullptr) {
-    abort();
-  }
-}
-
-void LogAsAnother() {
-  FakeOs os;
-  const SignalGuard guard;
-  openlog("other", LOG_CONS | LOG_PID, LOG_USER);
-  syslog(LOG_ERR, "text");
-  closelog();
-}
-
-void Block() {
-  FakeOs os;
-  struct {
-    long type;
-    char body[36];
-  } message;
-  msgrcv(FakeOs::kReplyQueue, &message, 36, 0, 0);
-}
-
-void SleepWithSignalsHeld() {
-  FakeOs os;
-  sigset_t held;
-  sigemptyset(&held);
-  sigaddset(&held, SIGTERM);
-  sigprocmask(SIG_BLOCK, &held, nullptr);
-  usleep(1);
-  sigprocmask(SIG_UNBLOCK, &held, nullptr);
-}
-
-TEST(FakeOsWatch, ReportsWhatNoProgramMayDo) {
-  EXPECT_NONFATAL_FAILURE(AskTheLocalTimeUnguarded(), "a handler that logs can interrupt localtime");
-  EXPECT_NONFATAL_FAILURE(LogAsAnother(), "openlog other 3 8");
-  EXPECT_NONFATAL_FAILURE(Block(), "msgrcv of 36 bytes, type 0, flags 0");
-  EXPECT_NONFATAL_FAILURE(SleepWithSignalsHeld(), "sleeping while the handled signals are held back");
-}
-
-// What the watch says about an action that it finds fault with more than once.
-std::vector<std::string> Reported(void (*action)()) {
+// The failures that a FakeOs reports about this action.
+std::vector<std::string> Reported(const std::function<void()>& action) {
   testing::TestPartResultArray failures;
   {
     using Reporter = testing::ScopedFakeTestPartResultReporter;
     const Reporter reporter(Reporter::INTERCEPT_ONLY_CURRENT_THREAD, &failures);
+    const FakeOs os;
     action();
   }
   std::vector<std::string> messages;
@@ -254,25 +190,84 @@ std::vector<std::string> Reported(void (*action)()) {
   return messages;
 }
 
-TEST(FakeOsWatch, ReportsEachUnguardedCallOfTheLog) {
-  const std::string interrupts = "a handler that logs can interrupt ";
-  EXPECT_THAT(Reported(LogUnguarded),
-              ElementsAre(HasSubstr(interrupts + "openlog"), HasSubstr(interrupts + "syslog text"),
-                          HasSubstr(interrupts + "closelog")));
+constexpr char kSettings[] = "/sysconf/conf.img";
+
+void LogAs(const char* name) {
+  openlog(name, LOG_CONS | LOG_PID, LOG_USER);
+  syslog(LOG_ERR, "text");
+  closelog();
 }
 
-TEST(FakeOsWatch, ReportsEachUnguardedUseOfAStream) {
-  const std::string interrupts = "a handler that logs can interrupt ";
-  EXPECT_THAT(Reported(UseStreamsUnguarded),
-              ElementsAre(HasSubstr(interrupts + "fopen"), HasSubstr(interrupts + "a stream's read"),
-                          HasSubstr(interrupts + "fclose"), HasSubstr(interrupts + "fopen"),
-                          HasSubstr(interrupts + "a stream's write"), HasSubstr(interrupts + "fclose")));
+// `what` in front of the rest of a message: "... can interrupt WHAT".
+auto Interrupts(const std::string& what) { return HasSubstr("a handler that logs can interrupt " + what); }
+// "WHAT while the handled signals are held back".
+auto WithSignalsHeld(const std::string& what) { return HasSubstr(what + " while the handled signals are held back"); }
+
+TEST(FakeOsWatch, ReportsALogLineWithTheSignalsFree) {
+  EXPECT_THAT(Reported([] { LogAs("testZR4410"); }),
+              ElementsAre(Interrupts("openlog"), Interrupts("syslog text"), Interrupts("closelog")));
+}
+
+TEST(FakeOsWatch, ReportsTheLocalTimeWithTheSignalsFree) {
+  EXPECT_THAT(Reported([] {
+                const time_t now = 0;
+                EXPECT_NE(localtime(&now), nullptr);
+              }),
+              ElementsAre(Interrupts("localtime")));
+}
+
+TEST(FakeOsWatch, ReportsEachUseOfAStreamWithTheSignalsFree) {
+  EXPECT_THAT(Reported([] {
+                for (const char* mode : {"r", "w"}) {
+                  if (FILE* const file = fopen(kSettings, mode)) {
+                    *mode == 'r' ? getc(file) : putc('x', file);
+                    fclose(file);
+                  }
+                }
+              }),
+              ElementsAre(Interrupts("fopen"), Interrupts("a stream's read"), Interrupts("fclose"), Interrupts("fopen"),
+                          Interrupts("a stream's write"), Interrupts("fclose")));
 }
 
 TEST(FakeOsWatch, ReportsWhatMayWaitWithTheSignalsHeld) {
-  const std::string held = " /sysconf/conf.img while the handled signals are held back";
-  EXPECT_THAT(Reported(WaitWithSignalsHeld),
-              ElementsAre(HasSubstr("opening" + held), HasSubstr("reading" + held), HasSubstr("writing" + held)));
+  EXPECT_THAT(Reported([] {
+                const SignalGuard guard;
+                const int file = open(kSettings, O_RDWR);
+                char byte = 0;
+                EXPECT_EQ(read(file, &byte, 1), 1);
+                EXPECT_EQ(write(file, &byte, 1), 1);
+                close(file);
+              }),
+              ElementsAre(WithSignalsHeld("opening /sysconf/conf.img"), WithSignalsHeld("reading /sysconf/conf.img"),
+                          WithSignalsHeld("writing /sysconf/conf.img")));
+}
+
+TEST(FakeOsWatch, ReportsASleepWithOneSignalHeld) {
+  EXPECT_THAT(Reported([] {
+                sigset_t held;
+                sigemptyset(&held);
+                sigaddset(&held, SIGTERM);
+                sigprocmask(SIG_BLOCK, &held, nullptr);
+                usleep(1);
+                sigprocmask(SIG_UNBLOCK, &held, nullptr);
+              }),
+              ElementsAre(WithSignalsHeld("sleeping")));
+}
+
+TEST(FakeOsWatch, ReportsAnotherNameInTheLog) {
+  EXPECT_THAT(Reported([] {
+                const SignalGuard guard;
+                LogAs("other");
+              }),
+              ElementsAre(HasSubstr("openlog other 3 8")));
+}
+
+TEST(FakeOsWatch, ReportsABlockingQueueCall) {
+  EXPECT_THAT(Reported([] {
+                char message[sizeof(long) + 36];
+                msgrcv(FakeOs::kReplyQueue, message, 36, 0, 0);
+              }),
+              ElementsAre(HasSubstr("msgrcv of 36 bytes, type 0, flags 0")));
 }
 
 TEST(FakeOsWatch, ThereIsNoneOutsideATest) {

@@ -1,5 +1,5 @@
-// The settings writer stopped or failed at every one of its system calls, and every two of them: afterwards the file
-// is the old one or the new one, whole, and the next write works. First in memory, then on a real directory.
+// The settings writer, killed or failing at each of its system calls and at each two of them: afterwards the file is
+// the old one or the new one, complete, and the next write works. First in memory, then in a real directory.
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -20,7 +20,7 @@ constexpr char kPath[] = "/sysconf/conf.img";
 constexpr char kTemporary[] = "/sysconf/conf.img.tmp";
 constexpr char kOld[] = "# 1\nEXT_DEBUG=5\nIP=10.0.0.1\nEXT_DEBUG_LEVEL=7\n";
 
-// More than one buffer of a stream, so that it is read and written in pieces.
+// Larger than a stream's buffer, so that it is read and written in pieces.
 std::string Large(const std::string& small) {
   std::string text = small;
   for (int line = 0; text.size() < 20000; ++line) {
@@ -43,11 +43,12 @@ class SettingsCrash : public testing::TestWithParam<Contents> {
     return content == GetParam().before || content == GetParam().after;
   }
 
-  // A machine with the old settings; what it does in an undisturbed write.
+  // A machine with the old settings.
   struct Device {
     Device() { os.files[kPath] = GetParam().before; }
     FakeOs os;
   };
+  // The file calls of a write that succeeds.
   static std::vector<std::string> Steps() {
     Device device;
     EXPECT_EQ(Write(), 0);
@@ -66,7 +67,7 @@ INSTANTIATE_TEST_SUITE_P(Settings, SettingsCrash,
                            return std::string(test.index == 0 ? "Small" : test.index == 1 ? "Large" : "Empty");
                          });
 
-TEST_P(SettingsCrash, TheNewFileIsDurableBeforeItTakesTheOldOnesPlace) {
+TEST_P(SettingsCrash, TheNewFileIsOnTheDiskBeforeItReplacesTheOldOne) {
   const std::vector<std::string> steps = Steps();
   ASSERT_GE(steps.size(), 6U);
   EXPECT_EQ(steps[0], "open r /sysconf/conf.img");
@@ -78,7 +79,7 @@ TEST_P(SettingsCrash, TheNewFileIsDurableBeforeItTakesTheOldOnesPlace) {
   EXPECT_EQ(std::count(steps.begin(), steps.end(), "open w /sysconf/conf.img"), 0);
 }
 
-TEST_P(SettingsCrash, StoppedAtAnyCall) {
+TEST_P(SettingsCrash, KilledAtAnyCall) {
   const int steps = static_cast<int>(Steps().size());
   for (int n = 1; n <= steps; ++n) {
     SCOPED_TRACE(n);
@@ -92,7 +93,7 @@ TEST_P(SettingsCrash, StoppedAtAnyCall) {
       left = device.os.AfterPowerCut();
       EXPECT_EQ(left[kPath], GetParam().before);
     }
-    // What the stopped writer left lying about is in nobody's way.
+    // What the killed writer left behind does not disturb the next write.
     FakeOs os;
     os.files = left;
     EXPECT_EQ(Write(), 0);
@@ -101,16 +102,17 @@ TEST_P(SettingsCrash, StoppedAtAnyCall) {
   }
 }
 
-TEST_P(SettingsCrash, FailedAtAnyCallAndStoppedOrFailedAtAnyLaterOne) {
-  const int steps = static_cast<int>(Steps().size());
+TEST_P(SettingsCrash, AFailureAtAnyCallAndAnotherOrAKillAtAnyLaterOne) {
+  const std::vector<std::string> calls = Steps();
+  const int steps = static_cast<int>(calls.size());
   for (const int error : {EIO, ENOSPC, EACCES}) {
     for (int n = 1; n <= steps; ++n) {
       for (int m = n; m <= steps + 1; ++m) {
-        for (const bool stopped : {false, true}) {
-          SCOPED_TRACE(testing::Message() << error << " at " << n << (stopped ? ", stopped at " : ", again at ") << m);
+        for (const bool killed : {false, true}) {
+          SCOPED_TRACE(testing::Message() << error << " at " << n << (killed ? ", killed at " : ", again at ") << m);
           Device device;
           device.os.FailFileStep(n, error);
-          if (stopped) {
+          if (killed) {
             device.os.KillAtFileStep(m);
           } else {
             device.os.FailFileStep(m, error);
@@ -122,6 +124,8 @@ TEST_P(SettingsCrash, FailedAtAnyCallAndStoppedOrFailedAtAnyLaterOne) {
           if (!device.os.Killed()) {
             EXPECT_EQ(found, result == 0 ? GetParam().after : GetParam().before);
             EXPECT_EQ(device.os.Log().size(), result == 0 ? 0U : 1U);
+            // Only a failure to close the file that was read is ignored.
+            EXPECT_TRUE(result != 0 || calls.at(static_cast<size_t>(n) - 1) == "close /sysconf/conf.img");
           }
         }
       }
@@ -129,7 +133,7 @@ TEST_P(SettingsCrash, FailedAtAnyCallAndStoppedOrFailedAtAnyLaterOne) {
   }
 }
 
-TEST_P(SettingsCrash, ADiskThatIsFullFromAnyCallOn) {
+TEST_P(SettingsCrash, AFullDiskFromAnyCallOn) {
   const int steps = static_cast<int>(Steps().size());
   for (int n = 1; n <= steps; ++n) {
     SCOPED_TRACE(n);
@@ -145,36 +149,36 @@ TEST_P(SettingsCrash, ADiskThatIsFullFromAnyCallOn) {
 
 TEST_P(SettingsCrash, TheReaderFailsAtAnyCall) {
   int steps = 0;
-  std::string right;
-  for (int n = 0; n <= steps; ++n) {  // first without a failure
+  std::string expected;
+  for (int n = 0; n <= steps; ++n) {  // 0: no failure
     SCOPED_TRACE(n);
     Device device;
     if (n > 0) {
       device.os.FailFileStep(n, EIO);
     }
-    char found[256] = "untouched";
-    EXPECT_EQ(sysconf_fget(kPath, "EXT_DEBUG", found), n == 1 ? -1 : 0);  // only opening is judged
+    char found[256] = "unchanged";
+    EXPECT_EQ(sysconf_fget(kPath, "EXT_DEBUG", found), n == 1 ? -1 : 0);  // only a failure to open is reported
     EXPECT_EQ(device.os.OpenFiles(), 0U);
     if (n == 0) {
-      right = found;
+      expected = found;
       steps = static_cast<int>(device.os.FileSteps().size());
     }
-    EXPECT_TRUE(found == right || std::string(found) == "untouched") << found;
+    EXPECT_TRUE(found == expected || std::string(found) == "unchanged") << found;
   }
   EXPECT_GE(steps, 3);
 }
 
 // --- A real directory ---
 
-class SettingsOnDisk : public testing::Test {
+class SettingsCrashOnDisk : public testing::Test {
  protected:
-  SettingsOnDisk() {
+  SettingsCrashOnDisk() {
     char name[] = "/tmp/settings.XXXXXX";
     directory_ = mkdtemp(name);
     path_ = directory_ + "/conf.img";
     Lay(path_, kOld);
   }
-  ~SettingsOnDisk() override {
+  ~SettingsCrashOnDisk() override {
     chmod(directory_.c_str(), 0700);
     std::filesystem::remove_all(directory_);
   }
@@ -189,7 +193,7 @@ class SettingsOnDisk : public testing::Test {
     return sysconf_fset(path.c_str(), "EXT_DEBUG", value);
   }
 
-  // In a child of its own: what the action returns. Root is made somebody else, for root may do anything.
+  // What the action returns, run in a child process. Root becomes another user there: permissions do not stop root.
   template <typename Action>
   static int AsOrdinaryUser(Action action) {
     const pid_t child = fork();
@@ -209,13 +213,13 @@ class SettingsOnDisk : public testing::Test {
 
 constexpr char kNewOnDisk[] = "# 1\nEXT_DEBUG=3\nIP=10.0.0.1\nEXT_DEBUG_LEVEL=3\n";
 
-TEST_F(SettingsOnDisk, AWriteReplacesTheFile) {
+TEST_F(SettingsCrashOnDisk, AWriteReplacesTheFile) {
   EXPECT_EQ(Write(path_), 0);
   EXPECT_EQ(Read(path_), kNewOnDisk);
   EXPECT_FALSE(std::filesystem::exists(path_ + ".tmp"));
 }
 
-TEST_F(SettingsOnDisk, KilledAtAnyTime) {
+TEST_F(SettingsCrashOnDisk, AKillAtAnyTime) {
   const std::string one = Large("EXT_DEBUG=1\n"), two = Large("EXT_DEBUG=2\n");
   Lay(path_, one);
   int ones = 0, twos = 0;
@@ -240,7 +244,7 @@ TEST_F(SettingsOnDisk, KilledAtAnyTime) {
   EXPECT_EQ(Read(path_), two);
 }
 
-TEST_F(SettingsOnDisk, NoRoomForTheNewFile) {
+TEST_F(SettingsCrashOnDisk, NoRoomForTheNewFile) {
   const std::string old = Large("EXT_DEBUG=5\n");
   Lay(path_, old);
   for (const rlim_t room : {rlim_t{0}, rlim_t{1}, rlim_t{4096}, rlim_t{old.size() - 1}}) {
@@ -255,24 +259,24 @@ TEST_F(SettingsOnDisk, NoRoomForTheNewFile) {
   }
 }
 
-TEST_F(SettingsOnDisk, ADirectoryThatMayNotBeWritten) {
+TEST_F(SettingsCrashOnDisk, ADirectoryWithoutWritePermission) {
   chmod(directory_.c_str(), 0555);
   EXPECT_EQ(AsOrdinaryUser([&] { return Write(path_); }), -1);
   EXPECT_EQ(Read(path_), kOld);
 }
 
-TEST_F(SettingsOnDisk, AFileThatMayNotBeRead) {
+TEST_F(SettingsCrashOnDisk, AFileWithoutReadPermission) {
   chmod(directory_.c_str(), 0777);
   chmod(path_.c_str(), 0000);
   EXPECT_EQ(AsOrdinaryUser([&] { return Write(path_); }), -1);
-  char value[256] = "untouched";
+  char value[256] = "unchanged";
   EXPECT_EQ(AsOrdinaryUser([&] { return sysconf_fget(path_.c_str(), "EXT_DEBUG", value); }), -1);
   chmod(path_.c_str(), 0600);
   EXPECT_EQ(Read(path_), kOld);
   EXPECT_FALSE(std::filesystem::exists(path_ + ".tmp"));
 }
 
-TEST_F(SettingsOnDisk, ASymbolicLinkIsReplacedItselfAndItsTargetStays) {
+TEST_F(SettingsCrashOnDisk, ASymbolicLinkIsReplacedAndItsTargetStays) {
   const std::string link = directory_ + "/link";
   std::filesystem::create_symlink(path_, link);
   EXPECT_EQ(Write(link), 0);
@@ -281,14 +285,14 @@ TEST_F(SettingsOnDisk, ASymbolicLinkIsReplacedItselfAndItsTargetStays) {
   EXPECT_EQ(Read(path_), kOld);
 }
 
-TEST_F(SettingsOnDisk, ALinkToNothingIsAFileThatDoesNotOpen) {
+TEST_F(SettingsCrashOnDisk, ABrokenLinkIsAFileThatDoesNotOpen) {
   const std::string link = directory_ + "/link";
   std::filesystem::create_symlink(directory_ + "/none", link);
   EXPECT_EQ(Write(link), -1);
   EXPECT_TRUE(std::filesystem::is_symlink(link));
 }
 
-TEST_F(SettingsOnDisk, WhatStandsAtTheTemporaryPathIsOverwrittenUnlessItIsADirectory) {
+TEST_F(SettingsCrashOnDisk, WhatIsAtTheTemporaryPathIsOverwrittenUnlessItIsADirectory) {
   Lay(path_ + ".tmp", Large("left over\n"));
   EXPECT_EQ(Write(path_), 0);
   EXPECT_EQ(Read(path_), kNewOnDisk);
@@ -299,15 +303,15 @@ TEST_F(SettingsOnDisk, WhatStandsAtTheTemporaryPathIsOverwrittenUnlessItIsADirec
   EXPECT_EQ(Read(path_), kOld);
 }
 
-TEST_F(SettingsOnDisk, SettingsThatAreADirectory) {
+TEST_F(SettingsCrashOnDisk, ADirectoryInPlaceOfTheFile) {
   const std::string inner = directory_ + "/inner";
   std::filesystem::create_directory(inner);
   EXPECT_EQ(Write(inner), -1);
   EXPECT_TRUE(std::filesystem::is_directory(inner));
 }
 
-TEST_F(SettingsOnDisk, PathsUpToTheTemporaryPathsLength) {
-  // 127 characters with ".tmp" and no more: the buffer's 128 bytes hold the end of the text too.
+TEST_F(SettingsCrashOnDisk, PathsUpToTheLongestOne) {
+  // At most 127 characters with ".tmp": the buffer's 128 bytes include the terminating zero.
   for (const size_t length : {size_t{122}, size_t{123}, size_t{124}, size_t{127}, size_t{128}, size_t{250}}) {
     const std::string path = directory_ + "/" + std::string(length - directory_.size() - 1, 'p');
     ASSERT_EQ(path.size(), length);
@@ -319,7 +323,7 @@ TEST_F(SettingsOnDisk, PathsUpToTheTemporaryPathsLength) {
   for ([[maybe_unused]] const auto& file : std::filesystem::directory_iterator(directory_)) {
     ++files;
   }
-  EXPECT_EQ(files, 7U);  // nothing beside them
+  EXPECT_EQ(files, 7U);  // nothing else
 }
 
 }  // namespace

@@ -1,3 +1,4 @@
+// The stop flag, the signal handler, the notice to the device daemon and the worker that sends it.
 #include <sys/ptrace.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -10,9 +11,9 @@
 
 namespace {
 
-class Signals : public Linked {};
+class Signal : public Linked {};
 
-TEST_F(Signals, TheStopFlagHoldsWhatIsStored) {
+TEST_F(Signal, TheStopFlagHoldsWhatIsStored) {
   EXPECT_EQ(GetSigID(), 0);
   SetSigID(1);
   EXPECT_EQ(GetSigID(), 1);
@@ -27,7 +28,7 @@ struct CaughtSignal {
   int stop, usr1, usr2;
 };
 
-TEST_F(Signals, EachIsLoggedAndHasItsEffect) {
+TEST_F(Signal, EachSignalIsLoggedAndSetsItsFlag) {
   for (const CaughtSignal& caught :
        {CaughtSignal{SIGINT, "Catch SIGINT!", 1, 0, 0}, CaughtSignal{SIGTERM, "Catch SIGTERM!", 1, 0, 0},
         CaughtSignal{SIGUSR1, "Catch SIGUSR1!", 0, 1, 0}, CaughtSignal{SIGUSR2, "Catch SIGUSR2!", 0, 0, 1},
@@ -43,7 +44,7 @@ TEST_F(Signals, EachIsLoggedAndHasItsEffect) {
   }
 }
 
-TEST_F(Signals, TheStopFlagIsNeverReset) {
+TEST_F(Signal, TheStopFlagIsNeverReset) {
   SignalHandler(SIGTERM);
   SignalHandler(SIGUSR1);
   SignalHandler(SIGUSR2);
@@ -51,7 +52,7 @@ TEST_F(Signals, TheStopFlagIsNeverReset) {
   EXPECT_EQ(GetSigID(), 1);
 }
 
-TEST_F(Signals, TheHandlerKeepsErrno) {
+TEST_F(Signal, TheHandlerKeepsErrno) {
   for (const int signal : {SIGINT, SIGTERM, SIGUSR1, SIGUSR2, SIGHUP}) {
     errno = ENOMSG;
     SignalHandler(signal);
@@ -59,8 +60,8 @@ TEST_F(Signals, TheHandlerKeepsErrno) {
   }
 }
 
-TEST_F(Signals, ALogLineHoldsTheHandledSignalsBackAndLetsThemGoAfterwards) {
-  // The fake system fails every test that logs unguarded; this one looks at what is left afterwards.
+TEST_F(Signal, ALogLineHoldsTheHandledSignalsBackAndReleasesThem) {
+  // FakeOs fails every test that logs with the signals free; this one checks which signals are blocked afterwards.
   sigset_t before, after;
   sigemptyset(&before);
   sigaddset(&before, SIGHUP);
@@ -76,14 +77,19 @@ TEST_F(Signals, ALogLineHoldsTheHandledSignalsBackAndLetsThemGoAfterwards) {
 
 // --- The notice ---
 
-constexpr char kNotice1[] =
-    "send 4711 AA AA 00 09 AA 02 04 01 22 33 44 B6 55 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
-    "00 00";
-constexpr char kNotice2[] =
-    "send 4711 AA AA 00 09 AA 02 04 02 22 33 44 B5 55 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
-    "00 00";
+// The event of a request of 36 bytes that begins with these.
+std::string Sent(const std::string& bytes) {
+  std::string text = "send 4711 " + bytes;
+  while (text.size() < 10 + 36 * 3 - 1) {
+    text += " 00";
+  }
+  return text;
+}
 
-TEST_F(Signals, TheNoticeIsThirteenBytesAndZeros) {
+const std::string kNotice1 = Sent("AA AA 00 09 AA 02 04 01 22 33 44 B6 55");
+const std::string kNotice2 = Sent("AA AA 00 09 AA 02 04 02 22 33 44 B5 55");
+
+TEST_F(Signal, TheNoticeIsThirteenBytesPaddedWithZeros) {
   gtMsgqTxBuf = Filled<RelayMessage>(0x5A);
   SendZR4410Msgq(1);
   SendZR4410Msgq(2);
@@ -91,7 +97,7 @@ TEST_F(Signals, TheNoticeIsThirteenBytesAndZeros) {
   EXPECT_THAT(os.Log(), IsEmpty());
 }
 
-TEST_F(Signals, TheNoticeTakesAnyCode) {
+TEST_F(Signal, TheNoticeCarriesAnyCode) {
   SendZR4410Msgq(0x00);
   SendZR4410Msgq(0xB7);
   SendZR4410Msgq(0xFF);
@@ -100,7 +106,7 @@ TEST_F(Signals, TheNoticeTakesAnyCode) {
                                        Bytes{0xAA, 0x02, 0x04, 0xFF, 0x22, 0x33, 0x44, 0xB8, 0x55}));
 }
 
-TEST_F(Signals, TheNoticeLeavesTheSharedRecordsAlone) {
+TEST_F(Signal, TheNoticeDoesNotChangeTheSharedRecords) {
   uint8_t version;
   os.Reply({0x23});
   ASSERT_EQ(MCU_GetVersion(&version), 0);
@@ -114,20 +120,20 @@ TEST_F(Signals, TheNoticeLeavesTheSharedRecordsAlone) {
   EXPECT_EQ(os.Requests().back().Id(), 2);
 }
 
-TEST_F(Signals, TheNoticeAwaitsNoReplyButDropsWaitingOnes) {
+TEST_F(Signal, TheNoticeWaitsForNoReplyButDropsThoseInTheQueue) {
   os.Arrive(Bytes(36));
   os.Arrive(Bytes(36));
   SendZR4410Msgq(1);
   EXPECT_THAT(os.Timeline(), ElementsAre("receive 36", "receive 36", "receive nothing", kNotice1));
 }
 
-TEST_F(Signals, AFailedNoticeIsLoggedAndForgotten) {
+TEST_F(Signal, AFailedNoticeIsLogged) {
   os.Fail("msgsnd", EAGAIN);
   SendZR4410Msgq(1);
   EXPECT_THAT(os.Log(), ElementsAre(Err("msgsnd failed!"), Err("ZR4410_MsgQ_Send fail!\n")));
 }
 
-TEST_F(Signals, AStoppedNoticeIsLoggedToo) {
+TEST_F(Signal, AStoppedNoticeIsLoggedAsAFailure) {
   SetSigID(1);
   SendZR4410Msgq(1);
   EXPECT_THAT(os.Requests(), IsEmpty());
@@ -136,29 +142,31 @@ TEST_F(Signals, AStoppedNoticeIsLoggedToo) {
 
 // --- The worker ---
 
-TEST_F(Signals, TheWorkerEndsAtOnceWhenStopped) {
+const std::string kStarted = Logged(Info("Start thread.")), kFinished = Logged(Info("Finish thread."));
+constexpr char kSleep[] = "sleep 100000";
+
+TEST_F(Signal, TheWorkerEndsAtOnceWhenStopped) {
   SetSigID(1);
   giUsr1SigID = 1;
   EXPECT_EQ(Thread(), 0);
-  EXPECT_THAT(os.Timeline(), ElementsAre("log 6 Start thread.", "log 6 Finish thread."));
+  EXPECT_THAT(os.Timeline(), ElementsAre(kStarted, kFinished));
   EXPECT_EQ(giUsr1SigID, 1);
 }
 
-TEST_F(Signals, TheWorkerLooksEvery100Ms) {
+TEST_F(Signal, TheWorkerChecksTheStopFlagEvery100Ms) {
   os.StopAt("usleep", 3);
   EXPECT_EQ(Thread(), 0);
-  EXPECT_THAT(os.Timeline(), ElementsAre("log 6 Start thread.", "sleep 100000", "sleep 100000", "sleep 100000",
-                                         "log 6 Finish thread."));
+  EXPECT_THAT(os.Timeline(), ElementsAre(kStarted, kSleep, kSleep, kSleep, kFinished));
 }
 
-TEST_F(Signals, OnlyAStopFlagOfOneEndsTheWorker) {
+TEST_F(Signal, OnlyAStopFlagOfOneEndsTheWorker) {
   SetSigID(2);
   os.StopAt("usleep", 2);
   EXPECT_EQ(Thread(), 0);
   EXPECT_EQ(os.Calls("usleep"), 2);
 }
 
-TEST_F(Signals, OnlyALatchOfOneMakesANotice) {
+TEST_F(Signal, OnlyALatchOfOneSendsANotice) {
   giUsr1SigID = 2;
   os.StopAt("usleep", 1);
   EXPECT_EQ(Thread(), 0);
@@ -166,17 +174,16 @@ TEST_F(Signals, OnlyALatchOfOneMakesANotice) {
   EXPECT_EQ(giUsr1SigID, 2);
 }
 
-TEST_F(Signals, TheWorkerTurnsSigusr1IntoOneNotice) {
+TEST_F(Signal, TheWorkerTurnsSigusr1IntoOneNotice) {
   os.On("usleep", 2, [] { SignalHandler(SIGUSR1); });
   os.StopAt("usleep", 4);
   EXPECT_EQ(Thread(), 0);
-  EXPECT_THAT(os.Timeline(),
-              ElementsAre("log 6 Start thread.", "sleep 100000", "sleep 100000", "log 7 Catch SIGUSR1!",
-                          "receive nothing", kNotice1, "sleep 100000", "sleep 100000", "log 6 Finish thread."));
+  EXPECT_THAT(os.Timeline(), ElementsAre(kStarted, kSleep, kSleep, Logged(Debug("Catch SIGUSR1!")), "receive nothing",
+                                         kNotice1, kSleep, kSleep, kFinished));
   EXPECT_EQ(giUsr1SigID, 0);
 }
 
-TEST_F(Signals, Sigusr2NeverMakesANotice) {
+TEST_F(Signal, Sigusr2NeverSendsANotice) {
   os.On("usleep", 1, [] { SignalHandler(SIGUSR2); });
   os.StopAt("usleep", 3);
   EXPECT_EQ(Thread(), 0);
@@ -184,7 +191,7 @@ TEST_F(Signals, Sigusr2NeverMakesANotice) {
   EXPECT_EQ(giUsr2SigID, 1);
 }
 
-TEST_F(Signals, ASigusr1WhileTheNoticeIsSentIsLost) {
+TEST_F(Signal, ASigusr1DuringTheSendingIsLost) {
   giUsr1SigID = 1;
   os.On("msgsnd", 1, [] { SignalHandler(SIGUSR1); });
   os.StopAt("usleep", 3);
@@ -193,7 +200,7 @@ TEST_F(Signals, ASigusr1WhileTheNoticeIsSentIsLost) {
   EXPECT_EQ(giUsr1SigID, 0);
 }
 
-TEST_F(Signals, TheWorkerGoesOnAfterAFailedNotice) {
+TEST_F(Signal, TheWorkerContinuesAfterAFailedNotice) {
   giUsr1SigID = 1;
   os.Fail("msgsnd", EAGAIN);
   os.On("usleep", 1, [] { SignalHandler(SIGUSR1); });
@@ -204,15 +211,15 @@ TEST_F(Signals, TheWorkerGoesOnAfterAFailedNotice) {
   EXPECT_EQ(os.Requests().size(), 1U);
 }
 
-TEST_F(Signals, TheStopFlagEndsTheWorkerWithinItsSleep) {
+TEST_F(Signal, TheStopFlagEndsTheWorkerWithinItsSleep) {
   os.SignalAt(250, SIGINT);
   EXPECT_EQ(Thread(), 0);
   EXPECT_EQ(os.ElapsedMs(), 250);
 }
 
-// The second look at the SIGUSR1 latch sees a signal that came after the latch was cleared. No system call lies
-// between, so the worker runs as a child in single steps, and the signal is put in right after the clear.
-TEST_F(Signals, ASecondSigusr1BetweenTheTwoLooksMakesASecondNotice) {
+// The worker checks the SIGUSR1 latch again after it has cleared it. It makes no system call in between at which a test
+// could set the latch. So it runs step by step in a child process, and the test sets the latch after the clear.
+TEST_F(Signal, ASecondSigusr1BetweenTheTwoChecksSendsASecondNotice) {
   enum { GoodNotices = 0, OtherNotices = 1, NoTracing = 2 };
   const pid_t child = fork();
   ASSERT_GE(child, 0);
@@ -227,12 +234,11 @@ TEST_F(Signals, ASecondSigusr1BetweenTheTwoLooksMakesASecondNotice) {
     os.StopAt("usleep", 1);
     Thread();
     const auto timeline = os.Timeline();
-    const std::vector<std::string> expected = {"log 6 Start thread.", "receive nothing", kNotice1,
-                                               "receive nothing",     kNotice2,          "sleep 100000",
-                                               "log 6 Finish thread."};
+    const std::vector<std::string> expected = {kStarted, "receive nothing", kNotice1, "receive nothing", kNotice2,
+                                               kSleep,   kFinished};
     _exit(timeline == expected && giUsr1SigID == 0 ? GoodNotices : OtherNotices);
   }
-  // The latch is half a word of the tracer's on a 64-bit machine; the child's memory equals ours but for its values.
+  // ptrace reads and writes words, of which the latch is half on a 64-bit machine. A forked child has our addresses.
   const auto address = reinterpret_cast<uintptr_t>(&giUsr1SigID);
   const uintptr_t word = address & ~(sizeof(long) - 1);
   const auto readLatch = [&](long data) {
@@ -257,7 +263,7 @@ TEST_F(Signals, ASecondSigusr1BetweenTheTwoLooksMakesASecondNotice) {
   }
   ASSERT_TRUE(WIFEXITED(status)) << WTERMSIG(status);
   if (WEXITSTATUS(status) == NoTracing) {
-    GTEST_SKIP() << "this machine does not let a process be traced";
+    GTEST_SKIP() << "this machine does not allow tracing";
   }
   EXPECT_EQ(WEXITSTATUS(status), GoodNotices);
 }
