@@ -32,8 +32,7 @@ LogLine DeltaLine(int64_t milliseconds) { return Info("Delta Time (ms) : " + std
 std::vector<LogLine> Delta(int64_t milliseconds) { return {DeltaLine(milliseconds)}; }
 
 // A message that arrives in the read loop.
-constexpr uint8_t kFill = 0xC3;
-const Bytes kMessage(36, kFill);
+const Bytes kMessage(36, 0xC3);
 // The read loop polls the reply queue, and after each message sleeps this long.
 constexpr unsigned kPollUs = 1000 * kPollMs, kLoopUs = 1000;
 const LogLine kLoopStart = Info("Start main loop."), kLoopFinish = Info("Finish main loop."),
