@@ -28,7 +28,7 @@ TEST_F(FakeOsTest, AnswersARequestWithAGoodFrame) {
   EXPECT_EQ(Send(), 0);
   EXPECT_EQ(Receive(), 0);
   EXPECT_EQ(Hex(Bytes(received.body, received.body + 11)), "AA AA 07 07 AA 90 02 23 42 5F 55");
-  EXPECT_EQ(os.Slept(), std::vector<unsigned>{50000});
+  EXPECT_EQ(os.Slept(), std::vector<unsigned>{kPollMs * 1000});
   EXPECT_THAT(os.Frames(), ElementsAre(Bytes{0xAA, 0x10, 0x01, 0x01, 0x44, 0x55}));
   EXPECT_THAT(os.Packets(), ElementsAre(Bytes{0x01}));
 }
@@ -42,9 +42,10 @@ TEST_F(FakeOsTest, SpoilsWhatItIsToldTo) {
 }
 
 TEST_F(FakeOsTest, ShowsEverythingInOrder) {
+  const std::string sleep = "sleep " + std::to_string(kPollMs * 1000);
   os.NoReply();
   os.Arrive(Bytes(36), 0);
-  os.Arrive(Bytes(37), 60);
+  os.Arrive(Bytes(37), kPollMs + 10);
   os.StopAt("usleep", 3);
   EXPECT_EQ(Send(), 0);
   EXPECT_EQ(Receive(), -55);
@@ -53,9 +54,9 @@ TEST_F(FakeOsTest, ShowsEverythingInOrder) {
               ElementsAre("receive 36", "receive nothing",
                           "send 4711 AA AA 07 06 AA 10 01 01 44 55 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
                           "00 00 00 00 00 00 00 00 00",
-                          "sleep 50000", "receive nothing", "sleep 50000", "receive error 7",
-                          "log 3 msgrcv len failed(-1)!7:Argument list too long", "sleep 50000"));
-  EXPECT_EQ(os.ElapsedMs(), 150);
+                          sleep, "receive nothing", sleep, "receive error 7",
+                          "log 3 msgrcv len failed(-1)!7:Argument list too long", sleep));
+  EXPECT_EQ(os.ElapsedMs(), 3 * kPollMs);
   os.RemovePoison();
   EXPECT_EQ(os.Waiting(), 0U);
 }

@@ -28,9 +28,12 @@ std::vector<LogLine> operator+(std::vector<LogLine> first, const std::vector<Log
 const std::vector<LogLine> kStart = {Info(kBanner), Info("Start testZR4410 (v0.0.1)."), Info(kBanner)};
 const std::vector<LogLine> kFinish = {Info(kBanner), Info("Finish testZR4410 (v0.0.1)."), Info(kBanner)};
 
-std::vector<LogLine> Delta(int milliseconds) {
+std::vector<LogLine> Delta(int64_t milliseconds) {
   return {Info("Delta Time (ms) : " + std::to_string(milliseconds) + "\n")};
 }
+
+constexpr unsigned kPollUs = kPollMs * 1000;
+const std::string kSleepPoll = "sleep " + std::to_string(kPollUs);
 
 class Program : public Machine {
  protected:
@@ -73,7 +76,7 @@ TEST_F(Program, GoesThroughItsStepsInOrder) {
                   "ftok /defconf/conf.ptz b", "ftok /defconf/conf.ptz a", "msgget 98", "msgget 97", "receive nothing",
                   "send 4711 AA AA 01 06 AA 10 01 01 44 55 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
                   "00 00 00 00 00 00 00 00 00",
-                  "sleep 50000", "receive 36", "log 6 Delta Time (ms) : 50\n", banner,
+                  kSleepPoll, "receive 36", "log 6 Delta Time (ms) : " + std::to_string(kPollMs) + "\n", banner,
                   "log 6 Finish testZR4410 (v0.0.1).", banner));
   EXPECT_EQ(os.Output(), "Version = 0x23\n");
   EXPECT_EQ(os.Calls("clock_gettime"), 3);  // start, receive, end
@@ -133,7 +136,7 @@ TEST_F(Program, TheDeltaIsTheActionsOwnTime) {
   os.AdvanceMs(123456);
   os.NoReply();
   ExpectLog({"-m", "12", "1"}, {Err("ZR4410_MsgQ_Receive failed!"), Err("MCU_ProcessUart1 failed!"),
-                                Err("MCU_LensPowerControl fail!\n"), Info("Delta Time (ms) : 2050\n")});
+                                Err("MCU_LensPowerControl fail!\n"), Delta(kTimeOutMs)[0]});
 }
 
 // --- Usage ---
@@ -280,7 +283,7 @@ TEST_F(Program, AClockFailureAtTheEndCountsToZero) {
 TEST_F(Program, TheDeltaIsASigned64BitNumber) {
   os.On("usleep", 1, [this] { os.SetClock(3'000'100'000'000'000); });
   os.Reply({0x10});
-  ExpectLog({"-m", "12", "0"}, {Info("Delta Time (ms) : 3000000050\n")});
+  ExpectLog({"-m", "12", "0"}, Delta(3000000000 + kPollMs));
 
   ResetProduct();
   os.Forget();
@@ -289,20 +292,21 @@ TEST_F(Program, TheDeltaIsASigned64BitNumber) {
     os.SetClock(100'000'000'000);
     SetSigID(1);
   });
-  ExpectLog({"-r"}, {Info("Start main loop."), Info("Finish main loop."), Info("Delta Time (ms) : -2999999950\n")});
+  ExpectLog({"-r"},
+            std::vector<LogLine>{Info("Start main loop."), Info("Finish main loop.")} + Delta(-3000000000 + kPollMs));
 }
 
 // --- The modes ---
 
 TEST_F(Program, ModeOneIsACameraAction) {
   os.Reply({0x90, 0x50, 0x00, 0x08, 0xFF});
-  ExpectLog({"-s", "1", "0"}, Delta(50));
+  ExpectLog({"-s", "1", "0"}, Delta(kPollMs));
   EXPECT_EQ(os.Output(), "[GetSnrMode] 1080p 25fps\n");
 }
 
 TEST_F(Program, ModeTwoIsAnMcuCommand) {
   os.Reply({0x10});
-  ExpectLog({"-m", "12", "0"}, Delta(50));
+  ExpectLog({"-m", "12", "0"}, Delta(kPollMs));
   EXPECT_THAT(os.Frames(), ElementsAre(Bytes{0xAA, 0x0C, 0x01, 0x00, 0x49, 0x55}));
 }
 
@@ -315,20 +319,20 @@ TEST_F(Program, AFailedActionLeavesTheExitStatus) {
 
 TEST_F(Program, ModeFourSendsARawCommand) {
   os.Reply({0x10});
-  ExpectLog({"-c", "0002"}, std::vector<LogLine>{Info("Send Command OK!\n")} + Delta(50));
+  ExpectLog({"-c", "0002"}, std::vector<LogLine>{Info("Send Command OK!\n")} + Delta(kPollMs));
   EXPECT_THAT(os.Packets(), ElementsAre(Bytes{0x81, 0x01, 0x04, 0x00, 0x02, 0xFF}));
   EXPECT_EQ(os.Output(), "");
 }
 
 TEST_F(Program, ModeFourSendsAnEmptyCommandToo) {
   os.Reply({0x10});
-  ExpectLog({"-c", ""}, std::vector<LogLine>{Info("Send Command OK!\n")} + Delta(50));
+  ExpectLog({"-c", ""}, std::vector<LogLine>{Info("Send Command OK!\n")} + Delta(kPollMs));
   EXPECT_THAT(os.Packets(), ElementsAre(Bytes{0x81, 0x01, 0x04, 0xFF}));
 }
 
 TEST_F(Program, ModeFourLogsAFailure) {
   os.Reply({0x40});
-  ExpectLog({"-c", "0002"}, std::vector<LogLine>{Err("SnrQM2150_Command failed!\n")} + Delta(50));
+  ExpectLog({"-c", "0002"}, std::vector<LogLine>{Err("SnrQM2150_Command failed!\n")} + Delta(kPollMs));
 }
 
 TEST_F(Program, ModeFourLogsACommandThatTheFrameDoesNotTake) {
@@ -396,9 +400,9 @@ TEST_F(Program, TheReadLoopTakesMessagesSilently) {
                      Info("Delta Time (ms) : 500\n")});
   EXPECT_EQ(os.Output(), "");
   EXPECT_EQ(os.Waiting(), 0U);
-  // Each receive sleeps 50 ms before it looks, and the loop 1 ms behind it.
+  // Each receive sleeps one poll before it looks, and the loop 1 ms behind it.
   EXPECT_EQ(std::vector<unsigned>(os.Slept().begin(), os.Slept().begin() + 6),
-            (std::vector<unsigned>{50000, 1000, 50000, 1000, 50000, 1000}));
+            (std::vector<unsigned>{kPollUs, 1000, kPollUs, 1000, kPollUs, 1000}));
 }
 
 TEST_F(Program, TheReadLoopDumpsMessagesWithTheDebugFlag) {
@@ -442,24 +446,24 @@ TEST_F(Program, TheReadLoopSeesAStopBeforeItsFirstMessage) {
 TEST_F(Program, AStopAtTheReceiveLeavesTheLoopWithoutAnErrorOrASleep) {
   os.Arrive(Bytes(36), 10);
   os.StopAt("msgrcv", 1);  // the message is taken, then the flag is seen
-  ExpectLog({"-r"}, {Info("Start main loop."), Info("Finish main loop."), Info("Delta Time (ms) : 50\n")});
-  EXPECT_THAT(os.Slept(), ElementsAre(50000U));
+  ExpectLog({"-r"}, std::vector<LogLine>{Info("Start main loop."), Info("Finish main loop.")} + Delta(kPollMs));
+  EXPECT_THAT(os.Slept(), ElementsAre(kPollUs));
 }
 
 TEST_F(Program, OnlyAStopFlagOfOneEndsTheReadLoop) {
   SetSigID(2);
   os.Arrive(Bytes(36), 10);
   os.StopAt("usleep", 2);
-  ExpectLog({"-r"}, {Info("Start main loop."), Info("Finish main loop."), Info("Delta Time (ms) : 51\n")});
-  EXPECT_THAT(os.Slept(), ElementsAre(50000U, 1000U));
+  ExpectLog({"-r"}, std::vector<LogLine>{Info("Start main loop."), Info("Finish main loop.")} + Delta(kPollMs + 1));
+  EXPECT_THAT(os.Slept(), ElementsAre(kPollUs, 1000U));
   EXPECT_EQ(os.Waiting(), 0U);
 }
 
 TEST_F(Program, AStopInTheLoopsOwnSleepEndsIt) {
   os.Arrive(Bytes(36), 10);
   os.StopAt("usleep", 2);
-  ExpectLog({"-r"}, {Info("Start main loop."), Info("Finish main loop."), Info("Delta Time (ms) : 51\n")});
-  EXPECT_THAT(os.Slept(), ElementsAre(50000U, 1000U));
+  ExpectLog({"-r"}, std::vector<LogLine>{Info("Start main loop."), Info("Finish main loop.")} + Delta(kPollMs + 1));
+  EXPECT_THAT(os.Slept(), ElementsAre(kPollUs, 1000U));
 }
 
 TEST_F(Program, TenThousandSignalsLeaveItRunning) {
