@@ -44,9 +44,7 @@ class Manual : public Linked {
     EXPECT_GT(supported, 2);
   }
 
-  bool IsSupported() const {
-    return std::ranges::count(os.Log(), Err("Command ID is not supported.\n")) == 0;
-  }
+  bool IsSupported() const { return std::ranges::count(os.Log(), Err("Command ID is not supported.\n")) == 0; }
 };
 
 TEST_F(Manual, NamesEveryCameraAction) {

@@ -233,7 +233,7 @@ TEST_F(MsgqClientReceive, SleepsBeforeTheFirstLook) {
   EXPECT_THAT(message.body, Each(0xC3));
 }
 
-TEST_F(MsgqClientReceive, LooksEvery50Ms) {
+TEST_F(MsgqClientReceive, LooksOnceInEachInterval) {
   os.Arrive(Bytes(36, 0xC3), 140);
   EXPECT_EQ(ZR4410_MsgQ_Receive(&message), 0);
   EXPECT_THAT(os.Timeline(), ElementsAre("sleep 50000", "receive nothing", "sleep 50000", "receive nothing",

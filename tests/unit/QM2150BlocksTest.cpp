@@ -331,7 +331,7 @@ class QM2150Blocks : public Linked, public testing::WithParamInterface<const Blo
   Bytes record;
 };
 
-INSTANTIATE_TEST_SUITE_P(Five, QM2150Blocks, testing::Values(&kLens, &kCamera, &kOther, &kEnlarged1, &kEnlarged2),
+INSTANTIATE_TEST_SUITE_P(All, QM2150Blocks, testing::Values(&kLens, &kCamera, &kOther, &kEnlarged1, &kEnlarged2),
                          [](const auto& test) {
                            return std::string(test.param->routine).substr(strlen("QM2150_Get"));
                          });

@@ -16,7 +16,7 @@ class ReportsRun : public Machine {
 
 class ReportsRunEach : public ReportsRun, public testing::WithParamInterface<ReportExample> {};
 
-INSTANTIATE_TEST_SUITE_P(Five, ReportsRunEach, testing::ValuesIn(kReports),
+INSTANTIATE_TEST_SUITE_P(All, ReportsRunEach, testing::ValuesIn(kReports),
                          [](const auto& test) { return std::to_string(test.param.number); });
 
 TEST_P(ReportsRunEach, ShowsItsExample) {

@@ -23,7 +23,7 @@ class Reports : public Linked {
 
 class ReportsEach : public Reports, public testing::WithParamInterface<ReportExample> {};
 
-INSTANTIATE_TEST_SUITE_P(Five, ReportsEach, testing::ValuesIn(kReports),
+INSTANTIATE_TEST_SUITE_P(All, ReportsEach, testing::ValuesIn(kReports),
                          [](const auto& test) { return std::to_string(test.param.number); });
 
 TEST_P(ReportsEach, ShowsItsExample) {
