@@ -54,7 +54,7 @@ int QM2150_GetVersion(uint16_t* model, uint16_t* romVersion) {
   if (const int result = Transact(kSelectorInquiry, kCategoryInterface, 1, &kCodeVersion); result < 0) {
     return result;
   }
-  const uint8_t* const m = gtUart1ViscaResp.middle;  // vendor, model, ROM version, sockets; not checked either
+  const uint8_t* const m = gtUart1ViscaResp.middle;  // vendor, model, ROM version, sockets; not checked
   *model = static_cast<uint16_t>(m[2] << 8 | m[3]);
   *romVersion = static_cast<uint16_t>(m[4] << 8 | m[5]);
   return RESULT_OK;

@@ -38,7 +38,7 @@ enum class Values { None, Number, TwoNumbers, Hex, CategoryAndHex };
 struct ModeOption {
   int letter;
   int32_t mode;
-  int minArgc;  // one more argument is accepted, for a trailing -g
+  int minArgc;  // the smallest accepted; one more argument is accepted, for a trailing -g
   Values values;
 };
 
@@ -79,7 +79,8 @@ bool StoreHex(const char* text) {
   return true;
 }
 
-// Returns false, after logging, if a hex text is refused; numbers are not checked.
+// Stores the values of an option in the globals. Logs a failure and returns false if a hex text is refused; numbers are
+// not checked.
 bool StoreValues(Values values, char** argv) {
   switch (values) {
     case Values::None:

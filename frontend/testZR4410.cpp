@@ -1,5 +1,5 @@
 // testZR4410: performs one action on the camera module or the motor microcontroller. This file contains the course of a
-// run; the actions are in the other files of this folder.
+// run, the read loop and the raw command; the other actions are in DeviceActions.cpp and Reports.cpp.
 #include <unistd.h>
 
 #include <csignal>
@@ -36,7 +36,7 @@ void LogBanner(const char* word) {
 }
 
 void Handle(int signal, void (*handler)(int)) {
-  struct sigaction action = {};  // an empty mask is enough: SignalGuard protects the handler against other signals
+  struct sigaction action = {};  // an empty mask is enough: LOG holds the other handled signals back
   action.sa_handler = handler;
   sigaction(signal, &action, nullptr);
 }
@@ -56,7 +56,7 @@ void ReadDebugLevel() {
   giDebug = ParseDecimal(value);
 }
 
-// Returns the milliseconds of the monotonic clock, 0 if it fails.
+// Returns the monotonic time in milliseconds, or 0 if the clock fails.
 int64_t ReadClock() {
   uint64_t milliseconds = 0;
   if (GetMsFromStart(&milliseconds) < 0) {
@@ -90,7 +90,7 @@ void RawCommand() {
   }
 }
 
-// The result of an action is only logged; it does not change the exit status.
+// The results are ignored, so they do not change the exit status; each action logs its own failures.
 void RunAction() {
   switch (giOption) {
     case MODE_CAMERA:
@@ -149,12 +149,12 @@ int Run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   // Line-buffered even into a pipe or a file, so that no complete line is lost if the tool is killed. The buffer is
-  // static because the program uses no heap.
+  // static because it is still used in exit, after main has returned.
   static char outputBuffer[1024];
   setvbuf(stdout, outputBuffer, _IOLBF, sizeof outputBuffer);
 
   const int status = Run(argc, argv);
-  // Every signal up to here is caught and logged. During exit the handler could wait forever for a lock of libc.
+  // The handled signals are held back from here on: during exit the handler could wait forever for a lock of libc.
   HoldSignals(nullptr);
   return status;
 }

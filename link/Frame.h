@@ -1,5 +1,5 @@
-// Constants and helpers shared by all code that builds or reads a frame: the exchanges with the camera and the MCU, and
-// the notice to the daemon.
+// Constants and helpers shared by the product code that builds or reads a frame: the exchanges with the camera and the
+// MCU, and the notice to the daemon.
 #ifndef ZR4410_LINK_FRAME_H
 #define ZR4410_LINK_FRAME_H
 
@@ -10,7 +10,7 @@ inline constexpr uint8_t kFrameStart = 0xAA;  // also each of the two relay head
 inline constexpr uint8_t kFrameStop = 0x55;
 inline constexpr uint8_t kReplyBit = 0x80;      // a reply's command code is the request's plus this
 inline constexpr uint8_t kMaxPayload = 16;      // bytes of payload of a request or a plain reply
-inline constexpr uint8_t kCommandVisca = 0x02;  // command code of every camera frame
+inline constexpr uint8_t kCommandVisca = 0x02;  // command code of every camera request
 inline constexpr uint8_t kAcknowledged = 0x10;  // first data byte of an accepted command's plain reply
 
 // Offsets into the relay body.
@@ -23,7 +23,8 @@ enum RelayOffset : size_t {
   RELAY_PAYLOAD = 7,
 };
 
-// Writes the header and the next sequence id into the outgoing body, and stores the id in gbSeqId.
+// Writes the two header bytes into the outgoing body, increments the sequence id in it (255 is followed by 0) and
+// copies the id to gbSeqId.
 void FillRelayHeader(uint8_t* body);
 
 // The bytes of a frame record.

@@ -83,7 +83,7 @@ int ZR4410_MsgQ_Send(const RelayMessage* message) {
   if (giMsgIdTx == -1) {
     return LogFailure(RESULT_FAILED, "SendMsgQ failed!");
   }
-  // What already waits on the reply queue cannot answer a request that has not been sent yet.
+  // Discard what is on the reply queue: it cannot answer a request that has not been sent yet.
   KernelMessage stale;
   do {
     if (GetSigID() == 1) {
