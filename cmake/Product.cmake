@@ -27,7 +27,8 @@ target_compile_options(zr4410_options INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>
   -fvisibility=hidden -ffunction-sections -fdata-sections)
 
-# No code here is ever unwound, and a build with -g has .debug_frame for debuggers: the tables would be a tenth of the tool.
+# No code here is ever unwound, and a build with -g has .debug_frame for debuggers. Unwind tables would be a tenth of
+# the tool.
 target_compile_options(zr4410_options INTERFACE -fno-asynchronous-unwind-tables)
 
 # Conversions give the same bits on every machine, so fused multiply-add and x87 registers are not used, neither here
