@@ -12,7 +12,13 @@
 //   LOG(level, format, arguments...)
 // level: LOG_ERR (3) for failures, LOG_INFO (6) for progress and reports, LOG_DEBUG (7) for traces.
 // format: as for printf. The compiler checks a literal one; one from a table of formats is up to its tests.
-#define LOG(level, ...) (false ? CheckLogFormat(__VA_ARGS__) : WriteLogLine(level, __VA_ARGS__))
+#define LOG(level, ...)               \
+  do {                                \
+    if (false) {                      \
+      CheckLogFormat(__VA_ARGS__);    \
+    }                                 \
+    WriteLogLine(level, __VA_ARGS__); \
+  } while (false)
 
 // Never called: it lets the compiler check the format against the arguments.
 [[gnu::format(printf, 1, 2)]] void CheckLogFormat(const char* format, ...);

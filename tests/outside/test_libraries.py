@@ -38,7 +38,8 @@ def readelf(*arguments):
 
 
 def undefined(file):
-    return {match[1] for match in re.finditer(r" UND (\w+)", readelf("--dyn-syms", file))}
+    # Newer C libraries have a second strtol, for newer standards of C.
+    return {match[1].removeprefix("__isoc23_") for match in re.finditer(r" UND (\w+)", readelf("--dyn-syms", file))}
 
 
 @pytest.mark.parametrize("file", [TOOL, LIBRARY], ids=lambda file: file.name)
@@ -129,5 +130,5 @@ def test_large_stack_frames_are_probed():
     for number in taken:
         assert re.fullmatch(r"(or|mov)q +\$0x0,(0x\w+)?\(%rsp\) *", instructions[number + 1])
     larger = [text for text in instructions if (match := re.fullmatch(r"sub +\$0x(\w+),%rsp *", text))
-              and int(match[1], 16) > 0x1000]
+              and 0x1000 < int(match[1], 16) < 1 << 31]  # above that it adds
     assert larger == []
