@@ -1,4 +1,4 @@
-// The program's only way to log.
+// Writes log lines to syslog: the only way to log in the program and the library.
 #ifndef ZR4410_SUPPORT_LOG_H
 #define ZR4410_SUPPORT_LOG_H
 
@@ -11,7 +11,7 @@
 // is logged, so SignalHandler may log at any time.
 //   LOG(level, format, arguments...)
 // level: LOG_ERR (3) for failures, LOG_INFO (6) for progress and reports, LOG_DEBUG (7) for traces.
-// format: as for printf. The compiler checks a literal one; one from a table of formats is up to its tests.
+// format: as for printf. The compiler checks a literal format; a format from a table is checked by tests only.
 #define LOG(level, ...)               \
   do {                                \
     if (false) {                      \

@@ -1,7 +1,7 @@
-// A stop signal must be able to interrupt opening, reading and writing, because each of them may wait. While a stream
-// is created or closed, signals must be held back, because both libc and a handler that logs may then use malloc. So
-// the file is opened without a stream first, and the stream gets a buffer of its own so that reading and writing do
-// not allocate.
+// Reads and writes values of the settings file. Opening, reading and writing may wait, so a stop signal must be able to
+// interrupt them. Creating or closing a stream may take malloc's lock, for which a handler that logs would wait
+// forever, so signals are held back there. Therefore the file is opened before there is a stream, and the stream gets a
+// buffer of its own so that reading and writing do not allocate.
 #include "support/Settings.h"
 
 #include <fcntl.h>
@@ -40,8 +40,8 @@ class Stream {
   bool IsOpen() const { return stream_ != nullptr; }
   FILE* Get() const { return stream_; }
 
-  // Call it only after fflush, even a failed one: nothing is left to write, so it never waits. Returns false if closing
-  // fails.
+  // Call it only when nothing is left to write (after fflush, even a failed one), so that it never waits. Returns false
+  // if closing fails.
   bool Close() {
     const SignalGuard guard;
     return fclose(stream_) == 0;
@@ -59,8 +59,8 @@ size_t ReadLine(FILE* file, Line& line) {
   if (fgets(line, sizeof line, file) == nullptr) {
     return 0;
   }
-  // The first line feed either ends the line, and the terminating zero byte follows it, or was filled in above, and the
-  // terminating zero byte precedes it.
+  // If the first line feed was read from the file, the terminating zero byte follows it. If memset put it there, the
+  // terminating zero byte is before it.
   const auto* const lineFeed = static_cast<const char*>(memchr(line, '\n', sizeof line));
   if (lineFeed == nullptr) {
     return sizeof line - 1;

@@ -1,8 +1,9 @@
 // A fake operating system: unit tests run the product's real code on it, in virtual time.
 //
-// The test executable defines the system calls that the product makes (message queues, syslog, sleeping, clocks,
-// files, getpid, sigaction) and the linker prefers them to libc's; see SystemCalls.cpp. While a FakeOs exists they act
-// on it, otherwise they call libc's. The product itself is not changed for this. A test looks like this:
+// The test executable defines the system calls that the product makes (message queues, syslog, sleeping, clocks, files,
+// getpid, sigaction) and the linker prefers them to libc's; see SystemCalls.cpp. While a FakeOs exists they act on it,
+// otherwise they call libc's, except that nothing is logged. The product itself is not changed for this. A test looks
+// like this:
 //
 //   TEST_F(QM2150Transaction, ASyntaxErrorIsReported) {  // fixtures with an `os`: tests/fakeos/Fixtures.h
 //     os.Reply({0x90, 0x60, 0x02, 0xFF});              // the answer to the next request
@@ -16,8 +17,8 @@
 // The device. Each request gets the next answer of the script. If there is none, os.device handles it; if that is not
 // set either, it is never answered.
 //   os.Reply({0x10});                        a good reply frame: id echoed, code + 0x80, checksum
-//   os.Reply({0x10}).Code(0x02);             ... with one thing wrong, in whole bytes: Header Id FrameLength Start Code
-//                                            Length Checksum Stop; or Raw(bytes) of any length instead
+//   os.Reply({0x10}).Code(0x02);             ... with a part replaced: Header (two bytes), Id, FrameLength, Start,
+//                                            Code, Length, Checksum, Stop; or Raw(bytes), a body of any length
 //   os.Reply({0x10}).After(120).Type(5);     ... 120 ms later, of another message type
 //   os.NoReply();                            the device is silent
 //   os.device = [&](const Request& r) { os.Answer(r, {0x10}); };      a device in code
@@ -26,7 +27,7 @@
 //   os.RemovePoison();                       removes such messages, as another program could
 //
 // Events. `call` is one of kCalls; n counts its calls from now on, beginning with 1.
-//   os.Fail("msgsnd", EAGAIN);               the next call fails; Fail(call, errno, n, times): later, and longer
+//   os.Fail("msgsnd", EAGAIN);               the next call fails; Fail(call, errno, n, times): several, from the n-th
 //   os.On("usleep", 2, [] { ... });          runs at the beginning of that call
 //   os.StopAt("msgrcv", 3);                  sets the stop flag there (no handler, no log line)
 //   os.SignalAt(120, SIGTERM);               SignalHandler runs 120 virtual ms from now and interrupts a sleep
@@ -37,8 +38,8 @@
 //   os.Requests()   messages sent;  os.Frames() their UART1 frames;  os.Packets() their payloads
 //   os.Slept()      sleeps in microseconds, as requested;  os.ElapsedMs() the virtual time that passed
 //   os.Output()     standard output;  os.Calls("msgrcv") how often a call was made
-//   os.Timeline()   everything as one list of texts: "sleep 50000", "send 1234 AA AA 01 ...", "receive 36",
-//                   Logged(Err("...")), "sigaction 15"
+//   os.Timeline()   queue calls, log lines, sleeps, signal handlers and file steps in one list of texts:
+//                   "sleep 50000", "send 4711 AA AA 01 ...", "receive 36", Logged(Err("...")), "sigaction 15"
 //
 // Files are in memory: os.files["/sysconf/conf.img"] = "EXT_DEBUG=0\n". Every system call on a file is a step:
 //   os.FileSteps()                           "open r /a", "read /a", "write /b", "fsync /b", "close /b", "rename /b /a"
@@ -47,10 +48,12 @@
 //   os.AfterPowerCut()                       the files after a power cut: data without an fsync is lost
 //   os.AskedFor()                            how many bytes the last read asked for
 //
-// FakeOs fails a test whose product code makes one of these mistakes: a log line without openlog or closelog; logging,
-// asking for the local time, creating or closing a stream, or using one without a buffer of its own while the handled
-// signals could interrupt it; sleeping, opening, reading or writing while they are held back; a blocking queue call; a
-// wrong size.
+// FakeOs fails a test if the product does one of the following:
+//   - logs a line without openlog or closelog
+//   - logs, asks for the local time, creates or closes a stream, or uses one without a buffer of its own while a
+//     handled signal could interrupt it
+//   - sleeps, opens, reads or writes while these signals are held back
+//   - makes a queue call that blocks or has a wrong size
 #ifndef ZR4410_TESTS_FAKEOS_FAKEOS_H
 #define ZR4410_TESTS_FAKEOS_FAKEOS_H
 
@@ -96,7 +99,7 @@ struct Request {
   Bytes Payload() const;  // between the frame's length byte and its checksum
 };
 
-// An answer of the device: a good one, changed in the ways asked for.
+// A reply of the device: correct except for the requested changes.
 class Reply {
  public:
   Reply() = default;
@@ -153,7 +156,7 @@ class FakeOs {
   void RemovePoison();
   size_t Waiting() const { return arrivals_.size(); }  // messages on the reply queue and on their way to it
   size_t Unused() const { return script_.size(); }     // answers of the script that no request took
-  void DropAnswers();                                  // drops all of these
+  void DropAnswers();                                  // drops these, and the messages on the queue or on their way
 
   // --- Events ---
   void On(std::string_view call, int n, std::function<void()> action);
