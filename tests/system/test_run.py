@@ -123,10 +123,10 @@ def test_the_debug_level_is_the_low_32_bits(tool, level, lines):
 
 @pytest.mark.skipif(not WIDE_LONG, reason="a long of 32 bits saturates")
 def test_of_a_number_the_low_32_bits_are_used(tool):
+    daemon = Daemon(ACK, camera("90 50 00 06 FF"))
     run = tool("-s", "4294967297", "1")
     assert run.action() == []
     assert run.output == SENSOR_MODES
-    daemon = Daemon(ACK, camera("90 50 00 06 FF"))
     tool("-s", "2", "4294967302").action()
     assert daemon.requests[0] == body("AA AA 01 0D AA 02 08 81 01 04 24 72 00 06 FF 2B 55")
 
