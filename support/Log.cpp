@@ -1,10 +1,12 @@
 #include "support/Log.h"
 
 #include "support/Results.h"
+
 void BeginLogLine(sigset_t& before) {
   HoldSignals(&before);
   openlog("testZR4410", LOG_CONS | LOG_PID, LOG_USER);
 }
+
 void EndLogLine(const sigset_t& before) {
   closelog();
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
