@@ -1,25 +1,62 @@
+// Writes and reads the JSON lines of a capture.
 #include "simulator/connect/Capture.h"
 
+#include <cstdio>
+#include <ctime>
 #include <nlohmann/json.hpp>
 
 #include "simulator/connect/Queues.h"
 #include "simulator/model/Error.h"
 
 namespace sim {
+namespace {
 
-std::string CaptureLine(const Event& event, const std::string& meaning) {
-  const nlohmann::ordered_json line = {
+constexpr int kFormat = 1;  // the version in the header; captures of other versions are rejected
+
+constexpr std::string_view kHeaderStart = "{\"capture\":";  // of the first line, as CaptureHeader writes it
+
+std::string Dump(const nlohmann::ordered_json& line) {
+  return line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+// "2026-11-21T18:00:00.123Z"
+std::string TimeOfDay(std::int64_t microseconds) {
+  const auto seconds = static_cast<std::time_t>(microseconds / kSecond);
+  std::tm utc{};
+  gmtime_r(&seconds, &utc);
+  char day[32];
+  char rest[16];
+  std::strftime(day, sizeof day, "%Y-%m-%dT%H:%M:%S", &utc);
+  std::snprintf(rest, sizeof rest, ".%03dZ", static_cast<int>(microseconds % kSecond / kMillisecond));
+  return std::string(day) + rest;
+}
+
+}  // namespace
+
+std::string CaptureHeader(const CaptureSetup& setup) {
+  return Dump({{"capture", kFormat},
+               {"program", setup.program},
+               {"started", TimeOfDay(setup.started)},
+               {"setup", {{"arguments", setup.arguments}, {"scenario", setup.scenario}}}});
+}
+
+std::string CaptureGap(std::uint64_t messages) { return Dump({{"lost", messages}}); }
+
+nlohmann::ordered_json EventJson(const Event& event, const std::string& meaning) {
+  return {
       {"us", event.time},           {"direction", event.direction == Direction::Request ? "request" : "reply"},
       {"exchange", event.exchange}, {"type", event.type},
       {"body", ToHex(event.body)},  {"meaning", meaning},
       {"note", event.note},
   };
-  return line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 
-std::vector<Event> ReadCapture(std::istream& in, const std::string& name) {
-  std::vector<Event> events;
+std::string CaptureLine(const Event& event, const std::string& meaning) { return Dump(EventJson(event, meaning)); }
+
+Recording ReadCapture(std::istream& in, const std::string& name) {
+  Recording recording;
   std::string text;
+  bool sound = false;  // at least one valid line has been read
   for (std::size_t number = 1; std::getline(in, text); ++number) {
     if (text.find_first_not_of(" \t\r") == std::string::npos) {
       continue;
@@ -37,20 +74,39 @@ std::vector<Event> ReadCapture(std::istream& in, const std::string& name) {
         return it->is_number_integer() ? it->template get<Value>() : fallback;
       }
     };
+    const std::string where = name + ":" + std::to_string(number) + ": ";
     const bool object = line.is_object();
+    if (object && line.contains("capture")) {
+      if (const auto format = field("capture", std::int64_t{0}); format != kFormat) {
+        throw Error(where + "unknown capture format " + std::to_string(format));
+      }
+      sound = true;
+      continue;
+    }
+    if (object && line.contains("lost")) {
+      recording.warnings.push_back(where + std::to_string(field("lost", std::uint64_t{0})) +
+                                   " messages are missing here");
+      continue;
+    }
     const std::string direction = object ? field("direction", std::string()) : "";
     const auto body = FromHex(object ? field("body", std::string("?")) : "?");
     if ((direction != "request" && direction != "reply") || !body || body->size() > kMaxMessage) {
-      throw Error(name + ":" + std::to_string(number) + ": not a line of a capture");
+      const bool header_start = kHeaderStart.starts_with(text.substr(0, kHeaderStart.size()));
+      if (in.eof() && (sound || header_start)) {
+        recording.warnings.push_back(where + "the last line is cut off and is left out");
+        continue;
+      }
+      throw Error(where + "not a line of a capture");
     }
-    events.push_back({.time = field("us", std::int64_t{0}),
-                      .direction = direction == "request" ? Direction::Request : Direction::Reply,
-                      .type = field("type", std::int32_t{1}),
-                      .exchange = field("exchange", std::uint32_t{0}),
-                      .body = *body,
-                      .note = field("note", std::string())});
+    sound = true;
+    recording.events.push_back({.time = field("us", std::int64_t{0}),
+                                .direction = direction == "request" ? Direction::Request : Direction::Reply,
+                                .type = field("type", std::int32_t{1}),
+                                .exchange = field("exchange", std::uint32_t{0}),
+                                .body = *body,
+                                .note = field("note", std::string())});
   }
-  return events;
+  return recording;
 }
 
 }  // namespace sim

@@ -1,8 +1,7 @@
+// The daemon's two threads: receiving requests, and everything that has a time or a descriptor.
 #include "simulator/connect/Daemon.h"
 
 #include <poll.h>
-#include <pthread.h>
-#include <signal.h>
 #include <sys/eventfd.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
@@ -18,18 +17,10 @@
 namespace sim {
 namespace {
 
-constexpr std::size_t kMostWaiting = 1024;                 // messages to be sent; if more, requests are not read
+constexpr std::size_t kMostWaiting = 1024;                 // messages to be sent; with more, no request is read
 constexpr Time kRetry = 5 * kMillisecond;                  // delay before a full reply queue is tried again
 constexpr auto kNudge = std::chrono::milliseconds(10);     // polling interval for what cannot be waited for
 constexpr auto kStopNudge = std::chrono::milliseconds(1);  // the same while the daemon stops
-
-sigset_t StopSignals() {
-  sigset_t set;
-  sigemptyset(&set);
-  sigaddset(&set, SIGINT);
-  sigaddset(&set, SIGTERM);
-  return set;
-}
 
 }  // namespace
 
@@ -39,27 +30,40 @@ Time Daemon::Now() {
   return std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start).count();
 }
 
-void Daemon::BlockSignals() {
-  const sigset_t set = StopSignals();
-  pthread_sigmask(SIG_BLOCK, &set, nullptr);
-}
-
 Daemon::Daemon(Peer& peer, Options options, Sink sink)
     : options_(std::move(options)),
-      sink_(std::move(sink)),
       wake_fd_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
-      peer_(peer) {
-  // The handler does nothing, but its signal ends msgrcv: there is no SA_RESTART.
-  struct sigaction nudge {};
-  nudge.sa_handler = [](int) {};
-  sigaction(SIGUSR2, &nudge, nullptr);
+      peer_(peer),
+      sinks_{std::move(sink)} {
+  PrepareInterrupt();
 }
 
-Daemon::~Daemon() { close(wake_fd_); }
+Daemon::~Daemon() {
+  Close();
+  close(wake_fd_);
+}
 
 void Daemon::Open() {
+  OpenQueues();
+  if (requests_.HasReader()) {
+    throw QueuesTaken(options_.key_path, requests_.LastReader());
+  }
+  opened_ = true;
+}
+
+void Daemon::OpenQueues() {
+  claim_.Take(options_.key_path);
   requests_.Open(options_.key_path, kRequestProject);
   replies_.Open(options_.key_path, kReplyProject);
+}
+
+// Releases the claim last: otherwise the next simulator could claim the queues and then lose them.
+void Daemon::Close() {
+  if (std::exchange(opened_, false) && options_.remove_queues) {
+    requests_.Remove();
+    replies_.Remove();
+  }
+  claim_.Release();
 }
 
 void Daemon::Wake() {
@@ -72,10 +76,36 @@ void Daemon::Stop() {
   Wake();
 }
 
+void Daemon::Locked(const std::function<void(Time now)>& routine) {
+  {
+    const std::lock_guard lock(mutex_);
+    const std::uint32_t restarts = peer_.Restarts();
+    routine(Now());
+    if (peer_.Restarts() != restarts) {
+      Reset();
+    }
+  }
+  Wake();
+}
+
+// Cancels what faults before the peer's restart have begun: the daemon is no longer away, and no old reply is sent.
+void Daemon::Reset() {
+  away_until_ = 0;
+  stuck_.reset();
+  room_.notify_all();
+}
+
+void Daemon::Tell(Event event) {
+  event.number = ++events_;
+  for (const Sink& sink : sinks_) {
+    sink(event);
+  }
+}
+
 // A queue has been removed: creates it again, as the tool does at its next start.
 void Daemon::Reopen() {
   try {
-    Open();
+    OpenQueues();
   } catch (const Error&) {
     std::this_thread::sleep_for(kNudge);  // the key path does not exist; it may be created again
   }
@@ -92,10 +122,8 @@ void Daemon::Receive() {
       }
     } else {
       const Time now = Now();
-      Event event{now, Direction::Request, message.type, 0, message.body, ""};
-      event.note = peer_.Request(message.type, message.body, now);
-      event.exchange = peer_.LastExchange();
-      sink_(event);
+      std::string note = peer_.Request(message.type, message.body, now);
+      Tell({now, Direction::Request, message.type, peer_.LastExchange(), message.body, std::move(note)});
       Flush(now);
       if (NextDue(now)) {
         Wake();
@@ -144,8 +172,8 @@ void Daemon::Flush(Time now) {
       retry_at_ = now + kRetry;
       return;
     }
-    sink_({now, Direction::Reply, out->type, out->exchange, std::move(out->body),
-           result == QueueResult::Done ? out->note : "not sent: " + std::string(std::strerror(errno))});
+    Tell({now, Direction::Reply, out->type, out->exchange, std::move(out->body),
+          result == QueueResult::Done ? out->note : "not sent: " + std::string(std::strerror(errno))});
   }
 }
 
@@ -190,7 +218,8 @@ void Daemon::Run() {
     std::uint64_t woken = 0;
     (void)!read(wake_fd_, &woken, sizeof woken);
     signalfd_siginfo info{};
-    if (read(signal_fd, &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
+    // Takes all pending signals: one that stayed pending would kill the process in DieOnStopSignals.
+    while (read(signal_fd, &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
       stop_ = true;
     }
     for (std::size_t i = 0; i < watched_.size(); ++i) {
@@ -202,16 +231,13 @@ void Daemon::Run() {
   lock.unlock();
   // The receiving thread may be about to enter msgrcv when the signal arrives, so repeat it until the thread has ended.
   while (!receiver_done_) {
-    pthread_kill(receiver.native_handle(), SIGUSR2);
+    Interrupt(receiver.native_handle());
     room_.notify_all();
     std::this_thread::sleep_for(kStopNudge);
   }
   receiver.join();
   close(signal_fd);
-  if (options_.remove_queues) {
-    requests_.Remove();
-    replies_.Remove();
-  }
+  Close();
 }
 
 }  // namespace sim

@@ -1,3 +1,4 @@
+// Finds the messages in a dump, which may be cut off or mixed with other output.
 #include "simulator/connect/Decode.h"
 
 #include <cstring>

@@ -5,7 +5,8 @@
 
 namespace sim {
 
-// Returns false, with errno set, if `descriptor` is not a terminal.
+// Switches a terminal to raw mode at once. Returns false, with errno set, if `descriptor` is not a terminal or its mode
+// cannot be set.
 inline bool MakeRaw(int descriptor) {
   termios raw{};
   if (tcgetattr(descriptor, &raw) != 0) {

@@ -1,3 +1,4 @@
+// Sorts a capture by request, and repeats its answers.
 #include "simulator/connect/Replay.h"
 
 #include <algorithm>
@@ -10,7 +11,8 @@ namespace {
 
 constexpr Time kLongest = 2 * Time{3600} * kSecond;  // between a request and its reply
 
-// The part of a request that identifies it: the frame, or the whole message if it has none.
+// Returns the part of a request that identifies it: the frame, or, if the message has a flaw, the whole message without
+// its sequence id.
 Bytes Key(ByteView body) {
   const Relay relay = DecodeRelay(body);
   if (relay.flaw == Flaw::None) {

@@ -1,4 +1,4 @@
-// Answers from a capture, in place of the simulated device.
+// Answers from a capture, instead of the simulated device.
 #pragma once
 
 #include <map>
@@ -24,9 +24,9 @@ class Replay : public Peer {
  private:
   struct Reply {
     Bytes body;
-    Time after;           // the request
+    Time after;           // delay from the request to the reply
     int sequence_offset;  // from the request's id
-    bool answer;          // false: it was sent without a request and keeps its own id
+    bool answer;          // false: it is unsolicited and keeps its own id
   };
   struct Exchange {
     Time time = 0;  // of the request

@@ -1,3 +1,4 @@
+// Opens the serial line, sends one request at a time and matches the replies to them.
 #include "simulator/connect/SerialRelay.h"
 
 #include <fcntl.h>
@@ -130,7 +131,7 @@ void SerialRelay::OnFrame(const Frame& frame, Time now) {
     return;
   }
   outbox_.Add(
-      {.due = now, .type = type_, .exchange = 0, .body = EncodeRelay(0, frame.Encode()), .note = "not asked for"});
+      {.due = now, .type = type_, .exchange = 0, .body = EncodeRelay(0, frame.Encode()), .note = "unsolicited"});
 }
 
 // A command is acknowledged as soon as the camera has answered it, even if the camera rejects it. An inquiry is
@@ -202,7 +203,9 @@ void SerialRelay::Advance(Time now) {
     packets_.Idle();
   }
   if (const std::uint64_t dropped = frames_.Dropped() + packets_.Dropped(); dropped != dropped_) {
-    sink_("simZR4410: " + std::to_string(dropped - dropped_) + " bytes of garbage on the serial line");
+    const std::uint64_t count = dropped - dropped_;
+    sink_("simZR4410: " + (count == 1 ? "1 byte of garbage on the serial line"
+                                      : std::to_string(count) + " bytes of garbage on the serial line"));
     dropped_ = dropped;
   }
   if (asking_ && now >= give_up_at_) {

@@ -1,4 +1,4 @@
-// The relay between the queues and hardware on a serial line, in place of the simulated device. It performs one
+// The relay between the queues and hardware on a serial line, instead of the simulated device. It performs one
 // exchange at a time.
 #pragma once
 
@@ -68,7 +68,7 @@ class SerialRelay : public Peer, public Watched {
   std::deque<Asked> asked_;    // requests in order
   bool asking_ = false;        // the first request has been sent and waits for its answer until give_up_at_
   Time give_up_at_ = 0;
-  std::int32_t type_ = 1;  // of the last request; unrequested frames carry it
+  std::int32_t type_ = 1;  // of the last request; unsolicited frames carry it
   State mcu_state_;
   McuModel mcu_{mcu_state_};
 };

@@ -1,3 +1,4 @@
+// Finds the next frame or packet in the bytes, and drops the bytes that belong to none.
 #include "simulator/connect/Splitters.h"
 
 #include <utility>

@@ -1,3 +1,4 @@
+// Creates the pseudo-terminal and its link, and sends the camera's packets at their times.
 #include "simulator/connect/ViscaTerminal.h"
 
 #include <fcntl.h>
@@ -22,12 +23,12 @@ constexpr std::size_t kNameSize = 128;
 
 }  // namespace
 
-ViscaTerminal::ViscaTerminal(Device& device, bool fast, LineSink sink)
-    : device_(device), fast_(fast), sink_(std::move(sink)) {}
+ViscaTerminal::ViscaTerminal(Device& device, LineSink sink) : device_(device), sink_(std::move(sink)) {}
 
 ViscaTerminal::~ViscaTerminal() {
-  if (!link_.empty()) {
-    unlink(link_.c_str());
+  char target[kNameSize] = "";
+  if (!link_.empty() && readlink(link_.c_str(), target, sizeof target - 1) > 0 && name_ == target) {
+    unlink(link_.c_str());  // unless another run has taken the name
   }
   if (slave_ >= 0) {
     close(slave_);
@@ -59,6 +60,7 @@ std::string ViscaTerminal::Open(const std::string& link) {
       throw fail();
     }
     link_ = link;
+    name_ = name;
   }
   return name;
 }
@@ -75,19 +77,20 @@ void ViscaTerminal::OnReadable(Time now) {
   if (got <= 0) {
     return;
   }
+  const bool fast = device_.setup().fast;  // a new scenario may change it
   heard_at_ = now;
   splitter_.Feed(ByteView(buffer, static_cast<std::size_t>(got)));
   while (const auto packet = splitter_.Next()) {
     const Row* row = nullptr;
-    sink_(ViscaLine(now, "visca <", *packet, ViscaRequestText(*packet, &row)));
-    Time due = now;
-    for (Bytes& reply : device_.Visca(*packet, now)) {
-      if (!fast_) {
-        due = std::max(due, line_free_) + device_.Field();
-        line_free_ = due;
-      }
-      Send(std::move(reply), row, due);
+    const std::string text = ViscaRequestText(*packet, &row);
+    Device::LineAnswer answer = device_.Visca(*packet, now);
+    sink_(ViscaLine(now, "visca <", *packet, text) + (answer.note.empty() ? "" : "  [" + answer.note + "]"));
+    Time due = fast ? now : std::max(now, line_free_) + device_.OnTheWire(packet->size());
+    for (Bytes& reply : answer.packets) {
+      due += fast ? 0 : device_.Field() + device_.OnTheWire(reply.size());
+      Send(std::move(reply), row, due + answer.late);
     }
+    line_free_ = due;
   }
 }
 

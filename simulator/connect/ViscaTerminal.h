@@ -13,8 +13,9 @@ namespace sim {
 
 class ViscaTerminal : public Watched {
  public:
-  // `fast`: replies are sent at once, otherwise each in a field of its own.
-  ViscaTerminal(Device& device, bool fast, LineSink sink);
+  // If the device is fast, replies are sent at once, otherwise each in a field of its own and at the speed of the
+  // device's line.
+  ViscaTerminal(Device& device, LineSink sink);
   // Removes the link.
   ~ViscaTerminal() override;
   ViscaTerminal(const ViscaTerminal&) = delete;
@@ -38,14 +39,13 @@ class ViscaTerminal : public Watched {
   void Send(Bytes packet, const Row* row, Time due);
 
   Device& device_;
-  const bool fast_;
   const LineSink sink_;
   int master_ = -1;
   int slave_ = -1;  // held open, so that the terminal outlives its users
-  std::string link_;
+  std::string link_, name_;
   ViscaSplitter splitter_;
   Time heard_at_ = 0;            // when the last bytes arrived
-  Time line_free_ = 0;           // when the last packet that has a time is sent
+  Time line_free_ = 0;           // when the line is free after the replies so far
   std::deque<Waiting> waiting_;  // sorted by `due`
 };
 

@@ -1,3 +1,4 @@
+// Converts bytes to hexadecimal text and back.
 #include "simulator/model/Bytes.h"
 
 #include <cstdio>

@@ -1,4 +1,4 @@
-// Bytes, and the hexadecimal text for them in traces, captures and fault options.
+// Byte sequences and their hexadecimal text, as in traces, captures and fault options.
 #pragma once
 
 #include <cstdint>
@@ -15,7 +15,7 @@ using ByteView = std::span<const std::uint8_t>;
 
 // {0xAA, 0x10} -> "AA 10".
 std::string ToHex(ByteView bytes);
-// The reverse, in either case, with or without blanks between the bytes; nothing if `text` is anything else.
+// The reverse: upper or lower case, with or without spaces between the bytes. Returns nothing for any other text.
 std::optional<Bytes> FromHex(std::string_view text);
 
 }  // namespace sim

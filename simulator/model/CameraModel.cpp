@@ -1,3 +1,4 @@
+// Executes the camera's commands: sockets, motors, supply and memories. The packets are rows of Protocol.cpp.
 #include "simulator/model/CameraModel.h"
 
 #include <algorithm>
@@ -8,7 +9,7 @@ namespace {
 
 constexpr std::uint32_t kOpticalEnd = 16384;  // of the zoom; the digital zoom continues from there
 constexpr std::uint32_t kDigitalStep = 64;    // positions of the combined zoom per digital position
-constexpr std::int64_t kZoomSpeed = 700;      // positions per second and step of speed
+constexpr std::int64_t kZoomSpeed = 700;      // positions per second, for each step of speed
 constexpr std::int64_t kFocusSpeed = 4000;
 constexpr std::int64_t kTopSpeed = 8;  // steps of speed; packets carry 0 to 7
 constexpr std::int64_t kOrdinarySpeed = 6;
@@ -64,10 +65,24 @@ void CameraModel::SetSupply(bool on, Time now) {
   video_mode_ = state_.registers[kSensorModeRegister];
   awake_at_ = now + options_.wake_up;
   announced_ = false;
-  address_ = 1;
+  address_ = kViscaFirstAddress;
 }
 
 bool CameraModel::Shows50Hz() const { return std::ranges::find(k50HzModes, video_mode_) != std::end(k50HzModes); }
+
+void CameraModel::Override(std::span<const std::pair<Var, std::uint32_t>> variables, Time now) {
+  MoveTo(now);
+  for (const auto& [var, value] : variables) {
+    for (Axis* axis : {&zoom_, &focus_}) {
+      axis->rate = axis->var == var ? 0 : axis->rate;
+    }
+    state_[var] = value;
+  }
+  if (state_[Var::power] != kOn) {
+    Forget();
+  }
+  SettleZoom();
+}
 
 void CameraModel::Forget() {
   sockets_ = {};
@@ -75,7 +90,9 @@ void CameraModel::Forget() {
 }
 
 Bytes CameraModel::Reply(std::initializer_list<std::uint8_t> bytes) const {
-  Bytes packet = {Byte((address_ + 8) << 4)};
+  Bytes packet;
+  packet.reserve(kViscaMost);
+  packet.push_back(ViscaFrom(address_));
   packet.insert(packet.end(), bytes);
   packet.push_back(kViscaEnd);
   return packet;
@@ -83,13 +100,13 @@ Bytes CameraModel::Reply(std::initializer_list<std::uint8_t> bytes) const {
 
 Bytes CameraModel::Error(int socket, std::uint8_t code) const { return Reply({Byte(kViscaError + socket), code}); }
 
-std::vector<Bytes> CameraModel::Handle(ByteView packet, Time now) {
+std::vector<Bytes> CameraModel::Handle(ByteView packet, Line line, Time now) {
   if (!Awake(now) || packet.empty()) {
     return {};
   }
   const std::uint8_t header = packet[0];
   const bool broadcast = header == kViscaBroadcast;
-  if (!broadcast && header != (0x80 | address_)) {
+  if (!broadcast && header != ViscaTo(address_)) {
     return {};
   }
   if (packet.size() < kViscaLeast || packet.size() > kViscaMost) {
@@ -100,7 +117,8 @@ std::vector<Bytes> CameraModel::Handle(ByteView packet, Time now) {
   }
   MoveTo(now);
   if (broadcast) {
-    if (packet.size() == 4 && packet[1] == kViscaAddressSet && packet[2] >= 1 && packet[2] <= kLastAddress) {
+    if (packet.size() == 4 && packet[1] == kViscaAddressSet && packet[2] >= kViscaFirstAddress &&
+        packet[2] <= kLastAddress) {
       address_ = packet[2];
       return {{kViscaBroadcast, kViscaAddressSet, Byte(packet[2] + 1), kViscaEnd}};
     }
@@ -111,22 +129,22 @@ std::vector<Bytes> CameraModel::Handle(ByteView packet, Time now) {
     return {};
   }
   if (packet.size() == kViscaLeast && (packet[1] & kViscaKind) == kViscaCancel) {
-    return Cancel(packet[1] & 0x0F, now);
+    return Cancel(packet[1] & kViscaSocket, now);
   }
   const ByteView data = ViscaData(packet);
   if (packet[1] == kViscaCommand) {
-    return Command(data, now);
+    return Command(data, line, now);
   }
-  return packet[1] == kViscaInquiry ? Inquiry(data) : std::vector<Bytes>{Error(0, kErrSyntax)};
+  return packet[1] == kViscaInquiry ? Inquiry(data, line) : std::vector<Bytes>{Error(0, kErrSyntax)};
 }
 
-std::vector<Bytes> CameraModel::Command(ByteView data, Time now) {
+std::vector<Bytes> CameraModel::Command(ByteView data, Line line, Time now) {
   if (std::ranges::equal(data, kInterfaceClear)) {
     Forget();
     return {Reply({kViscaCompleted})};
   }
-  const auto found = FindCommand(data);
-  if (!found || !Accepted(found->values)) {
+  const auto found = FindCommand(data, line);
+  if (!found || !Takes(*found)) {
     return {Error(0, kErrSyntax)};
   }
   const auto free = std::find_if(sockets_.begin(), sockets_.end(), [](const Socket& s) { return !s.busy; });
@@ -147,8 +165,8 @@ std::vector<Bytes> CameraModel::Command(ByteView data, Time now) {
   return {acknowledged, Reply({Byte(kViscaCompleted + number)})};
 }
 
-std::vector<Bytes> CameraModel::Inquiry(ByteView data) {
-  const auto found = FindInquiry(data);
+std::vector<Bytes> CameraModel::Inquiry(ByteView data, Line line) {
+  const auto found = FindInquiry(data, line);
   if (!found) {
     return {Error(0, kErrSyntax)};
   }
@@ -167,6 +185,10 @@ std::vector<Bytes> CameraModel::Inquiry(ByteView data) {
   const Bytes values = Fill(found->row->reply, found->row->fields, state_);
   packet.insert(packet.end() - 1, values.begin(), values.end());
   return {packet};
+}
+
+bool CameraModel::Takes(const Found& command) const {
+  return Accepted(command.values) || (!options_.strict && command.row->act == Act::Set && Fits(command.values));
 }
 
 std::vector<Bytes> CameraModel::Cancel(int number, Time now) {
@@ -262,12 +284,15 @@ Time CameraModel::Perform(const Row& row, const Values& values, Socket& socket, 
       break;
     }
     case Act::MemoryReset:
+      state_[Var::memory_last] = first();
       memories_[first()].reset();
       break;
     case Act::MemorySet:
+      state_[Var::memory_last] = first();
       memories_[first()] = state_;
       break;
     case Act::MemoryRecall: {
+      state_[Var::memory_last] = first();
       const State& stored = memories_[first()] ? *memories_[first()] : start_;
       std::copy_n(stored.values.begin(), static_cast<std::size_t>(kFirstKept), state_.values.begin());
       SettleZoom();
@@ -326,7 +351,7 @@ void CameraModel::MoveTo(Time now) {
   }
 }
 
-// Keeps the zoom's position within its end, which the digital zoom moves, and derives the digital position from it.
+// Limits the zoom's position to its range, which the digital zoom extends, and derives the digital position from it.
 void CameraModel::SettleZoom() {
   const bool combined = state_[Var::dzoom_mode] == 0;
   zoom_.greatest = combined && state_[Var::digital_zoom] == kOn ? Info(Var::zoom_pos).greatest : kOpticalEnd;

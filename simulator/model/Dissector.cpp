@@ -1,3 +1,4 @@
+// Builds the descriptions of requests, replies and reports, and the lines of the trace.
 #include "simulator/model/Dissector.h"
 
 #include <algorithm>
@@ -37,51 +38,77 @@ std::string Join(std::string_view name, const std::string& values) {
   return std::string(name) + (values.empty() ? "" : " " + values);
 }
 
-std::string McuRequestText(const Frame& frame, const Row*& row) {
+// `rejected` is set if the MCU will not carry the request out.
+std::string McuRequestText(const Frame& frame, const Row*& row, bool& rejected) {
   row = FindMcu(frame.code);
+  rejected = true;
   if (row == nullptr) {
     return "unknown MCU command " + Hex2(frame.code);
   }
   Bytes bytes = {frame.code};
   bytes.insert(bytes.end(), frame.data.begin(), frame.data.end());
   const auto values = Match(row->command, row->fields, bytes);
-  return values ? Join(row->name, ValuesText(*values)) : std::string(row->name) + " with " + ToHex(frame.data);
+  if (!values) {
+    return std::string(row->name) + " with " + ToHex(frame.data);
+  }
+  rejected = !Accepted(*values);
+  return Join(row->name, ValuesText(*values));
 }
 
-std::string McuReplyText(const Frame& frame, const Row* row) {
-  const auto values =
-      row != nullptr && row->reply != kMcuOkReply ? Match(row->reply, row->fields, frame.data) : std::nullopt;
-  if (values) {
-    return ValuesText(*values);
+// `rejected`: the request is known to be rejected, so a single byte is a result.
+std::string McuReplyText(const Frame& frame, const Row* row, bool rejected) {
+  const bool one = frame.data.size() == 1;
+  const std::string_view result = one ? McuResultText(frame.data[0]) : "";
+  const auto values = row != nullptr && row->reply != kMcuOkReply && !(rejected && one)
+                          ? Match(row->reply, row->fields, frame.data)
+                          : std::nullopt;
+  if (!values) {
+    return one ? std::string(result) : "data " + ToHex(frame.data);
   }
-  return frame.data.size() == 1 ? std::string(McuResultText(frame.data[0])) : "data " + ToHex(frame.data);
+  const bool either = one && IsMcuError(frame.data[0]);  // one byte may be a value or a result
+  return ValuesText(*values) + (either ? " (or " + std::string(result) + ")" : "");
+}
+
+// Says which cameras a packet is for; empty for the camera with address 1.
+std::string AddressText(std::uint8_t header) {
+  return header == kViscaBroadcast               ? " (to all cameras)"
+         : header == ViscaTo(kViscaFirstAddress) ? ""
+                                                 : " (to camera " + std::to_string(header & 0x07) + ")";
+}
+
+// Describes the packets that have the same form in both directions; empty for any other packet.
+std::string LinePacketText(ByteView packet) {
+  if (packet.size() == 4 && packet[0] == kViscaBroadcast && packet[1] == kViscaAddressSet) {
+    return "Address Set " + std::to_string(packet[2]);
+  }
+  const bool clears = packet.size() == 5 && packet[1] == kViscaCommand && packet[2] == 0x00 && packet[3] == 0x01;
+  return clears ? "Interface Clear" + AddressText(packet[0]) : "";
 }
 
 }  // namespace
 
-std::string ViscaRequestText(ByteView packet, const Row** row) {
+std::string ViscaRequestText(ByteView packet, const Row** row, sim::Line line) {
   *row = nullptr;
   const std::string raw = "VISCA " + ToHex(packet);
   if (!IsViscaPacket(packet)) {
     return raw;
   }
-  if (packet[0] == kViscaBroadcast && packet[1] == kViscaAddressSet) {
-    return "Address Set";
-  }
-  if (packet.size() == 5 && packet[1] == kViscaCommand && packet[2] == 0x00 && packet[3] == 0x01) {
-    return "Interface Clear";
+  if (const std::string text = LinePacketText(packet); !text.empty()) {
+    return text;
   }
   if (packet.size() == kViscaLeast && (packet[1] & kViscaKind) == kViscaCancel) {
-    return "Cancel socket " + std::to_string(packet[1] & 0x0F);
+    return "Cancel socket " + std::to_string(packet[1] & kViscaSocket) + AddressText(packet[0]);
   }
   const ByteView data = ViscaData(packet);
   const bool command = packet[1] == kViscaCommand;
-  const auto found = command ? FindCommand(data) : packet[1] == kViscaInquiry ? FindInquiry(data) : std::nullopt;
+  const auto found = command                      ? FindCommand(data, line)
+                     : packet[1] == kViscaInquiry ? FindInquiry(data, line)
+                                                  : std::nullopt;
   if (!found) {
     return raw;
   }
   *row = found->row;
-  return Join(found->row->name, ValuesText(found->values)) + (command ? "" : "?");
+  return Join(found->row->name, ValuesText(found->values)) + (command ? "" : "?") + AddressText(packet[0]);
 }
 
 std::string ViscaReplyText(ByteView packet, const Row* row) {
@@ -89,15 +116,18 @@ std::string ViscaReplyText(ByteView packet, const Row* row) {
   if (!IsViscaPacket(packet)) {
     return raw;
   }
+  if (const std::string text = LinePacketText(packet); !text.empty()) {
+    return text;
+  }
   const std::uint8_t error = ViscaError(packet);
   const std::uint8_t kind = packet[1] & kViscaKind;
-  const int socket = packet[1] & 0x0F;
+  const int socket = packet[1] & kViscaSocket;
   const std::string where = socket != 0 ? " (socket " + std::to_string(socket) + ")" : "";
   if (error != 0) {
     return std::string(ViscaErrorText(error)) + where;
   }
   if (packet.size() == kViscaLeast) {
-    return packet[1] == kViscaNetworkChange ? "network change"
+    return packet[1] == kViscaNetworkChange ? "network change: the camera has started"
            : kind == kViscaAccepted         ? "accepted" + where
            : kind == kViscaCompleted        ? "completed" + where
                                             : raw;
@@ -112,53 +142,76 @@ std::string ViscaLine(Time now, const char* direction, ByteView packet, const st
   return head + HexColumn(ToHex(packet)) + "  " + meaning;
 }
 
-std::string Dissector::Meaning(Direction direction, ByteView body) {
-  const Relay relay = DecodeRelay(body);
+// Returns where the request of an exchange is stored; nullptr for a message that belongs to no exchange.
+Dissector::Asked* Dissector::Place(const Event& event, std::uint8_t sequence) {
+  if (event.exchange != 0) {
+    return &exchanges_[event.exchange % kExchanges];
+  }
+  return event.time < 0 ? &sequences_[sequence] : nullptr;
+}
+
+std::string Dissector::Meaning(const Event& event) {
+  const Relay relay = DecodeRelay(event.body);
   if (relay.flaw != Flaw::None && relay.flaw != Flaw::Checksum) {
     return std::string(FlawText(relay.flaw));
   }
-  const std::string flaw = relay.flaw == Flaw::None ? "" : " (" + std::string(FlawText(relay.flaw)) + ")";
+  std::string flaw = relay.flaw == Flaw::None ? "" : " (" + std::string(FlawText(relay.flaw)) + ")";
   const Frame& frame = relay.frame;
-  if (direction == Direction::Request) {
+  Asked* const place = Place(event, relay.sequence);
+  if (event.direction == Direction::Request) {
     Asked asked;
+    asked.exchange = event.exchange;
+    asked.code = frame.code;
     if (frame.code != kCameraCode) {
-      asked.text = McuRequestText(frame, asked.row);
+      asked.text = McuRequestText(frame, asked.row, asked.rejected);
+      asked.rejected = asked.rejected || relay.flaw == Flaw::Checksum;
     } else if (IsNotice(frame)) {
       asked.text = "notice " + std::to_string(frame.data[0]);
     } else {
-      asked.text = ViscaRequestText(frame.data, &asked.row);
+      asked.text = ViscaRequestText(frame.data, &asked.row, Line::Any);
     }
-    asked_[relay.sequence] = asked;
-    return asked.text + flaw;
+    std::string text = asked.text + flaw;
+    if (place != nullptr) {
+      *place = std::move(asked);
+    }
+    return text;
   }
-  Asked asked = asked_[relay.sequence];
+  bool known = place != nullptr && place->exchange == event.exchange && !place->text.empty();
+  const bool wrong_code = known && frame.code != ReplyCode(place->code);
+  known = known && (!wrong_code || event.exchange != 0);  // in a dump, another code is probably a report's
+  const Asked asked = known ? *place : Asked{};
+  const std::uint8_t code = known ? asked.code : static_cast<std::uint8_t>(frame.code - kReplyBit);
+  std::string question = asked.text;
   std::string answer;
-  if (frame.code != ReplyCode(kCameraCode)) {
-    const Row* row = FindMcu(static_cast<std::uint8_t>(frame.code - kReplyBit));
-    if (row != asked.row ||
-        (row != nullptr && row->reply != kMcuOkReply)) {  // a report, or a reply with data of its own
-      asked.text = row != nullptr ? std::string(row->name) : asked.text;
+  if (code != kCameraCode) {
+    const Row* row = FindMcu(code);
+    // A request such as "Get PTZ get" says no more than its name, and a report has no request.
+    if (row != nullptr && (row->reply != kMcuOkReply || !known)) {
+      question = row->name;
     }
-    answer = McuReplyText(frame, row);
+    answer = McuReplyText(frame, row, asked.rejected);
   } else if (frame.data.size() == 1) {
     answer = frame.data[0] == kMcuOk ? "acknowledged" : "refused: " + std::string(McuResultText(frame.data[0]));
   } else {
     answer = ViscaReplyText(frame.data, asked.row);
   }
-  return (asked.text.empty() ? "" : asked.text + " \u2192 ") + answer + flaw;
+  if (wrong_code && known) {
+    flaw += " (wrong command code)";
+  }
+  return (question.empty() ? "" : question + " \u2192 ") + answer + flaw;
 }
 
 std::string Dissector::Line(const Event& event, bool colour) {
   const bool request = event.direction == Direction::Request;
   const ByteView body = event.body;
-  // Only the frame if it is where it belongs, otherwise the whole message.
+  // Shows only the frame if it is in its place, otherwise the whole message.
   const bool framed = body.size() == kBodySize && body[kFrameAt + 2] <= kMaxData;
   const ByteView shown = framed ? body.subspan(kFrameAt, body[kFrameAt + 2] + kFrameOverhead)
                                 : body.first(std::min(body.size(), kMostShown));
   char head[64];
   std::snprintf(head, sizeof head, "%s%-7s #%-3d ", event.time >= 0 ? TimeText(event.time).c_str() : "",
                 request ? "request" : "reply", Sequence(body));
-  std::string line = head + HexColumn(ToHex(shown)) + "  " + Meaning(event.direction, body);
+  std::string line = head + HexColumn(ToHex(shown)) + "  " + Meaning(event);
   if (!event.note.empty()) {
     line += colour ? std::string("  ") + kNoteColour + "[" + event.note + "]" + kNoColour : "  [" + event.note + "]";
   }

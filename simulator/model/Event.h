@@ -17,7 +17,8 @@ struct Event {
   std::int32_t type = 0;       // the queue's message type
   std::uint32_t exchange = 0;  // number of the request, from 1; a reply has its request's; 0: a reply to no request
   Bytes body;
-  std::string note;  // a remark for the trace
+  std::string note;          // a remark for the trace
+  std::uint64_t number = 0;  // counts all messages of a run, from 1; 0: unknown
 };
 
 }  // namespace sim

@@ -1,3 +1,4 @@
+// Executes the MCU's commands, and moves the head.
 #include "simulator/model/McuModel.h"
 
 #include <algorithm>
@@ -7,7 +8,7 @@ namespace {
 
 constexpr std::int64_t kPanTurn = 64000;  // steps of a full turn
 constexpr std::int64_t kDegrees = 360;    // of a full turn; max_speed is in degrees per second
-constexpr std::int64_t kTiltEnd = 920;
+constexpr std::int64_t kTiltEnd = 920;    // steps; the tilt starts at 0
 constexpr std::int64_t kTiltSpeed = 10;   // steps per second, for each step of speed
 constexpr std::int64_t kTopSpeed = 0x3F;  // PelcoD speeds go from 0 to this
 
@@ -22,7 +23,8 @@ Bytes McuModel::Handle(std::uint8_t id, ByteView data, Time now) {
   Bytes bytes = {id};
   bytes.insert(bytes.end(), data.begin(), data.end());
   const auto values = Match(row->command, row->fields, bytes);
-  if (!values || !Accepted(*values)) {
+  const bool lenient = !strict_ && row->act == Act::Set && values && Fits(*values);
+  if (!values || (!lenient && !Accepted(*values))) {
     return {kMcuRange};
   }
   if (row->act == Act::LoadDefault) {
@@ -41,6 +43,16 @@ Bytes McuModel::Handle(std::uint8_t id, ByteView data, Time now) {
     Pelco(now);
   }
   return Fill(row->reply, row->fields, state_);
+}
+
+void McuModel::Override(std::span<const std::pair<Var, std::uint32_t>> variables, Time now) {
+  MoveTo(now);
+  for (const auto& [var, value] : variables) {
+    if (var == Var::pan || var == Var::tilt) {
+      Turn(0, 0, now);
+    }
+    state_[var] = value;
+  }
 }
 
 bool McuModel::Reports(std::uint8_t id) const {

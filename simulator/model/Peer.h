@@ -1,4 +1,4 @@
-// The interface of what answers the requests: the simulated device, a capture, or hardware on a serial line.
+// The interface of everything that can answer requests: the simulated device, a capture, hardware on a serial line.
 #pragma once
 
 #include <algorithm>
@@ -69,10 +69,13 @@ class Peer {
   std::optional<Time> NextDue() const { return Earlier(outbox_.NextDue(), NextEvent()); }
   std::size_t Waiting() const { return outbox_.Size(); }
   std::uint32_t LastExchange() const { return exchange_; }
+  // How often it has been restarted. A restart cancels what the daemon still had to do for it.
+  std::uint32_t Restarts() const { return restarts_; }
 
  protected:
   Outbox outbox_;
   std::uint32_t exchange_ = 0;  // number of the last request, from 1
+  std::uint32_t restarts_ = 0;
 };
 
 // Returns the message type of a reply: its request's type, or 1 if the kernel would refuse that.

@@ -1,7 +1,8 @@
+// The tables of all commands and inquiries, and the look-up of the row for a packet.
 #include "simulator/model/Protocol.h"
 
 #include <algorithm>
-#include <charconv>
+#include <array>
 
 namespace sim {
 namespace {
@@ -42,8 +43,8 @@ const std::vector<Row> kCamera = {
     {"CAM_Power",            "04 00 vv",                "04 00",    "vv",                {{'v', V::power}}, Needs::Standby, Act::Power},
     {"CAM_Version",          "",                        "00 02",    "00 20 mm mm rr rr 02", {{'m', V::model}, {'r', V::rom_version}}, Needs::Standby},
     {"CAM_ID",               "04 22 0v 0v 0v 0v",       "04 22",    "0v 0v 0v 0v",       {{'v', V::camera_id}}},
-    // Zoom and focus, as any VISCA controller drives them. Tele raises the zoom's position, far lowers the focus's. The
-    // motion of a row with a move is the motion of 2 (tele or far); 3 is the opposite.
+    // Zoom and focus, as any VISCA controller drives them. Tele raises the zoom's position, far lowers the focus's. In
+    // a row with the variable `move`, the motion is that of move 2 (tele or far); move 3 is the opposite.
     {"CAM_Zoom",             "04 07 0m",                "",         "",                  {{'m', V::move}}, Needs::Power, Act::MoveZoom, Up},
     {"CAM_Zoom Tele",        "04 07 2s",                "",         "",                  {{'s', V::speed}}, Needs::Power, Act::MoveZoom, Up},
     {"CAM_Zoom Wide",        "04 07 3s",                "",         "",                  {{'s', V::speed}}, Needs::Power, Act::MoveZoom, Down},
@@ -71,7 +72,9 @@ const std::vector<Row> kCamera = {
     {"CAM_RGain",            "04 03 ss",                "",         "",                  {{'s', V::step}, {kStepped, V::r_gain}}, Needs::WbManual, Act::Step},
     {"CAM_BGain",            "04 04 ss",                "",         "",                  {{'s', V::step}, {kStepped, V::b_gain}}, Needs::WbManual, Act::Step},
     {"CAM_Aperture",         "04 02 ss",                "",         "",                  {{'s', V::step}, {kStepped, V::aperture}}, Needs::Power, Act::Step},
-    // The rest of what the blocks show.
+    // On a VISCA line a controller writes the shutter's position in two nibbles; the device's software writes two bytes.
+    {"CAM_Shutter Direct (VISCA line)", "04 4A 00 00 0v 0v", "04 4A", "00 00 0v 0v",     {{'v', V::shutter}}, Needs::ShutterFree, Act::Set, None, Line::Visca},
+    // The other settings that the blocks show.
     {"CAM_Bright Direct",    "04 4D 00 00 0v 0v",       "04 4D",    "00 00 0v 0v",       {{'v', V::bright_pos}}, Needs::BrightFree},
     {"CAM_Aperture Direct",  "04 42 00 00 00 0v",       "04 42",    "00 00 00 0v",       {{'v', V::aperture}}},
     {"CAM_SlowShutter",      "04 5A vv",                "04 5A",    "vv",                {{'v', V::slow_shutter}}},
@@ -86,7 +89,9 @@ const std::vector<Row> kCamera = {
     {"CAM_PictureEffect",    "04 63 vv",                "04 63",    "vv",                {{'v', V::picture_effect}}},
     {"CAM_Mute",             "04 75 vv",                "04 75",    "vv",                {{'v', V::mute}}},
     {"CAM_Title",            "04 74 vv",                "04 74",    "vv",                {{'v', V::title_display}}},
+    {"CAM_Title Clear",      "04 74 00",                "",         "",                  {}, Needs::Power, Act::Nothing},
     {"CAM_Display",          "04 15 vv",                "04 15",    "vv",                {{'v', V::display}}},
+    {"CAM_Memory",           "",                        "04 3F",    "0n",                {{'n', V::memory_last}}},
     {"CAM_Memory Reset",     "04 3F 00 0n",             "",         "",                  {{'n', V::memory_number}}, Needs::Power, Act::MemoryReset},
     {"CAM_Memory Set",       "04 3F 01 0n",             "",         "",                  {{'n', V::memory_number}}, Needs::Power, Act::MemorySet},
     {"CAM_Memory Recall",    "04 3F 02 0n",             "",         "",                  {{'n', V::memory_number}}, Needs::Power, Act::MemoryRecall},
@@ -139,24 +144,48 @@ const std::vector<Row> kMcu = {
 };
 // clang-format on
 
-// Finds the first row whose template matches and whose variables accept the values; if there is none, the first row
-// whose template matches.
-std::optional<Found> Find(std::string_view Row::*column, ByteView data) {
-  std::optional<Found> found;
-  for (const Row& row : kCamera) {
-    auto values = (row.*column).empty() ? std::nullopt : Match(row.*column, row.fields, data);
-    if (!values) {
-      continue;
-    }
-    const bool accepted = Accepted(*values);
-    if (accepted || !found) {
-      found = Found{&row, std::move(*values)};
-    }
-    if (accepted) {
-      break;
+// The camera's rows by the second byte of one of their templates, the one in `column`. Its first two bytes are fixed.
+class Index {
+ public:
+  explicit Index(Template Row::*column) : column_(column) {
+    for (const Row& row : kCamera) {
+      if (!(row.*column).empty()) {
+        rows_[(row.*column).Fixed(1).value()].push_back(&row);
+      }
     }
   }
-  return found;
+
+  // Returns the first row of that line whose template matches and whose variables accept the values; if there is none,
+  // the first row whose template matches.
+  std::optional<Found> Find(ByteView data, Line line) const {
+    std::optional<Found> found;
+    if (data.size() < 2) {
+      return found;
+    }
+    for (const Row* row : rows_[data[1]]) {
+      const auto values = row->line == line ? Match(row->*column_, row->fields, data) : std::nullopt;
+      if (!values) {
+        continue;
+      }
+      const bool accepted = Accepted(*values);
+      if (accepted || !found) {
+        found = Found{row, *values};
+      }
+      if (accepted) {
+        break;
+      }
+    }
+    return found;
+  }
+
+ private:
+  Template Row::*const column_;
+  std::array<std::vector<const Row*>, 256> rows_;
+};
+
+std::optional<Found> Find(const Index& index, ByteView data, Line line) {
+  auto found = line == Line::Visca ? index.Find(data, line) : std::nullopt;
+  return found ? found : index.Find(data, Line::Any);
 }
 
 }  // namespace
@@ -164,15 +193,18 @@ std::optional<Found> Find(std::string_view Row::*column, ByteView data) {
 std::span<const Row> CameraTable() { return kCamera; }
 std::span<const Row> McuTable() { return kMcu; }
 
-std::optional<Found> FindCommand(ByteView data) { return Find(&Row::command, data); }
-std::optional<Found> FindInquiry(ByteView data) { return Find(&Row::inquiry, data); }
+std::optional<Found> FindCommand(ByteView data, Line line) {
+  static const Index index(&Row::command);
+  return Find(index, data, line);
+}
+
+std::optional<Found> FindInquiry(ByteView data, Line line) {
+  static const Index index(&Row::inquiry);
+  return Find(index, data, line);
+}
 
 const Row* FindMcu(std::uint8_t id) {
-  const auto found = std::ranges::find_if(kMcu, [id](const Row& row) {
-    std::uint8_t own = 0;
-    std::from_chars(row.command.data(), row.command.data() + 2, own, 16);
-    return own == id;
-  });
+  const auto found = std::ranges::find(kMcu, id, [](const Row& row) { return row.command.Fixed(0); });
   return found != kMcu.end() ? &*found : nullptr;
 }
 

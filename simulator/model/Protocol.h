@@ -1,5 +1,5 @@
 // Every command and inquiry of the camera and the MCU, one row each: request, reply, and the variables in them. The
-// models follow these tables, the trace describes messages with them, and docs/protocol.md is printed from them.
+// models follow these tables, the trace describes messages with them, and docs/protocol.md is generated from them.
 #pragma once
 
 #include <cstdint>
@@ -38,6 +38,9 @@ enum class Act : std::uint8_t {
   LoadDefault,  // MCU: back to the starting values
 };
 
+// On which line a row is valid: the camera knows one more form of a packet on a VISCA line than behind the queues.
+enum class Line : std::uint8_t { Any, Visca };
+
 // Whether a motor's position decreases or increases while it moves.
 enum class Motion : std::int8_t { Down = -1, None = 0, Up = 1 };
 
@@ -47,13 +50,14 @@ enum class Motion : std::int8_t { Down = -1, None = 0, Up = 1 };
 // An empty template means that there is no such packet.
 struct Row {
   std::string_view name;
-  std::string_view command;
-  std::string_view inquiry;
-  std::string_view reply;  // to the inquiry, or to the MCU's command
+  Template command;
+  Template inquiry;
+  Template reply;  // to the inquiry, or to the MCU's command
   std::vector<Field> fields;
   Needs needs = Needs::Power;
   Act act = Act::Set;
   Motion motion = Motion::None;  // of MoveZoom and MoveFocus
+  Line line = Line::Any;
 };
 std::span<const Row> CameraTable();
 std::span<const Row> McuTable();
@@ -64,9 +68,10 @@ struct Found {
   Values values;
 };
 // Find the camera's row for the bytes between 8x 01 (a command) or 8x 09 (an inquiry) and FF. Nothing if no row
-// matches. The values may be out of range.
-std::optional<Found> FindCommand(ByteView data);
-std::optional<Found> FindInquiry(ByteView data);
+// matches. The values may be out of range. With Line::Visca the rows of that line come first, otherwise they are left
+// out.
+std::optional<Found> FindCommand(ByteView data, Line line);
+std::optional<Found> FindInquiry(ByteView data, Line line);
 // The MCU's row for a command id; nullptr if there is none.
 const Row* FindMcu(std::uint8_t id);
 // The condition in words; empty for Standby.
@@ -81,5 +86,9 @@ constexpr std::uint8_t kGetMotorState = 0x14;
 enum : std::uint8_t { kMcuOk = 0x10, kMcuChecksum = 0x20, kMcuUnknown = 0x30, kMcuRange = 0x40, kMcuBusy = 0x50 };
 constexpr std::string_view kMcuOkReply = "10";  // kMcuOk as a template
 std::string_view McuResultText(std::uint8_t code);
+// Returns whether the byte is the code of a failure.
+constexpr bool IsMcuError(std::uint8_t code) {
+  return code == kMcuChecksum || code == kMcuUnknown || code == kMcuRange || code == kMcuBusy;
+}
 
 }  // namespace sim

@@ -1,3 +1,4 @@
+// Prints the tables of Protocol.cpp and State.h.
 #include "simulator/model/ProtocolPage.h"
 
 #include "simulator/model/Protocol.h"

@@ -1,3 +1,4 @@
+// Encodes and checks relay messages and frames.
 #include "simulator/model/Relay.h"
 
 #include <algorithm>
@@ -15,7 +16,9 @@ std::uint8_t Checksum(ByteView bytes) {
 }
 
 Bytes Frame::Encode() const {
-  Bytes bytes = {kFrameStart, code, static_cast<std::uint8_t>(data.size())};
+  Bytes bytes;
+  bytes.reserve(data.size() + kFrameOverhead);
+  bytes.assign({kFrameStart, code, static_cast<std::uint8_t>(data.size())});
   bytes.insert(bytes.end(), data.begin(), data.end());
   bytes.push_back(Checksum(bytes));
   bytes.push_back(kFrameStop);
@@ -32,7 +35,7 @@ std::string_view FlawText(Flaw flaw) {
     case Flaw::None:
       return "good";
     case Flaw::Size:
-      return "message of a wrong size";
+      return "wrong message size";
     case Flaw::Header:
       return "wrong relay header";
     case Flaw::FrameLength:

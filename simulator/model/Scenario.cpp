@@ -1,16 +1,20 @@
+// Reads a scenario with toml++, and adds the file's name and the line to every error.
 #include "simulator/model/Scenario.h"
 
 #include <toml++/toml.h>
 
 #include <algorithm>
-#include <charconv>
 
 #include "simulator/model/Error.h"
 
 namespace sim {
 namespace {
 
-// An error before the file's name and the line are added to its text.
+// The parser, and the destructors of its tables, are recursive. The parser limits the depth of nested values to 256 but
+// not that of keys, in which each dot makes a level; a key cannot continue on the next line.
+constexpr std::ptrdiff_t kMostDots = 32;  // in a line, including its strings and comments
+
+// An error whose text does not yet contain the file's name and the line.
 struct ErrorAt {
   std::string text;
   std::uint32_t line;
@@ -20,90 +24,79 @@ struct ErrorAt {
   throw ErrorAt{text, node.source().begin.line};
 }
 
-std::int64_t Integer(const toml::node& node, const std::string& key, std::int64_t least, std::int64_t greatest) {
-  const auto value = node.is_integer() ? node.value<std::int64_t>() : std::nullopt;
-  if (!value || *value < least || *value > greatest) {
-    Refuse(node, key + " must be a whole number from " + std::to_string(least) + " to " + std::to_string(greatest));
-  }
-  return *value;
-}
-
-bool Boolean(const toml::node& node, const std::string& key) {
-  const auto value = node.is_boolean() ? node.value<bool>() : std::nullopt;
-  if (!value) {
-    Refuse(node, key + " must be true or false");
-  }
-  return *value;
-}
-
-const toml::table& Table(const toml::node& node, std::string_view key) {
+const toml::table& Table(const toml::node& node, const std::string& path) {
   if (!node.is_table()) {
-    Refuse(node, std::string(key) + " must be a table");
+    Refuse(node, path + ": not a table");
   }
   return *node.as_table();
 }
 
-std::uint8_t Register(const toml::node& node, const std::string& key) {
-  return static_cast<std::uint8_t>(Integer(node, key, 0, 0xFF));
+// The tables of [[path]].
+std::vector<const toml::table*> Tables(const toml::node& node, const std::string& path) {
+  if (!node.is_array()) {
+    Refuse(node, path + ": not written as [[" + path + "]]");
+  }
+  std::vector<const toml::table*> tables;
+  for (const toml::node& one : *node.as_array()) {
+    tables.push_back(&Table(one, path));
+  }
+  return tables;
 }
 
-// A variable's value: a number that the wire can carry, one of its names, or true and false for on and off.
-std::uint32_t Value(const toml::node& node, const std::string& key, Var var) {
-  const VarInfo& info = Info(var);
+Given Value(const toml::node& node, const std::string& path) {
+  if (node.is_string()) {
+    return *node.value<std::string>();
+  }
   if (node.is_integer()) {
-    return static_cast<std::uint32_t>(Integer(node, key, 0, info.wire));
+    return *node.value<std::int64_t>();
   }
-  std::string names;
-  for (const ValueName& name : info.names) {
-    names += (names.empty() ? "" : ", ") + std::string(name.name);
+  if (node.is_floating_point()) {
+    return *node.value<double>();
   }
-  const std::string text = node.is_boolean()  ? (*node.value<bool>() ? "on" : "off")
-                           : node.is_string() ? *node.value<std::string>()
-                                              : "";
-  const auto value = info.FromName(text);
-  if (!value) {
-    Refuse(node, key + " must be a number" + (names.empty() ? "" : " or one of: " + names));
+  if (node.is_boolean()) {
+    return *node.value<bool>();
   }
-  return *value;
+  Refuse(node, path + ": must be a number, a string, true or false");
 }
 
-void ReadRegisters(const toml::table& table, Setup& setup) {
-  for (const auto& [key, node] : table) {
-    const std::string text(key.str());
-    const bool hex = text.starts_with("0x");
-    const char* const begin = text.data() + (hex ? 2 : 0);
-    const char* const end = text.data() + text.size();
-    unsigned number = 0;
-    const auto parsed = std::from_chars(begin, end, number, hex ? 16 : 10);
-    if (parsed.ec != std::errc() || parsed.ptr != end || number >= setup.state.registers.size()) {
-      Refuse(node, "'" + text + "' is not a register number");
-    }
-    setup.state.registers[number] = Register(node, text);
+// Calls a routine that may throw Error, and adds the place in the file to the error.
+template <typename Routine>
+auto At(const toml::node& node, const std::string& path, Routine routine) {
+  try {
+    return routine();
+  } catch (const Error& error) {
+    Refuse(node, path + error.what());
   }
 }
 
-// Reads the variables from `from` up to but not including `to`, and in [camera] the registers.
-void ReadVariables(const toml::table& table, const std::string& section, Var from, Var to, Setup& setup) {
+// Reads a table of variables or registers. `path` ends with a dot unless it is empty.
+void ReadVariables(const toml::table& table, const std::string& path, const std::string& section, Change& change) {
   for (const auto& [key, node] : table) {
     const std::string name(key.str());
-    const auto var = FindVar(name);
     if (section == "camera" && name == "registers") {
-      ReadRegisters(Table(node, name), setup);
-    } else if (section == "camera" && name == "sensor_mode") {
-      setup.state.registers[kSensorModeRegister] = Register(node, name);
-    } else if (var && *var >= from && *var < to) {
-      setup.state[*var] = Value(node, name, *var);
+      ReadVariables(Table(node, path + "camera.registers"), path + "camera.", name, change);
     } else {
-      Refuse(node, "unknown key '" + name + "' in [" + section + "]");
+      At(node, path,
+         [&, &node = node] { SetVariable(change, section, name, Value(node, path + section + "." + name)); });
     }
   }
+}
+
+// Reads the table if it is one of variables or registers. Returns whether it is.
+bool ReadSection(const toml::node& node, const std::string& path, const std::string& name, Change& change) {
+  if (name != "camera" && name != "mcu" && name != "registers") {
+    return false;
+  }
+  ReadVariables(Table(node, path + name), path, name, change);
+  return true;
 }
 
 // Sets the key of Setup.h that has that name in that section. Returns whether there is one.
-bool ReadKey(const toml::node& node, std::string_view section, const std::string& name, Setup& setup) {
+bool ReadKey(const toml::node& node, const std::string& section, const std::string& name, Setup& setup) {
+  const std::string path = section + (section.empty() ? "" : ".") + name;
   for (const SetupKey& key : SetupKeys()) {
     if (key.section == section && key.key == name) {
-      key.set(setup, key.is_switch ? std::int64_t{Boolean(node, name)} : Integer(node, name, key.least, key.greatest));
+      At(node, path + ": ", [&] { key.set(setup, SetupNumber(key, Value(node, path))); });
       return true;
     }
   }
@@ -114,81 +107,115 @@ void ReadDevice(const toml::table& table, Setup& setup) {
   for (const auto& [key, node] : table) {
     const std::string name(key.str());
     if (!ReadKey(node, "device", name, setup)) {
-      Refuse(node, "unknown key '" + name + "' in [device]");
+      Refuse(node, "device." + name + ": no such key");
     }
+  }
+  if (const toml::node* const baud = table.get("baud"); setup.fast && baud != nullptr) {
+    Refuse(*baud, "device.baud: has no effect: the device answers without delay (device.fast)");
   }
 }
 
-// Returns the value of a fault's key as the text that --fault takes.
-std::string Plain(const toml::node& node, const std::string& key) {
-  if (node.is_string()) {
-    return *node.value<std::string>();
-  }
-  if (node.is_integer()) {
-    return std::to_string(*node.value<std::int64_t>());
-  }
-  if (node.is_floating_point()) {
-    return std::to_string(*node.value<double>());
+// Returns the value of a fault's key as the text that --fault takes: a list becomes 3+5.
+std::string FaultValue(const toml::node& node, const std::string& path) {
+  const toml::array* const list = node.as_array();
+  if (list == nullptr) {
+    return GivenPlain(Value(node, path));
   }
   std::string all;
-  if (const toml::array* array = node.as_array(); array != nullptr && key == "nth") {
-    for (const toml::node& one : *array) {
-      all += (all.empty() ? "" : "+") + std::to_string(Integer(one, key, 1, UINT32_MAX));
-    }
-  }
-  if (all.empty()) {
-    Refuse(node, key + " must be a number or a text" + (key == "nth" ? " or a list of numbers" : ""));
+  for (const toml::node& one : *list) {
+    all += (all.empty() ? "" : "+") + GivenPlain(Value(one, path));
   }
   return all;
 }
 
-Fault ReadFault(const toml::node& node) {
-  const toml::table& table = Table(node, "fault");
+Fault ReadFault(const toml::table& table, const std::string& path) {
   const toml::node* kind = table.get("kind");
   if (kind == nullptr || !kind->is_string()) {
-    Refuse(kind != nullptr ? *kind : node, "a fault must have a kind, such as \"no-reply\"");
+    Refuse(kind != nullptr ? *kind : table, path + ".kind: must be the name of a fault, such as \"no-reply\"");
   }
-  const auto at = [](const toml::node& where, auto read) {
-    try {
-      return read();
-    } catch (const Error& error) {
-      Refuse(where, error.what());
-    }
-  };
-  Fault fault = at(*kind, [kind] { return ParseFault(*kind->value<std::string>()); });
-  for (const auto& [key, value] : table) {
+  Fault fault = At(*kind, path + ".kind: ", [kind] { return MakeFault(*kind->value<std::string>()); });
+  for (const auto& [key, node] : table) {
     if (const std::string name(key.str()); name != "kind") {
-      const std::string text = Plain(value, name);
-      at(value, [&] { SetFaultKey(fault, name, text); });
+      const std::string text = FaultValue(node, path + "." + name);
+      At(node, path + ".", [&] { SetFaultKey(fault, name, text); });
     }
   }
+  At(table, path + ".", [&fault] { CheckFault(fault); });
   return fault;
 }
 
+void ReadFaults(const toml::node& node, const std::string& path, std::vector<Fault>& faults) {
+  for (const toml::table* table : Tables(node, path)) {
+    faults.push_back(ReadFault(*table, path));
+  }
+}
+
+bool Switch(const toml::node& node, const std::string& path) {
+  return At(node, path + ": ", [&] { return OnOrOff(Value(node, path)); });
+}
+
+Moment ReadMoment(const toml::table& table) {
+  Moment moment;
+  bool timed = false;
+  for (const auto& [key, node] : table) {
+    const std::string name(key.str());
+    const std::string path = "at." + name;
+    if (name == "ms") {
+      timed = true;
+      moment.after = kMillisecond * At(node, path + ": ", [&, &node = node] {
+                       return WholeNumber(Value(node, path), 0, kGreatestFaultMs, " milliseconds");
+                     });
+    } else if (name == "supply") {
+      moment.change.supply = Switch(node, path);
+    } else if (name == "clear_faults") {
+      moment.change.clear_faults = Switch(node, path);
+    } else if (name == "fault") {
+      ReadFaults(node, path, moment.change.faults);
+    } else if (!ReadSection(node, "at.", name, moment.change)) {
+      Refuse(node, path + ": no such key");
+    }
+  }
+  if (!timed) {
+    Refuse(table, "at.ms: not given (milliseconds after \"ready\")");
+  }
+  return moment;
+}
+
+void CheckLines(std::string_view text) {
+  std::uint32_t line = 1;
+  for (std::size_t begin = 0, end = 0; begin < text.size(); begin = end + 1, ++line) {
+    end = std::min(text.find('\n', begin), text.size());
+    if (std::ranges::count(text.substr(begin, end - begin), '.') > kMostDots) {
+      throw ErrorAt{"more than " + std::to_string(kMostDots) + " dots in a line", line};
+    }
+  }
+}
+
 void Read(const toml::table& root, Setup& setup) {
+  Change start;
   for (const auto& [key, node] : root) {
     const std::string name(key.str());
     if (name == "description") {
       if (!node.is_string()) {
-        Refuse(node, "description must be a text");
+        Refuse(node, "description: must be a string");
       }
     } else if (name == "device") {
       ReadDevice(Table(node, name), setup);
-    } else if (name == "camera") {
-      ReadVariables(Table(node, name), name, Var{}, kFirstMcu, setup);
-    } else if (name == "mcu") {
-      ReadVariables(Table(node, name), name, kFirstMcu, kFirstTransient, setup);
     } else if (name == "fault") {
-      const toml::array* faults = node.as_array();
-      if (faults == nullptr) {
-        Refuse(node, "a fault must be written as [[fault]]");
+      ReadFaults(node, name, setup.faults);
+    } else if (name == "at") {
+      for (const toml::table* table : Tables(node, name)) {
+        setup.time_line.push_back(ReadMoment(*table));
       }
-      for (const toml::node& fault : *faults) {
-        setup.faults.push_back(ReadFault(fault));
-      }
-    } else if (!ReadKey(node, "", name, setup)) {
-      Refuse(node, "unknown key '" + name + "'");
+    } else if (!ReadSection(node, "", name, start) && !ReadKey(node, "", name, setup)) {
+      Refuse(node, name + ": no such key");
     }
+  }
+  for (const auto& [var, value] : start.variables) {
+    setup.state[var] = value;
+  }
+  for (const auto& [number, value] : start.registers) {
+    setup.state.registers[number] = value;
   }
 }
 
@@ -201,6 +228,7 @@ Setup ParseScenario(std::string_view text, const std::string& name) {
     return Error(name + ":" + std::to_string(line) + ": " + error);
   };
   try {
+    CheckLines(text);
     Setup setup;
     Read(toml::parse(text), setup);
     return setup;

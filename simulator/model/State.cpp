@@ -1,3 +1,4 @@
+// The table of variables, made from the rows in State.h, and the look-up in it.
 #include "simulator/model/State.h"
 
 #include <algorithm>

@@ -1,5 +1,5 @@
-// The state of the simulated device: one row per variable, with its starting value and the values it may take. Protocol
-// says where a variable is in a packet.
+// The state of the simulated device: one row per variable, with its starting value and the values it may take.
+// Protocol.h says where a variable is in a packet.
 #pragma once
 
 #include <array>
@@ -56,8 +56,8 @@ inline constexpr ValueName kMoves[] = {{kMoveStop, "stop"}, {kMoveTeleOrFar, "te
 inline constexpr std::span<const ValueName> kNumber = {};
 
 // The rows: name; starting value; least and greatest value that a command may set; greatest value that fits the field
-// in the packet, up to which a scenario may start with any; names of the values. A command may set a variable with
-// names only to a value that has a name.
+// in the packet; names of the values. If values have names, a command may only set a value that has one. A scenario may
+// set any value that fits the field.
 // clang-format off
 #define ZR4410_CAMERA_VARIABLES(X)                                \
   /* exposure */                                                  \
@@ -126,7 +126,8 @@ inline constexpr std::span<const ValueName> kNumber = {};
   X(camera_id,           0x1234, 0, 0xFFFF, 0xFFFF, kNumber)      \
   X(model,               0x0720, 0, 0xFFFF, 0xFFFF, kNumber)      \
   X(rom_version,         0x0103, 0, 0xFFFF, 0xFFFF, kNumber)      \
-  X(memory,              0,    0, 1,      1,      kYesNo)
+  X(memory,              0,    0, 1,      1,      kYesNo)         \
+  X(memory_last,         0,    0, 15,     0x0F,   kNumber)
 
 #define ZR4410_MCU_VARIABLES(X)                                    \
   X(mcu_version,         0x21, 0, 0xFF,   0xFF,   kNumber)         \
@@ -177,8 +178,8 @@ enum class Var : std::uint8_t {
       count
 };
 constexpr std::size_t kVarCount = static_cast<std::size_t>(Var::count);
-// The variables in order: the camera's that a cut of its supply resets, the camera's that it keeps, the MCU's, the
-// transient ones.
+// The variables in order: those that the camera resets when its supply returns (except the positions of zoom and focus,
+// which it keeps), those that it keeps, those of the MCU, the transient ones.
 constexpr Var kFirstKept = Var::power;
 constexpr Var kFirstMcu = Var::mcu_version;
 constexpr Var kFirstTransient = Var::register_number;

@@ -1,11 +1,10 @@
+// Reads templates, matches packets with them, and fills them with values.
 #include "simulator/model/Template.h"
 
 #include <algorithm>
 
 namespace sim {
 namespace {
-
-constexpr std::size_t kLetters = 'z' - 'a' + 1;
 
 // Visits the characters of one template byte: visit(character, position of its lowest bit, width in bits).
 template <typename Visit>
@@ -29,7 +28,7 @@ bool IsLetter(char c) { return c >= 'a' && c <= 'z'; }
 
 unsigned Literal(char c) { return static_cast<unsigned>(c <= '9' ? c - '0' : c - 'A' + 10); }
 
-// The wide-dynamic-range modes 0 to 4 in the numbers of the block inquiry.
+// The numbers of the block inquiry for the wide-dynamic-range modes 0 to 4.
 constexpr std::uint32_t kBlockWdrModes[] = {2, 3, 1, 0, 4};
 
 std::uint32_t Encode(Code code, std::uint32_t value) {
@@ -65,76 +64,78 @@ std::uint32_t Decode(Code code, std::uint32_t wire) {
   return wire;
 }
 
-// Returns how many bits the template has for a letter.
-int WidthOf(std::string_view text, char letter) {
-  int bits = 0;
-  for (std::string_view rest = text, token; !(token = NextToken(rest)).empty();) {
-    EachDigit(token, [&](char c, int, int width) { bits += c == letter ? width : 0; });
-  }
-  return bits;
-}
-
 }  // namespace
 
-std::optional<Values> Match(std::string_view text, std::span<const Field> fields, ByteView data) {
-  std::uint32_t sums[kLetters] = {};
-  bool seen[kLetters] = {};
-  bool same = true;
-  std::size_t at = 0;
-  for (std::string_view rest = text, token; !(token = NextToken(rest)).empty(); ++at) {
+Template::Template(const char* text) : text_(text) {
+  for (std::string_view rest = text_, token; !(token = NextToken(rest)).empty();) {
     if (token == "..") {
-      at -= at >= data.size() ? 1 : 0;  // the optional byte is missing
+      optional_ = true;
       continue;
     }
-    if (at >= data.size()) {
-      return std::nullopt;
-    }
-    const unsigned byte = data[at];
+    const auto at = static_cast<std::uint8_t>(masks_.size());
+    unsigned mask = 0, bits = 0;
     EachDigit(token, [&](char c, int shift, int width) {
-      const unsigned digit = byte >> shift & ((1U << width) - 1);
       if (IsLetter(c)) {
-        sums[c - 'a'] = sums[c - 'a'] << width | digit;
-        seen[c - 'a'] = true;
+        parts_.push_back({static_cast<std::uint8_t>(c - 'a'), at, static_cast<std::uint8_t>(shift),
+                          static_cast<std::uint8_t>(width)});
+        widths_[parts_.back().letter] = static_cast<std::uint8_t>(widths_[parts_.back().letter] + width);
       } else {
-        same = same && digit == Literal(c);
+        mask |= ((1U << width) - 1) << shift;
+        bits |= Literal(c) << shift;
       }
     });
+    masks_.push_back(static_cast<std::uint8_t>(mask));
+    bits_.push_back(static_cast<std::uint8_t>(bits));
   }
-  if (!same || at != data.size()) {
+}
+
+bool Template::Fits(ByteView data) const {
+  if (data.size() != masks_.size() && !(optional_ && data.size() == masks_.size() + 1)) {
+    return false;
+  }
+  for (std::size_t i = 0; i < masks_.size(); ++i) {
+    if ((data[i] & masks_[i]) != bits_[i]) {
+      return false;
+    }
+  }
+  return true;
+}
+
+std::optional<std::uint8_t> Template::Fixed(std::size_t at) const {
+  return at < masks_.size() && masks_[at] == 0xFF ? std::optional(bits_[at]) : std::nullopt;
+}
+
+std::optional<Values> Match(const Template& text, std::span<const Field> fields, ByteView data) {
+  if (!text.Fits(data)) {
     return std::nullopt;
   }
-  Values values;
+  std::array<std::uint32_t, Template::kLetters> sums{};
+  for (const Template::Part& part : text.parts_) {
+    sums[part.letter] = sums[part.letter] << part.width | (data[part.at] >> part.shift & ((1U << part.width) - 1));
+  }
+  std::optional<Values> values(std::in_place);
   for (const Field& field : fields) {
-    if (IsLetter(field.letter) && seen[field.letter - 'a']) {
-      values.push_back({&field, Decode(field.code, sums[field.letter - 'a'])});
+    if (const auto letter = static_cast<std::size_t>(field.letter - 'a');
+        IsLetter(field.letter) && text.widths_[letter] != 0) {
+      values->push_back({&field, Decode(field.code, sums[letter])});
     }
   }
   return values;
 }
 
-Bytes Fill(std::string_view text, std::span<const Field> fields, const State& state) {
-  int left[kLetters] = {};
-  std::uint32_t value[kLetters] = {};
+Bytes Fill(const Template& text, std::span<const Field> fields, const State& state) {
+  std::array<std::uint32_t, Template::kLetters> values{};
   for (const Field& field : fields) {
     if (IsLetter(field.letter)) {
-      left[field.letter - 'a'] = WidthOf(text, field.letter);
-      value[field.letter - 'a'] = Encode(field.code, state[field.var]);
+      values[static_cast<std::size_t>(field.letter - 'a')] = Encode(field.code, state[field.var]);
     }
   }
-  Bytes bytes;
-  for (std::string_view rest = text, token; !(token = NextToken(rest)).empty();) {
-    unsigned byte = 0;
-    EachDigit(token, [&](char c, int, int width) {
-      unsigned digit = 0;
-      if (IsLetter(c)) {
-        left[c - 'a'] -= width;
-        digit = value[c - 'a'] >> left[c - 'a'] & ((1U << width) - 1);
-      } else {
-        digit = Literal(c);
-      }
-      byte = byte << width | digit;
-    });
-    bytes.push_back(static_cast<std::uint8_t>(byte));
+  Bytes bytes = text.bits_;
+  std::array<std::uint8_t, Template::kLetters> left = text.widths_;
+  for (const Template::Part& part : text.parts_) {
+    left[part.letter] = static_cast<std::uint8_t>(left[part.letter] - part.width);
+    const unsigned digit = values[part.letter] >> left[part.letter] & ((1U << part.width) - 1);
+    bytes[part.at] = static_cast<std::uint8_t>(bytes[part.at] | digit << part.shift);
   }
   return bytes;
 }
@@ -142,6 +143,11 @@ Bytes Fill(std::string_view text, std::span<const Field> fields, const State& st
 bool Accepted(const Values& values) {
   return std::all_of(values.begin(), values.end(),
                      [](const FieldValue& v) { return Info(v.field->var).Accepts(v.value); });
+}
+
+bool Fits(const Values& values) {
+  return std::all_of(values.begin(), values.end(),
+                     [](const FieldValue& v) { return v.value <= Info(v.field->var).wire; });
 }
 
 std::string ValuesText(const Values& values) {

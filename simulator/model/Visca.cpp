@@ -1,3 +1,4 @@
+// The names of the VISCA errors.
 #include "simulator/model/Visca.h"
 
 namespace sim {

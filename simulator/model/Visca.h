@@ -1,4 +1,4 @@
-// The constants of a VISCA packet: address byte, kind, data, FF. What the data means is in Protocol.
+// The constants of a VISCA packet: address byte, kind, data, FF. Protocol.h defines what the data means.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,12 @@ namespace sim {
 constexpr std::uint8_t kViscaEnd = 0xFF;
 constexpr std::size_t kViscaLeast = 3;  // bytes of a packet
 constexpr std::size_t kViscaMost = 16;
-constexpr std::uint8_t kViscaBroadcast = 0x88;  // the address byte 88; 81 to 87 address one camera
+
+// The first byte of a packet: to the camera of that address, 1 to 7, and from it.
+constexpr std::uint8_t ViscaTo(std::uint8_t address) { return static_cast<std::uint8_t>(0x80 + address); }
+constexpr std::uint8_t ViscaFrom(std::uint8_t address) { return static_cast<std::uint8_t>((8 + address) << 4); }
+constexpr std::uint8_t kViscaFirstAddress = 1;  // of the first or only camera
+constexpr std::uint8_t kViscaBroadcast = 0x88;  // to all cameras
 
 // The second byte of a packet to the camera.
 constexpr std::uint8_t kViscaCommand = 0x01;
@@ -22,6 +27,7 @@ constexpr std::uint8_t kViscaAddressSet = 0x30;  // in a broadcast packet
 // The second byte of a packet from the camera: the upper half is the kind, the lower half a socket's number. Without a
 // socket a completion is the reply to an inquiry.
 constexpr std::uint8_t kViscaKind = 0xF0;
+constexpr std::uint8_t kViscaSocket = 0x0F;
 constexpr std::uint8_t kViscaAccepted = 0x40;
 constexpr std::uint8_t kViscaCompleted = 0x50;
 constexpr std::uint8_t kViscaError = 0x60;

@@ -1,4 +1,4 @@
-// The simulator's decode and replay commands, with dumps and captures of any content.
+// Runs the simulator's decode and replay on dumps and captures of any content.
 #include <sstream>
 #include <string>
 #include <vector>
@@ -37,7 +37,7 @@ void Replays(const std::string& text) {
   std::istringstream in(text);
   std::vector<sim::Event> events;
   try {
-    events = sim::ReadCapture(in, "file");
+    events = sim::ReadCapture(in, "file").events;
   } catch (const sim::Error& error) {
     Require(std::string(error.what()).starts_with("file:"), "the error names the file: " + std::string(error.what()));
     return;
@@ -51,7 +51,7 @@ void Replays(const std::string& text) {
     }
     sim::Dissector dissector;
     std::istringstream again(sim::CaptureLine(event, dissector.Line(event, true)));
-    const std::vector<sim::Event> reread = sim::ReadCapture(again, "again");
+    const std::vector<sim::Event> reread = sim::ReadCapture(again, "again").events;
     Require(reread.size() == 1 && reread[0].body == event.body,
             "a capture line that is written and read is the same message");
   }

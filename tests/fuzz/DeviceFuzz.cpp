@@ -1,12 +1,15 @@
-// The simulated device: any requests, as messages and on its VISCA line. Input: requests, each a length and that many
-// bytes. From a length of 128 on, the low 7 bits count, and the bytes become a good frame: its code, then its data.
+// Sends any requests to the simulated device, as messages and on its VISCA line. Input: a byte of options, then
+// requests, each a length and that many bytes. If the length is 128 or more, its low 7 bits are the length, and the
+// bytes are the code and the data of a good frame.
 #include "simulator/model/Device.h"
 #include "tests/fuzz/Fuzz.h"
 
 void TestOneInput(const uint8_t* data, size_t size) {
   Input input(Input::FromHex(data, size));
   sim::Setup setup;
-  setup.sockets = input.Byte() & 1;
+  const uint8_t options = input.Byte();
+  setup.sockets = (options & 1) != 0;
+  setup.strict = (options & 2) == 0;
   sim::Device device(setup);
   sim::Time now = 0;
   uint8_t sequence = 0;
@@ -29,7 +32,7 @@ void TestOneInput(const uint8_t* data, size_t size) {
         Require(sim::DecodeRelay(out->body).flaw == sim::Flaw::None, "a reply is a good frame");
       }
     }
-    for (const sim::Bytes& packet : device.Visca(body, now)) {
+    for (const sim::Bytes& packet : device.Visca(body, now).packets) {
       Require(packet.size() >= 3 && packet.size() <= 16 && packet.back() == 0xFF, "a VISCA reply is a packet");
     }
     device.TakeVisca();

@@ -28,7 +28,7 @@ namespace {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  // A mistake that FakeOs reports is a failed expectation of gtest's; it must end the process too.
+  // FakeOs reports a mistake as a failed gtest expectation; it must end the process too.
   GTEST_FLAG_SET(throw_on_failure, true);
   signal(SIGALRM, [](int) { Fail("one input takes too long\n"); });
   return 0;

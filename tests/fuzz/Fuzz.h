@@ -19,11 +19,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 // Ends the process if a condition does not hold, so that the fuzzer stores the input. what: the condition in words.
 void Require(bool holds, const std::string& what);
 
-// Reads an input from the front. After its end there are zeros.
+// Reads an input from front to back. Past its end it reads zeros.
 class Input {
  public:
-  // Stored inputs for targets that read bytes may be written in hex: then they begin with '#', which begins a comment
-  // up to the end of the line, here and anywhere else. Any other input is used as it is.
+  // Stored inputs for targets that read bytes may be written in hex. Such an input begins with '#', and a '#' begins a
+  // comment up to the end of the line. Any other input is used unchanged.
   static std::vector<uint8_t> FromHex(const uint8_t* data, size_t size);
 
   explicit Input(std::vector<uint8_t> bytes) : bytes_(std::move(bytes)) {}

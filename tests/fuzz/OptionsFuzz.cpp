@@ -1,4 +1,4 @@
-// Command lines: each line of the input is an argument. The whole program runs, on a device that never answers.
+// Runs the whole program with any command line, on a device that never answers. Input: each line is an argument.
 #include <csignal>
 #include <optional>
 
@@ -6,6 +6,8 @@
 #include "tests/fuzz/Fuzz.h"
 
 namespace {
+
+constexpr int kStopMs = 9000;  // when a signal ends the read loop
 
 enum class Outcome { Usage, BadHex, Finished };
 
@@ -62,13 +64,14 @@ void TestOneInput(const uint8_t* data, size_t size) {
 
   ResetProduct();
   FakeOs os;
-  os.SignalAt(9000, SIGTERM);  // ends the read loop
+  os.SignalAt(kStopMs, SIGTERM);
   const Ended run = RunProgram(arguments);
 
   const std::vector<LogLine> log = os.Log();
   const std::string output = os.Output();
   const bool usage = output.starts_with("Usage: testZR4410 [OPTION]\n\n -s 0 0") && output.ends_with(" -y 0 -g\n");
-  Require(log.size() >= 3 && log[1] == Info("Start testZR4410 (v0.0.1)."), "the start banner");
+  Require(log.size() >= 3 && log[1] == Info("Start testZR4410 (v" ZR4410_VERSION ")."),
+          "the log begins with the start banner");
 
   Outcome outcome = Outcome::Usage;
   if (run.status == -1) {
@@ -79,15 +82,17 @@ void TestOneInput(const uint8_t* data, size_t size) {
     Require(log.size() == 3, "the usage logs nothing");
   } else {
     outcome = Outcome::Finished;
-    Require(log[log.size() - 2] == Info("Finish testZR4410 (v0.0.1)."), "the finish banner");
+    Require(log[log.size() - 2] == Info("Finish testZR4410 (v" ZR4410_VERSION ")."),
+            "the log ends with the finish banner");
     Require(std::none_of(log.begin(), log.end(), IsHexFailure), "no rejected hex data");
   }
-  Require(run.status == 0 || run.status == -1, "the status");
+  Require(run.status == 0 || run.status == -1, "the status is 0 or -1");
   Require(os.Opened().size() == (outcome == Outcome::Finished ? 2 : 0), "queues are opened only for an action");
-  Require(giOption >= 0 && giOption <= 6, "the mode");
-  Require((giOption != 4 && giOption != 5) || (giArgv1 >= 0 && giArgv1 <= 16) || outcome != Outcome::Finished,
-          "the count of hex bytes");
-  Require(os.ElapsedMs() <= 9100, "the time");
+  Require(giOption >= MODE_NONE && giOption <= MODE_SYSTEM_INQUIRY, "giOption is one of the run modes");
+  Require((giOption != MODE_COMMAND && giOption != MODE_INQUIRY) || (giArgv1 >= 0 && giArgv1 <= 16) ||
+              outcome != Outcome::Finished,
+          "the count of hex bytes is from 0 to 16");
+  Require(os.ElapsedMs() <= kStopMs + 100, "the run ends soon after the signal");
   const auto expected = Expected(arguments);
-  Require(!expected || *expected == outcome, "the outcome of a simple command line");
+  Require(!expected || *expected == outcome, "a simple command line has the expected outcome");
 }

@@ -1,5 +1,5 @@
-// Any messages on the reply queue, in every routine that reads it. Input: path (index in Paths), switches, argument,
-// number of the msgrcv call at which a stop is requested (0: none), then one answer for each request:
+// Gives any messages on the reply queue to every routine that reads it. Input: path (index in Paths), switches,
+// argument, number of the msgrcv call at which a stop is requested (0: none), then one answer for each request:
 //
 //   kind and delay   number of bytes   bytes
 //
@@ -17,24 +17,24 @@ namespace {
 
 enum Kind : uint8_t {
   kSilence,
-  kRaw,           // the bytes as they are, as a message of that length
+  kRaw,           // the bytes, unchanged, as a message of that length
   kFrame,         // a good frame with the bytes as its payload
-  kSpoiltFrame,   // a good frame in which the byte at the place named by the second byte is replaced by the first byte
+  kDamagedFrame,  // a good frame in which one byte is replaced: first byte its new value, second its position
   kCompletion,    // a good camera reply with the bytes as its data: 90 50 bytes FF
   kAcknowledged,  // a good frame with 10 and then the bytes
   kTwice,         // a good camera reply, then the bytes as a second message
   kForeign,       // first a camera reply with another sequence id, then a good one
 };
 
-constexpr int kTimeoutMs = 2050;  // 41 polls
+constexpr int kStopMs = 9000;  // when a signal ends the read loop
 
 int64_t gArgument;  // the input's argument, which each path uses in its own way
 
 // --- Paths ---
 
 // How a reply is checked, for paths whose result depends on one reply.
-struct Judgement {
-  enum { None, Visca, Unjudged, Plain } by = None;
+struct ReplyCheck {
+  enum { None, Visca, Unchecked, Plain } by = None;
   int length = -1;  // data bytes, -1: any
   uint8_t zeroFirst = 0, zeroCount = 0;
   int wrongLength = -59;
@@ -42,9 +42,9 @@ struct Judgement {
 
 struct Path {
   std::function<int()> run;
-  int requests;  // the most that it sends
-  int pauseMs;   // the longest time of its pauses, without waiting for replies
-  Judgement judgement = {};
+  int requests;  // the maximum number of requests that it sends
+  int pauseMs;   // the maximum total of its pauses, without waiting for replies
+  ReplyCheck check = {};
 };
 
 // Calls a routine that writes to `out` on success only.
@@ -59,8 +59,8 @@ int Untouched(Call call) {
 }
 
 template <typename T>
-Path Getter(int (*get)(T*), Judgement judgement) {
-  return {[get] { return Untouched<T>(get); }, 1, 0, judgement};
+Path Getter(int (*get)(T*), ReplyCheck check) {
+  return {[get] { return Untouched<T>(get); }, 1, 0, check};
 }
 
 template <typename T>
@@ -77,7 +77,7 @@ Path Operation(int (*operation)(), int requests) { return {operation, requests, 
 // The whole program in one of its run modes.
 Path Program(std::vector<std::string> arguments, int requests, int pauseMs) {
   return {[arguments] {
-            FakeOs::current->At(9000, [] { SignalHandler(SIGTERM); });
+            FakeOs::current->At(kStopMs, [] { SignalHandler(SIGTERM); });
             return RunProgram(arguments).status;
           },
           requests, pauseMs};
@@ -132,12 +132,12 @@ int CameraAction() {
 }
 
 const std::vector<Path>& Paths() {
-  using J = Judgement;
-  constexpr J kOneByte{J::Visca, 1}, kLead2{J::Visca, 4, 0, 2}, kLead3{J::Visca, 4, 0, 3}, kBlock{J::Visca, 13};
+  using C = ReplyCheck;
+  constexpr C kOneByte{C::Visca, 1}, kLead2{C::Visca, 4, 0, 2}, kLead3{C::Visca, 4, 0, 3}, kBlock{C::Visca, 13};
   static const std::vector<Path> paths = {
       // The stored inputs contain the numbers of paths, so new ones are added at the end.
       /* 00 */ Getter(QM2150_GetNR, kOneByte),
-      /* 01 */ Getter(QM2150_GetWdrParams, {J::Visca, 8, 6, 2}),
+      /* 01 */ Getter(QM2150_GetWdrParams, {C::Visca, 8, 6, 2}),
       /* 02 */ Getter(QM2150_GetWdrMode, kOneByte),
       /* 03 */ Getter(QM2150_GetBgain, kLead2),
       /* 04 */ Getter(QM2150_GetRgain, kLead2),
@@ -156,11 +156,11 @@ const std::vector<Path>& Paths() {
       /* 11 */ Getter(QM2150_GetAfMode, kOneByte),
       /* 12 */ Getter(QM2150_GetFocusMode, kOneByte),
       /* 13 */ Getter(QM2150_GetAeMode, kOneByte),
-      /* 14 */ Getter(QM2150_GetWbMode, {J::Visca, 1, 0, 0, -60}),
-      /* 15 */ Getter(QM2150_GetSnrMode, {J::Unjudged}),
-      /* 16 */ {Version, 1, 0, {J::Unjudged}},
-      /* 17 */ Getter(MCU_GetVersion, {J::Plain}),
-      /* 18 */ {Ptz, 1, 0, {J::Plain, 8, 0, 0, -1}},
+      /* 14 */ Getter(QM2150_GetWbMode, {C::Visca, 1, 0, 0, -60}),
+      /* 15 */ Getter(QM2150_GetSnrMode, {C::Unchecked}),
+      /* 16 */ {Version, 1, 0, {C::Unchecked}},
+      /* 17 */ Getter(MCU_GetVersion, {C::Plain}),
+      /* 18 */ {Ptz, 1, 0, {C::Plain, 8, 0, 0, -1}},
       /* 19 */ Getter(QM2150_GetLensControl, kBlock),
       /* 1A */ Getter(QM2150_GetCameraControl, kBlock),
       /* 1B */ Getter(QM2150_GetOtherControl, kBlock),
@@ -198,7 +198,7 @@ const std::vector<Path>& Paths() {
       /* 31 */ {McuAction, 1, 0},
       /* 32 */ Program({"-i", "04", "2472"}, 1, 0),
       /* 33 */ Program({"-c", "0002", "-g"}, 1, 0),
-      /* 34 */ Program({"-r"}, 0, 9100),
+      /* 34 */ Program({"-r"}, 0, kStopMs + 100),
       /* 35 */ Program({"-y", "1", "-g"}, 3, 0),
   };
   return paths;
@@ -212,8 +212,8 @@ struct Answer {
   Bytes bytes;
 };
 
-// The reply frame of a body, by its own length byte.
-int JudgedFrame(const Bytes& body, const Request& request, bool plain, Bytes* payload) {
+// The result of the checks of a reply's frame; its payload if the result is 0.
+int FrameResult(const Bytes& body, const Request& request, bool plain, Bytes* payload) {
   if (body[0] != 0xAA || body[1] != 0xAA || body[2] != request.Id()) {
     return -1;
   }
@@ -238,47 +238,40 @@ int JudgedFrame(const Bytes& body, const Request& request, bool plain, Bytes* pa
   return 0;
 }
 
-int Judged(const Bytes& body, const Request& request, const Judgement& judgement) {
+int ReplyResult(const Bytes& body, const Request& request, const ReplyCheck& check) {
   if (body.size() != 36) {
     return -55;
   }
-  const bool plain = judgement.by == Judgement::Plain;
+  const bool plain = check.by == ReplyCheck::Plain;
   Bytes payload;
-  if (const int result = JudgedFrame(body, request, plain, &payload); result < 0) {
+  if (const int result = FrameResult(body, request, plain, &payload); result < 0) {
     return result;
   }
   if (plain) {
-    return judgement.length < 0 || payload.size() == static_cast<size_t>(judgement.length) ? 0 : judgement.wrongLength;
+    return check.length < 0 || payload.size() == static_cast<size_t>(check.length) ? 0 : check.wrongLength;
   }
-  if (judgement.by == Judgement::Unjudged) {
+  if (check.by == ReplyCheck::Unchecked) {
     return 0;
   }
   if (payload[0] != 0x90 || payload.back() != 0xFF || payload[1] == 0x60) {
     return -59;
   }
   const Bytes data(payload.begin() + 2, payload.end() - 1);
-  if (data.size() != static_cast<size_t>(judgement.length)) {
-    return judgement.wrongLength;
+  if (data.size() != static_cast<size_t>(check.length)) {
+    return check.wrongLength;
   }
-  const auto zeros = data.begin() + judgement.zeroFirst;
-  return std::count(zeros, zeros + judgement.zeroCount, 0) == judgement.zeroCount ? 0 : -59;
+  const auto zeros = data.begin() + check.zeroFirst;
+  return std::count(zeros, zeros + check.zeroCount, 0) == check.zeroCount ? 0 : -59;
 }
 
 // --- The device ---
-
-Bytes Completion(const Bytes& data) {
-  Bytes payload = {0x90, 0x50};
-  payload.insert(payload.end(), data.begin(), data.end());
-  payload.push_back(0xFF);
-  return payload;
-}
 
 // The messages that answer a request.
 std::vector<Bytes> Messages(const Answer& answer, const Request& request) {
   constexpr size_t kMostPayload = 27;  // more would not fit the body
   Bytes fits = answer.bytes;
   fits.resize(std::min(fits.size(), kMostPayload - 3));
-  const Bytes good = Reply(Completion(fits)).Body(request);
+  const Bytes good = Reply(Completed(fits)).Body(request);
   switch (answer.kind) {
     case kSilence:
       return {};
@@ -286,7 +279,7 @@ std::vector<Bytes> Messages(const Answer& answer, const Request& request) {
       return {answer.bytes};
     case kFrame:
       return {Reply(fits).Body(request)};
-    case kSpoiltFrame: {
+    case kDamagedFrame: {
       Bytes body = good;
       if (answer.bytes.size() >= 2) {
         body[answer.bytes[1] % body.size()] = answer.bytes[0];
@@ -301,7 +294,7 @@ std::vector<Bytes> Messages(const Answer& answer, const Request& request) {
     case kTwice:
       return {good, answer.bytes};
     case kForeign:
-      return {Reply(Completion(fits)).Id(static_cast<uint8_t>(request.Id() + 1)).Body(request), good};
+      return {Reply(Completed(fits)).Id(static_cast<uint8_t>(request.Id() + 1)).Body(request), good};
   }
   return {};
 }
@@ -343,8 +336,8 @@ void TestOneInput(const uint8_t* data, size_t size) {
     for (const Bytes& message : messages) {
       os.Arrive(message, answer.delayMs);
     }
-    if (path.judgement.by != Judgement::None && stopAt == 0) {
-      expected = messages.empty() || answer.delayMs > kTimeoutMs ? -56 : Judged(messages[0], request, path.judgement);
+    if (path.check.by != ReplyCheck::None && stopAt == 0) {
+      expected = messages.empty() || answer.delayMs > kTimeOutMs ? -56 : ReplyResult(messages[0], request, path.check);
     }
   };
   if (path.requests == 0) {  // a path that only receives
@@ -360,11 +353,11 @@ void TestOneInput(const uint8_t* data, size_t size) {
           "the reply's outcome: " + std::to_string(result) + ", not " + std::to_string(expected.value_or(0)));
   const auto requests = static_cast<int>(os.Requests().size());
   Require(requests <= path.requests, "the path sends no more requests");
-  Require(os.ElapsedMs() <= requests * kTimeoutMs + path.pauseMs, "the path takes no longer");
+  Require(os.ElapsedMs() <= requests * kTimeOutMs + path.pauseMs, "the path takes no longer");
 
   // The next exchange works, as soon as no overlong message blocks the queue.
   over = true;
-  os.RemovePoison();
+  os.RemoveOverlong();
   os.AdvanceMs(10000);
   SetSigID(0);
   giMsgIdTx = FakeOs::kRequestQueue;

@@ -1,22 +1,25 @@
-// Scenario files of the simulator: a file is rejected with one line that names file and line, or it makes a device that
+// Loads any scenario file. It must be rejected with a one-line message that names file and line, or give a device that
 // answers.
 #include "simulator/model/Device.h"
 #include "simulator/model/Error.h"
 #include "simulator/model/Scenario.h"
 #include "tests/fuzz/Fuzz.h"
 
+constexpr std::string_view kFile = "night.toml";
+
 void TestOneInput(const uint8_t* data, size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
   sim::Setup setup;
   try {
-    setup = sim::ParseScenario(text, "night.toml");
+    setup = sim::ParseScenario(text, std::string(kFile));
   } catch (const sim::Error& thrown) {
     const std::string error = thrown.what();
-    Require(error.starts_with("night.toml:"), "the error names the file: " + error);
-    const size_t digits = error.find_first_not_of("0123456789", 11);
-    Require(digits != std::string::npos && digits > 11 && error.substr(digits, 2) == ": ",
+    constexpr size_t kLine = kFile.size() + 1;  // where the line number begins
+    Require(error.starts_with(std::string(kFile) + ':'), "the error names the file: " + error);
+    const size_t digits = error.find_first_not_of("0123456789", kLine);
+    Require(digits != std::string::npos && digits > kLine && error.substr(digits, 2) == ": ",
             "the error names the line: " + error);
-    const auto line = std::stoul(error.substr(11, digits - 11));
+    const auto line = std::stoul(error.substr(kLine, digits - kLine));
     const auto lines = 1 + static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
     Require(line >= 1 && line <= lines, "the line is in the file: " + error);
     Require(error.find_first_of("\n\r") == std::string::npos, "the error is one line: " + error);

@@ -1,5 +1,5 @@
-// The settings reader and writer. Input: a line with the key, a line with the value to write, then the file. Both are
-// compared with a second implementation of the file format.
+// Compares the settings reader and writer with a second implementation of the file format. Input: a line with the key,
+// a line with the value to write, then the file.
 #include <limits>
 #include <memory>
 
@@ -87,7 +87,7 @@ void TestOneInput(const uint8_t* data, size_t size) {
   FakeOs os;
   os.files = {{kPath, file}, {"/sysconf/other", "EXT_DEBUG=1\n"}, {"/defconf/conf.ptz", ""}};
 
-  const auto out = std::make_unique<char[]>(256);  // as much as a value can need
+  const auto out = std::make_unique<char[]>(256);  // the most that a value can need
   strcpy(out.get(), "untouched");
   Require(sysconf_fget(kPath, key.c_str(), out.get()) == 0, "the reader succeeds");
   Require(out.get() == ReadValue(file, key, "untouched"), "the value read");

@@ -14,13 +14,14 @@ constexpr sim::Time kWakeUp = 3_s;
 class CameraModel : public testing::Test {
  protected:
   // What the camera answers at once, "packet | packet".
-  std::string Say(const std::string& packet) { return Hex(camera_.Handle(B(packet), now_)); }
+  std::string Say(const std::string& packet) { return Hex(camera_.Handle(B(packet), line_, now_)); }
   std::string Later(sim::Time by) {
     now_ += by;
     return Hex(camera_.Advance(now_));
   }
   std::string Block(int number) { return Say("81 09 7E 7E 0" + std::to_string(number) + " FF"); }
 
+  sim::Line line_ = sim::Line::Any;
   sim::State state_;
   sim::CameraModel camera_{state_, {.wake_up = kWakeUp, .travel = true}};
   sim::Time now_ = 1_s;
@@ -31,12 +32,12 @@ constexpr const char* kAccepted = "90 41 FF";
 constexpr const char* kNotExecutable = "90 61 41 FF";
 constexpr const char* kSyntax = "90 60 02 FF";
 
-// A row of the camera's table and a packet or two of it, without 81 01, 81 09, 90 50 and FF. An empty text: no such
-// packet.
+// A row of the camera's table with an example of its packets, without 81 01, 81 09, 90 50 and FF. An empty text means
+// that there is no such packet.
 struct Example {
   std::string_view row;
   std::string inquiry;
-  std::string start;  // the reply's data at first
+  std::string start;  // the reply's data before any command
   std::string command{};
   std::string after{};   // the reply's data after the command
   std::string before{};  // a command without which this one is not executable
@@ -85,7 +86,8 @@ const Example kExamples[] = {
     {"CAM_Gain", "", "", "04 0C 03", "", "04 39 03"}, {"CAM_Bright", "", "", "04 0D 02", "", "04 39 0D"},
     {"CAM_ExpComp Step", "", "", "04 0E 03"}, {"CAM_RGain", "", "", "04 03 02", "", "04 35 05"},
     {"CAM_BGain", "", "", "04 04 00", "", "04 35 05"}, {"CAM_Aperture", "", "", "04 02 02"},
-    // the rest of what the blocks show
+    {"CAM_Shutter Direct (VISCA line)", "04 4A", "00 00 00 06", "04 4A 00 00 01 05", "00 00 01 05", "04 39 03"},
+    // the other settings that the blocks show
     {"CAM_Bright Direct", "04 4D", "00 00 01 01", "04 4D 00 00 01 0F", "00 00 01 0F", "04 39 0D"},
     {"CAM_Aperture Direct", "04 42", "00 00 00 08", "04 42 00 00 00 0F", "00 00 00 0F"},
     {"CAM_SlowShutter", "04 5A", "03", "04 5A 02", "02"}, {"CAM_BackLight", "04 33", "03", "04 33 02", "02"},
@@ -95,7 +97,9 @@ const Example kExamples[] = {
     {"CAM_ChromaSuppress", "04 5F", "01", "04 5F 03", "03"}, {"CAM_Gamma", "04 5B", "00", "04 5B 04", "04"},
     {"CAM_Freeze", "04 62", "03", "04 62 02", "02"}, {"CAM_PictureEffect", "04 63", "00", "04 63 04", "04"},
     {"CAM_Mute", "04 75", "03", "04 75 02", "02"}, {"CAM_Title", "04 74", "03", "04 74 02", "02"},
-    {"CAM_Display", "04 15", "03", "04 15 02", "02"}, {"CAM_Memory Reset", "", "", "04 3F 00 02"},
+    {"CAM_Title Clear", "", "", "04 74 00"},
+    {"CAM_Display", "04 15", "03", "04 15 02", "02"}, {"CAM_Memory", "04 3F", "00"},
+    {"CAM_Memory Reset", "", "", "04 3F 00 02"},
     {"CAM_Memory Set", "", "", "04 3F 01 02"}, {"CAM_Memory Recall", "", "", "04 3F 02 02"},
     {"Block 0 Lens", "7E 7E 00", "00 00 00 00 0D 00 08 00 00 00 00 05 00"},
     {"Block 1 Camera", "7E 7E 01", "0C 08 0B 04 00 08 00 00 06 0E 01 11 07"},
@@ -113,8 +117,9 @@ class CameraModelExamples : public CameraModel, public testing::WithParamInterfa
 
 TEST_P(CameraModelExamples, AreReadAndCarriedOut) {
   const Example& example = GetParam();
+  line_ = std::ranges::find(sim::CameraTable(), example.row, &sim::Row::name)->line;
   if (!example.inquiry.empty()) {
-    EXPECT_EQ(sim::FindInquiry(B(example.inquiry)).value().row->name, example.row);
+    EXPECT_EQ(sim::FindInquiry(B(example.inquiry), line_).value().row->name, example.row);
     EXPECT_EQ(Inquire(), "90 50 " + example.start + " FF");
   }
   if (!example.before.empty()) {
@@ -122,7 +127,7 @@ TEST_P(CameraModelExamples, AreReadAndCarriedOut) {
     EXPECT_EQ(Command(example.before), kDone);
   }
   if (!example.command.empty()) {
-    EXPECT_EQ(sim::FindCommand(B(example.command)).value().row->name, example.row);
+    EXPECT_EQ(sim::FindCommand(B(example.command), line_).value().row->name, example.row);
     EXPECT_TRUE(Command(example.command).starts_with(kAccepted));
     Later(10_s);
   }
@@ -145,6 +150,45 @@ TEST(CameraModelTable, HasAnExampleOfEveryPacket) {
     EXPECT_EQ(example->command.empty(), row.command.empty()) << row.name;
     EXPECT_EQ(example->inquiry.empty(), row.inquiry.empty()) << row.name;
   }
+}
+
+TEST_F(CameraModel, AcceptsTheShutterInNibblesOnAViscaLineOnly) {
+  Say("81 01 04 39 03 FF");
+  EXPECT_EQ(Say("81 01 04 4A 00 00 01 05 FF"), kSyntax) << "two whole bytes: 0x0105";
+  line_ = sim::Line::Visca;
+  EXPECT_EQ(Say("81 01 04 4A 00 00 01 05 FF"), kDone);
+  EXPECT_EQ(state_[sim::Var::shutter], 0x15U);
+  EXPECT_EQ(Say("81 01 04 4A 00 00 01 06 FF"), kSyntax);
+  EXPECT_EQ(Say("81 01 04 4A 00 00 00 10 FF"), kDone) << "not two nibbles";
+  EXPECT_EQ(Say("81 09 04 4A FF"), "90 50 00 00 01 00 FF");
+  line_ = sim::Line::Any;
+  EXPECT_EQ(Say("81 09 04 4A FF"), "90 50 00 00 00 10 FF");
+}
+
+TEST_F(CameraModel, ReportsTheMemoryThatWasUsedLast) {
+  for (const char* const use : {"01 02", "02 03", "00 04"}) {
+    EXPECT_EQ(Say("81 01 04 3F " + std::string(use) + " FF"), kDone);
+    EXPECT_EQ(Say("81 09 04 3F FF"), "90 50 " + std::string(use).substr(3) + " FF");
+  }
+}
+
+TEST_F(CameraModel, AcceptsAnyValueThatFitsUnlessItIsStrict) {
+  EXPECT_EQ(Say("81 01 04 53 0F FF"), kSyntax);
+  EXPECT_EQ(Say("81 01 04 39 01 FF"), kSyntax);
+  sim::CameraModel lenient(state_, {.wake_up = kWakeUp, .strict = false});
+  const auto say = [&](const char* packet) { return Hex(lenient.Handle(B(packet), line_, now_)); };
+  EXPECT_EQ(say("81 01 04 53 0F FF"), kDone);
+  EXPECT_EQ(say("81 09 04 53 FF"), "90 50 0F FF");
+  EXPECT_EQ(say("81 01 04 39 01 FF"), kDone);
+  EXPECT_EQ(say("81 01 04 39 03 FF"), kDone);
+  EXPECT_EQ(say("81 01 04 4A 00 00 01 06 FF"), kDone);
+  EXPECT_EQ(state_[sim::Var::shutter], 0x106U);
+  line_ = sim::Line::Visca;
+  EXPECT_EQ(say("81 01 04 4A 00 00 01 06 FF"), kDone);
+  EXPECT_EQ(state_[sim::Var::shutter], 0x16U);
+  EXPECT_EQ(say("81 01 04 39 10 FF"), kSyntax) << "no value that the blocks can carry";
+  EXPECT_EQ(say("81 01 04 00 07 FF"), kSyntax) << "an action";
+  EXPECT_EQ(say("81 01 04 0A 07 FF"), kSyntax) << "an action";
 }
 
 TEST_F(CameraModel, IgnoresASensorModeThatDoesNotExist) {
@@ -203,7 +247,7 @@ TEST_F(CameraModel, ShowsInBlock3WhatWasSetOneByOne) {
   EXPECT_EQ(Block(3), "90 50 00 00 01 02 03 04 00 09 01 39 1F 4D 3F FF");
 }
 
-TEST_F(CameraModel, NumbersTheWideDynamicRangeModesOfBlock4InItsOwnWay) {
+TEST_F(CameraModel, NumbersTheWideDynamicRangeModesDifferentlyInBlock4) {
   const std::pair<const char*, const char*> modes[] = {
       {"03", "00"}, {"02", "01"}, {"00", "02"}, {"01", "03"}, {"04", "04"}};
   Say("81 01 04 2D 03 02 03 01 02 00 00 00 FF");

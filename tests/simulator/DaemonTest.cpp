@@ -53,14 +53,14 @@ class Daemon : public testing::Test {
   static void SetUpTestSuite() { sim::Daemon::BlockSignals(); }
 };
 
-TEST_F(Daemon, MakesItsQueuesForAllUsers) {
+TEST_F(Daemon, CreatesItsQueuesForAllUsers) {
   RunningDaemon run;
   run.Start();
   EXPECT_EQ(run.queues_.Mode('b'), 0666U);
   EXPECT_EQ(run.queues_.Mode('a'), 0666U);
 }
 
-TEST_F(Daemon, WidensTheQueuesThatAToolMadeFirst) {
+TEST_F(Daemon, WidensTheQueuesThatAToolHasCreated) {
   RunningDaemon run;
   const int requests = msgget(ftok(run.queues_.path().c_str(), 'b'), IPC_CREAT | 0222);
   const int replies = msgget(ftok(run.queues_.path().c_str(), 'a'), IPC_CREAT | 0444);
@@ -85,7 +85,7 @@ TEST_F(Daemon, RemovesItsQueuesOnlyIfAsked) {
   EXPECT_FALSE(run->queues_.Exist());
 }
 
-TEST_F(Daemon, MakesQueuesAnewThatAreRemoved) {
+TEST_F(Daemon, CreatesRemovedQueuesAgain) {
   RunningDaemon run;
   run.Start();
   for (int round = 0; round < 3; ++round) {
@@ -162,12 +162,33 @@ TEST_F(Daemon, RestartsWithNewQueues) {
   EXPECT_TRUE(run.queues_.Receive());
 }
 
+TEST_F(Daemon, IsBackWhenTheDeviceIsRestarted) {
+  sim::Setup setup{.fast = true};
+  for (const char* const fault : {"daemon-away:nth=1,ms=3600000", "daemon-restart:nth=1,ms=3600000"}) {
+    setup.faults = {sim::ParseFault(fault)};
+    RunningDaemon run(setup);
+    run.Start();
+    run.queues_.Send(1, Body(kVersion));
+    ASSERT_TRUE(Eventually([&] {
+      bool away = false;
+      run.daemon_.Locked(
+          [&](sim::Time) { away = !run.device_.Faults().empty() && run.device_.Faults().at(0).struck == 1; });
+      return away;
+    }));
+    run.daemon_.Locked([&](sim::Time now) { run.device_.Restart({.fast = true}, now); });
+    ASSERT_TRUE(Eventually([&] { return run.queues_.Exist(); }));
+    run.queues_.Attach();
+    run.queues_.Send(1, Body(kVersion));
+    EXPECT_TRUE(run.queues_.Receive()) << fault;
+  }
+}
+
 TEST_F(Daemon, WaitsUntilAFullQueueIsRead) {
   RunningDaemon run;
   run.Start();
-  // Each reply is 36 bytes and the queue takes 16384 by default: not nearly all replies fit.
+  // Each reply has 36 bytes and the queue holds 16384 by default, so most replies do not fit.
   constexpr int kRequests = 3000;
-  std::atomic<bool> asked = false;  // the limits may be higher here
+  std::atomic<bool> asked = false;  // the limits may be higher on this machine
   std::thread asker([&] {
     for (int i = 0; i < kRequests; ++i) {
       Packet request = Body(kVersion);
@@ -192,6 +213,29 @@ TEST_F(Daemon, DropsReportsThatNobodyReads) {
   ASSERT_TRUE(Eventually([&run] { return run.not_sent_ > 20; }));
   run.Stop();
   EXPECT_EQ(run.device_.Waiting(), 0U);
+}
+
+TEST_F(Daemon, NumbersItsMessagesForEverySink) {
+  std::vector<std::uint64_t> numbers;
+  RunningDaemon run;
+  run.daemon_.AddSink([&numbers](const sim::Event& event) { numbers.push_back(event.number); });
+  run.Start();
+  for (int i = 0; i < 2; ++i) {
+    run.queues_.Send(1, Body(kVersion));
+    ASSERT_TRUE(run.queues_.Receive());
+  }
+  run.Stop();
+  EXPECT_EQ(run.events_, "qrqr");
+  EXPECT_EQ(numbers, (std::vector<std::uint64_t>{1, 2, 3, 4}));
+}
+
+TEST_F(Daemon, WakesUpForWhatAnotherThreadHasChanged) {
+  RunningDaemon run;
+  run.Start();
+  run.daemon_.Locked([&run](sim::Time now) { run.device_.Request(9, Body(kVersion), now); });
+  const auto reply = run.queues_.Receive();
+  ASSERT_TRUE(reply);
+  EXPECT_EQ(Hex(reply->body), Hex(Body(kVersionReply)));
 }
 
 std::size_t OpenFiles() {

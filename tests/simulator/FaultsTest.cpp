@@ -1,4 +1,4 @@
-// Faults: what each does to a reply, when it strikes, and how wrong ones are rejected.
+// Faults: what each does to a reply, when it strikes, and how invalid ones are rejected.
 #include "simulator/model/Faults.h"
 
 #include <algorithm>
@@ -62,6 +62,23 @@ const FaultCase kExamples[] = {
     {"ViscaNotExecutable", "visca-not-executable", kSensorMode, "AA AA 05 09 AA 82 04 90 60 41 FF A0 55"},
     {"ViscaOther", "visca-error:value=0x7F", kSensorMode, "AA AA 05 09 AA 82 04 90 60 7F FF 62 55"},
     {"SocketNumber", "socket-number:value=2", kSensorMode, "AA AA 05 0A AA 82 05 90 52 00 06 FF E8 55"},
+    {"Tail", "tail:value=0x01", kVersion,
+     "AA AA 01 06 AA 90 01 21 A4 55 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01 01"},
+    {"PatchOfTheRelayHeader", "patch:at=3,value=7", kVersion, "AA AA 01 07 AA 90 01 21 A4 55"},
+    {"PatchOfADataByte", "patch:at=7,value=0x22", kVersion, "AA AA 01 06 AA 90 01 22 A3 55"},
+    {"PatchOfBits", "patch:at=7,xor=0x81", kVersion, "AA AA 01 06 AA 90 01 A0 25 55"},
+    {"PatchOfTheTerminator", "patch:at=-3,value=0xFE", kSensorMode, "AA AA 05 0A AA 82 05 90 50 00 06 FE EB 55"},
+    {"PatchOfTheChecksum", "patch:at=-2,xor=1", kVersion, "AA AA 01 06 AA 90 01 21 A5 55"},
+    {"PatchOfTheStopByte", "patch:at=-1,value=0", kVersion, "AA AA 01 06 AA 90 01 21 A4"},
+    {"PatchOfTheLastByte", "patch:at=35,value=1", kVersion,
+     "AA AA 01 06 AA 90 01 21 A4 55 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 01"},
+    {"PatchBeforeTheMessage", "patch:at=-11,value=1", kVersion, kVersionReply},
+    {"PatchThatInserts", "patch:at=2,insert=01 02", kVersion, "AA AA 01 02 01 06 AA 90 01 21 A4 55"},
+    {"PatchThatCuts", "patch:at=2,cut=2", kVersion, "AA AA AA 90 01 21 A4 55"},
+    {"PatchThatReplaces", "patch:cut=2,insert=55 55,xor=1", kVersion, "54 55 01 06 AA 90 01 21 A4 55"},
+    {"PatchThatCutsAll", "patch:cut=36,value=3", kVersion, "03 00 00 00"},
+    {"PatchThatInsertsAtTheEnd", "patch:at=35,insert=01 02", kVersion,
+     "AA AA 01 06 AA 90 01 21 A4 55 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 01"},
     {"PowerLoss", "power-loss", kSensorMode, ""},
     {"DaemonAway", "daemon-away:ms=1500", kVersion, "leaves for 1500 ms"},
     {"DaemonRestart", "daemon-restart", kVersion, "restarts for 100 ms"},
@@ -149,32 +166,137 @@ TEST(Faults, StrikeInTheirOrder) {
   EXPECT_EQ(story.Ask(kVersion), "");
 }
 
+TEST(Faults, StrikeNotMoreThanCountTimes) {
+  EXPECT_EQ(Answered(With({"no-reply:count=2"}), 5), "--xxx");
+  EXPECT_EQ(Answered(With({"no-reply:every=2,count=2"}), 8), "x-x-xxxx");
+}
+
+// "x" for each request whose reply is changed, "-" for any other; then how often the first fault has struck.
+std::string Changed(const std::string& fault, const std::vector<std::pair<std::string, std::string>>& exchanges) {
+  DeviceStory story(With({fault}));
+  std::string changed;
+  for (const auto& [request, reply] : exchanges) {
+    const bool good = story.Ask(request) == reply;
+    EXPECT_EQ(story.note_.find("fault") == std::string::npos, good) << story.note_;
+    changed += good ? '-' : 'x';
+  }
+  return changed + " " + std::to_string(story.device_.Faults().at(0).struck);
+}
+
+TEST(Faults, StrikeOnlyIfTheyChangeSomething) {
+  const std::pair<std::string, std::string> version(kVersion, kVersionReply);     // a frame of 6 bytes
+  const std::pair<std::string, std::string> position(kGetPtz, kGetPtzReply);      // 13 bytes
+  const std::pair<std::string, std::string> mode(kSensorMode, kSensorModeReply);  // from the camera
+  EXPECT_EQ(Changed("patch:at=-11,value=1,count=1", {version, position, position}), "-x- 1");
+  EXPECT_EQ(Changed("patch:at=7,value=0x21", {version, position}), "-x 1");
+  EXPECT_EQ(Changed("patch:at=30,cut=2", {version}), "- 0");
+  EXPECT_EQ(Changed("tail:value=0", {version}), "- 0");
+  EXPECT_EQ(Changed("socket-number:count=1", {version, mode}), "-x 1");
+  EXPECT_EQ(Changed("short-reply", {{kSupplyOff, "AA AA 01 06 AA 8C 01 10 B9 55"}, {kSensorMode, ""}}), "x- 1");
+}
+
+TEST(Faults, StrikeInTheirTime) {
+  DeviceStory story(With({"no-reply:from_ms=100,until_ms=300,nth=1+3"}));
+  story.device_.Start(story.now_);
+  EXPECT_EQ(story.Ask(kVersion), kVersionReply);  // not counted
+  EXPECT_EQ(story.Later(99_ms), "");
+  EXPECT_EQ(story.Ask(kVersion), kVersionReply);
+  EXPECT_EQ(story.Later(1_ms), "");
+  EXPECT_EQ(story.Ask(kVersion), "");
+  EXPECT_EQ(story.Ask(kVersion), kVersionReply);
+  EXPECT_EQ(story.Later(199_ms), "");
+  EXPECT_EQ(story.Ask(kVersion), "");
+  DeviceStory late(With({"no-reply:until_ms=300"}));
+  late.device_.Start(late.now_);
+  EXPECT_EQ(late.Later(300_ms), "");
+  EXPECT_EQ(late.Ask(kVersion), kVersionReply);
+}
+
+TEST(Faults, AreWrittenBackAsTheOptionTakesThem) {
+  for (const char* const text : {
+           "no-reply",
+           "late:ms=2500",
+           "patch:value=0,at=-3,insert=01 FF,cut=2",
+           "patch:xor=128",
+           "nak:nth=3+5,every=7,chance=0.125,count=2,only=commands,match=04 39,from_ms=0,until_ms=5000,value=32",
+       }) {
+    EXPECT_EQ(sim::FaultText(sim::ParseFault(text)), text);
+  }
+  EXPECT_EQ(sim::FaultText(sim::ParseFault("late")), "late:ms=2500");
+}
+
+TEST(Faults, ComeAndGoWithoutDisturbingTheOthers) {
+  DeviceStory story(With({"no-reply:nth=3", "nak:chance=0.5"}));
+  DeviceStory alone(With({"no-reply:nth=3", "nak:chance=0.5"}));
+  const auto both = [&] { EXPECT_EQ(story.Ask(kVersion), alone.Ask(kVersion)); };
+  both();
+  const std::uint32_t id = story.device_.AddFault(sim::ParseFault("duplicate:match=04 39"), story.now_);
+  EXPECT_EQ(id, 3U);
+  both();
+  both();
+  EXPECT_TRUE(story.device_.RemoveFault(id));
+  EXPECT_FALSE(story.device_.RemoveFault(id));
+  for (int i = 0; i < 50; ++i) {
+    both();
+  }
+  EXPECT_EQ(story.device_.AddFault(sim::ParseFault("no-reply"), story.now_), 4U);
+  ASSERT_EQ(story.device_.Faults().size(), 3U);
+  const sim::ActiveFault& first = story.device_.Faults()[0];
+  EXPECT_EQ(first.id, 1U);
+  EXPECT_EQ(first.counted, 53U);
+  EXPECT_EQ(first.struck, 1U);
+  story.device_.ClearFaults();
+  EXPECT_TRUE(story.device_.Faults().empty());
+  EXPECT_EQ(story.Ask(kVersion), kVersionReply);
+}
+
 TEST(Faults, AreRejectedWithTheReason) {
   const std::pair<const char*, const char*> wrong[] = {
-      {"", "unknown fault ''"},
-      {"lost", "unknown fault 'lost'"},
+      {"", "no such fault '' (--faults lists them)"},
+      {"lost", "no such fault 'lost' (--faults lists them)"},
       {"late:3", "'3' is not key=value"},
-      {"late:when=3", "unknown key 'when'"},
-      {"late:nth=0", "nth must be message numbers from 1, such as 3 or 3+5, not '0'"},
-      {"late:nth=", "nth must be message numbers from 1, such as 3 or 3+5, not ''"},
-      {"late:nth=2+x", "nth must be message numbers from 1, such as 3 or 3+5, not '2+x'"},
-      {"late:every=0", "every must be a whole number from 1, not '0'"},
-      {"late:chance=1.5", "chance must be a number from 0 to 1, not '1.5'"},
-      {"late:chance=nan", "chance must be a number from 0 to 1, not 'nan'"},
-      {"late:only=lens", "only must be one of all, camera, mcu, commands, inquiries, not 'lens'"},
-      {"late:match=0", "match must be bytes in hexadecimal, not '0'"},
-      {"late:ms=-1", "ms must be a whole number of milliseconds, one day at most, not '-1'"},
-      {"late:value=1", "fault late has no value"},
-      {"nak:ms=1", "fault nak has no ms"},
-      {"nak:value=256", "value must be a number from 0 to 255, not '256'"},
-      {"over-long:value=28", "value must be a number from 0 to 27, not '28'"},
+      {"late:", "'' is not key=value"},
+      {"late:ms=3,", "'' is not key=value"},
+      {"late:when=3",
+       "when: no such key (nth, every, chance, count, only, match, from_ms, until_ms, ms, value, at, xor, insert, "
+       "cut)"},
+      {"late:nth=0", "nth: '0' is not a list of message numbers from 1 (3, or 3+5)"},
+      {"late:nth=", "nth: '' is not a list of message numbers from 1 (3, or 3+5)"},
+      {"late:nth=1+", "nth: '1+' is not a list of message numbers from 1 (3, or 3+5)"},
+      {"late:nth=1++2", "nth: '1++2' is not a list of message numbers from 1 (3, or 3+5)"},
+      {"late:nth=2+x", "nth: '2+x' is not a list of message numbers from 1 (3, or 3+5)"},
+      {"late:every=0", "every: 0 is out of range (1 to 4294967295)"},
+      {"late:count=-1", "count: -1 is out of range (1 to 4294967295)"},
+      {"late:chance=1.5", "chance: '1.5' is not a probability (0 to 1)"},
+      {"late:chance=nan", "chance: 'nan' is not a probability (0 to 1)"},
+      {"late:only=lens", "only: 'lens' is not a kind of messages (all, camera, mcu, commands, inquiries)"},
+      {"late:match=0", "match: '0' is not a sequence of 1 to 36 bytes in hexadecimal (09 04 24)"},
+      {"patch", "patch: nothing to do (value, xor, insert or cut)"},
+      {"patch:value=1,xor=1", "xor: not together with value"},
+      {"late:ms=5,ms=6", "ms: given twice"},
+      {"late:nth=1,ms=5,nth=1", "nth: given twice"},
+      {"patch:at=36", "at: 36 is out of range (-25 to 35)"},
+      {"patch:at=-26,value=1", "at: -26 is out of range (-25 to 35)"},
+      {"patch:cut=0", "cut: 0 is out of range (1 to 36)"},
+      {"patch:insert=1", "insert: '1' is not a sequence of 1 to 36 bytes in hexadecimal (09 04 24)"},
+      {"late:at=1", "at: not a key of fault late"},
+      {"nak:xor=1", "xor: not a key of fault nak"},
+      {"late:from_ms=5,until_ms=5", "until_ms: 5 is not after from_ms (5)"},
+      {"late:ms=-1", "ms: -1 is out of range (0 to 86400000 milliseconds)"},
+      {"late:ms=1.5", "ms: '1.5' is not a whole number (0 to 86400000 milliseconds)"},
+      {"late:from_ms=x", "from_ms: 'x' is not a whole number (0 to 86400000 milliseconds)"},
+      {"late:until_ms=86400001", "until_ms: 86400001 is out of range (0 to 86400000 milliseconds)"},
+      {"late:value=1", "value: not a key of fault late"},
+      {"nak:ms=1", "ms: not a key of fault nak"},
+      {"nak:value=256", "value: 256 is out of range (0 to 255)"},
+      {"over-long:value=28", "value: 28 is out of range (0 to 27)"},
   };
   for (const auto& [text, error] : wrong) {
-    EXPECT_EQ(ErrorOf([&text = text] { sim::ParseFault(text); }), error);
+    EXPECT_EQ(ErrorOf([&fault = text] { sim::ParseFault(fault); }), error);
   }
 }
 
-TEST(Faults, HaveAnExampleEach) {
+TEST(Faults, EachHaveAnExample) {
   const std::set<std::string_view> tested_below = {"late"};
   for (const sim::FaultKind& kind : sim::FaultTable()) {
     const bool shown = std::ranges::any_of(
@@ -188,7 +310,8 @@ TEST(Faults, SurviveAnyBytes) {
   std::uint32_t random = 7;
   const auto next = [&random] { return static_cast<std::uint8_t>((random = random * 1664525 + 1013904223) >> 24); };
   for (const sim::FaultKind& kind : sim::FaultTable()) {
-    sim::Setup setup = With({kind.name});
+    const std::string example = kind.name == "patch" ? "patch:at=-3,xor=255,cut=30,insert=01" : std::string(kind.name);
+    sim::Setup setup = With({example});
     setup.sockets = true;
     DeviceStory story(setup);
     for (int i = 0; i < 2000; ++i) {

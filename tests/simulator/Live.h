@@ -1,9 +1,11 @@
-// Message queues of a test's own, seen from the tool's side, terminals, and waiting for other threads.
+// What the tests with other threads or processes share: waiting for a condition, message queues of their own as the
+// tool sees them, and one end of a terminal.
 #pragma once
 
 #include <poll.h>
 #include <sys/ipc.h>
 #include <sys/msg.h>
+#include <sys/sem.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -18,7 +20,7 @@
 
 #include "tests/simulator/Support.h"
 
-// Waits until the condition holds; false after a minute, which is for very busy machines.
+// Waits until the condition holds. Returns false if it does not within a minute, which is long even on a busy machine.
 template <typename Condition>
 bool Eventually(Condition condition) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
@@ -38,7 +40,7 @@ class TestQueues {
     std::vector<std::uint8_t> body;
   };
 
-  // Makes a key file whose keys are not in use.
+  // Creates a key file whose keys are not in use.
   TestQueues() {
     do {
       if (!path_.empty()) {
@@ -77,8 +79,9 @@ class TestQueues {
     for (const char project : {'a', 'b'}) {
       msgctl(Lookup(project), IPC_RMID, nullptr);
     }
+    semctl(semget(ftok(path_.c_str(), 'b'), 0, 0), 0, IPC_RMID);  // the claim of a simulator that was killed
   }
-  // Of the reply queue.
+  // Return the state of the reply queue.
   bool Waiting() const { return ReplyState().msg_qnum != 0; }
   bool Full() const {
     const msqid_ds state = ReplyState();
@@ -91,7 +94,7 @@ class TestQueues {
     while (msgsnd(requests_, &message, body.size(), 0) != 0 && errno == EINTR) {
     }
   }
-  // Waits for a minute at most.
+  // Waits for at most a minute.
   std::optional<Message> Receive() const {
     Kernel message{};
     ssize_t size = -1;

@@ -1,4 +1,4 @@
-// The MCU: the data of each command, its range and its reply; motion.
+// The MCU: the data, range and reply of each command, and the motion of the head.
 #include "simulator/model/McuModel.h"
 
 #include <set>
@@ -17,10 +17,18 @@ class McuModel : public testing::Test {
   sim::Time now_ = 1_s;
 };
 
+TEST_F(McuModel, AcceptsAnyValueThatFitsUnlessItIsStrict) {
+  EXPECT_EQ(Say(0x04, "FF"), "40");
+  sim::McuModel lenient(state_, false);
+  EXPECT_EQ(Hex(lenient.Handle(0x04, B("FF"), now_)), "10");
+  EXPECT_EQ(state_[sim::Var::scan_speed], 0xFFU);
+  EXPECT_EQ(Hex(lenient.Handle(0x06, B("02"), now_)), "40") << "the field has one bit";
+}
+
 struct Example {
   int id;
   const char* good;
-  const char* low;   // just below the range, or "" if there is nothing
+  const char* low;   // just below the range; "" if no value is
   const char* high;  // just above it
   const char* wrong_length;
   const char* reply = "10";

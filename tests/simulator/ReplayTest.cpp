@@ -13,7 +13,7 @@ using enum sim::Direction;
 
 std::vector<sim::Event> Read(const std::string& capture) {
   std::istringstream file(capture);
-  return sim::ReadCapture(file, "x.jsonl");
+  return sim::ReadCapture(file, "x.jsonl").events;
 }
 
 const std::string kSetPtz = "AA AA 01 0D AA 12 08 00 00 FA 00 01 2C 00 10 05 55";
@@ -23,7 +23,7 @@ const std::string kNotARequest = "AB AA 05 06 AA 16 01 00 3F 55";
 const std::string kRequests[] = {kVersion,  kGetPtz,    kSetPtz,      kGetPtz,
                                  kAeManual, kAeInquiry, kUnsupported, kNotARequest};
 
-// Asks everything and returns the capture, as the program writes it.
+// Sends all requests and adds the answers to `answers`. Returns the capture, as the program writes it.
 std::string Record(sim::Peer& peer, std::string* answers) {
   std::string capture;
   std::uint32_t exchange = 0;
@@ -42,7 +42,7 @@ std::string Record(sim::Peer& peer, std::string* answers) {
   return capture;
 }
 
-// What the device answered, and what a replay of its capture answers.
+// Checks that a replay of the device's capture gives the device's answers.
 void ExpectSameAnswers(const sim::Setup& setup) {
   sim::Device device(setup);
   std::string then;

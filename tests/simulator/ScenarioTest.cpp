@@ -1,4 +1,4 @@
-// Scenario files: what they set, how wrong ones are rejected, and the files that ship.
+// Scenario files: what they set, how invalid ones are rejected, and the installed files.
 #include "simulator/model/Scenario.h"
 
 #include <filesystem>
@@ -24,7 +24,7 @@ sim::Setup Load(const std::string& name) {
   return setup;
 }
 
-// The VISCA packet that answers a packet; empty if none comes within a minute.
+// Returns the VISCA packet that answers a packet; empty if there is none within a minute.
 std::string Ask(sim::Device& device, const std::string& packet, sim::Time now = 1_s) {
   device.Request(1, sim::EncodeRelay(1, sim::Frame{sim::kCameraCode, B(packet)}.Encode()), now);
   device.Advance(now + 60_s);
@@ -32,14 +32,14 @@ std::string Ask(sim::Device& device, const std::string& packet, sim::Time now = 
   return out ? Hex(sim::DecodeRelay(out->body).frame.data) : "";
 }
 
-TEST(ScenarioFiles, HaveATestEach) {
+TEST(ScenarioFiles, EachHaveATest) {
   std::set<std::string> files;
   for (const auto& entry : std::filesystem::directory_iterator(kFolder)) {
     files.insert(entry.path().filename());
   }
-  EXPECT_EQ(files, (std::set<std::string>{"camera-off.toml", "confused-camera.toml", "dead-camera.toml",
-                                          "flaky-link.toml", "night.toml", "restarting-daemon.toml", "telephoto.toml",
-                                          "wide-dynamic-range.toml"}));
+  EXPECT_EQ(files, (std::set<std::string>{"camera-off.toml", "confused-camera.toml", "day-to-night.toml",
+                                          "dead-camera.toml", "flaky-link.toml", "night.toml", "restarting-daemon.toml",
+                                          "telephoto.toml", "wide-dynamic-range.toml"}));
 }
 
 TEST(ScenarioFiles, NightIsDark) {
@@ -113,12 +113,40 @@ TEST(ScenarioFiles, ARestartingDaemonRestartsAtTheFifth) {
   }
 }
 
-TEST(ScenarioFiles, AConfusedCameraHasValuesOutsideOfItsTables) {
+TEST(ScenarioFiles, AConfusedCameraHasUndefinedValues) {
   sim::Device device(Load("confused-camera.toml"));
   EXPECT_EQ(Ask(device, "81 09 04 24 72 FF"), "90 50 00 09 FF");
   EXPECT_EQ(Ask(device, "81 09 04 39 FF"), "90 50 01 FF");
   EXPECT_EQ(Ask(device, "81 09 04 4B FF"), "90 60 41 FF");
   EXPECT_EQ(Ask(device, "81 09 04 4B FF"), "90 50 00 00 00 03 FF");
+}
+
+TEST(ScenarioFiles, DayTurnsToNight) {
+  sim::Device device(Load("day-to-night.toml"));
+  device.Start(0);
+  const auto replies = [&device](sim::Time from) {
+    int whole = 0;
+    for (int i = 0; i < 100; ++i) {
+      device.Request(1, Body(kVersion), from + i * 1_ms);
+      const auto out = device.Take(from + i * 1_ms);
+      whole += out && Text(*out) == kVersionReply ? 1 : 0;
+    }
+    return whole;
+  };
+  EXPECT_EQ(replies(4_s), 100);
+  EXPECT_LT(replies(6_s), 90);
+  EXPECT_EQ(replies(15_s), 100);
+  device.Advance(20_s);
+  EXPECT_EQ(device.state()[Var::icr], sim::kOn);
+  EXPECT_EQ(device.state()[Var::gain_pos], 15U);
+  device.Advance(40_s);
+  EXPECT_FALSE(device.CameraAwake(40_s));
+  device.Advance(45_s);
+  EXPECT_TRUE(device.CameraAwake(45_s));
+}
+
+TEST(Scenario, SetsTheSpeedOfADeviceThatIsNotFast) {
+  EXPECT_EQ(sim::ParseScenario("[device]\nbaud = 38400\n", "x.toml").baud, 38400U);
 }
 
 TEST(Scenario, SetsEverything) {
@@ -128,9 +156,9 @@ seed = 7
 [device]
 wake_up_ms = 1500
 report_ms = 200
-baud = 38400
 fast = true
 sockets = true
+strict = false
 [camera]
 ae_mode = "iris priority"
 wb_mode = 5
@@ -157,9 +185,9 @@ match = "04 39"
   EXPECT_EQ(setup.seed, 7U);
   EXPECT_EQ(setup.wake_up, 1500_ms);
   EXPECT_EQ(setup.report_every, 200_ms);
-  EXPECT_EQ(setup.baud, 38400U);
   EXPECT_TRUE(setup.fast);
   EXPECT_TRUE(setup.sockets);
+  EXPECT_FALSE(setup.strict);
   EXPECT_EQ(setup.state[Var::ae_mode], 0x0BU);
   EXPECT_EQ(setup.state[Var::wb_mode], 5U);
   EXPECT_EQ(setup.state[Var::exp_comp], 2U);
@@ -178,42 +206,87 @@ match = "04 39"
   EXPECT_EQ(Hex(setup.faults[1].match), "04 39");
 }
 
-TEST(Scenario, IsRejectedInOneLineThatSaysWhere) {
+TEST(Scenario, IsRejectedInOneLineWithThePlace) {
   const std::pair<const char*, const char*> wrong[] = {
-      {"sed = 1", "x.toml:1: unknown key 'sed'"},
-      {"\nseed = -1", "x.toml:2: seed must be a whole number from 0 to 9223372036854775807"},
-      {"seed = 1.5", "x.toml:1: seed must be a whole number from 0 to 9223372036854775807"},
-      {"description = 3", "x.toml:1: description must be a text"},
-      {"device = 3", "x.toml:1: device must be a table"},
-      {"[device]\nbaud = 12", "x.toml:2: baud must be a whole number from 300 to 4000000"},
-      {"[device]\nfast = 1", "x.toml:2: fast must be true or false"},
-      {"[device]\nspeed = 1", "x.toml:2: unknown key 'speed' in [device]"},
-      {"[camera]\n\niris = 3", "x.toml:3: unknown key 'iris' in [camera]"},
-      {"[camera]\npan = 3", "x.toml:2: unknown key 'pan' in [camera]"},
-      {"[camera]\nstep = 3", "x.toml:2: unknown key 'step' in [camera]"},
-      {"[mcu]\nae_mode = 3", "x.toml:2: unknown key 'ae_mode' in [mcu]"},
-      {"[camera]\niris_pos = 256", "x.toml:2: iris_pos must be a whole number from 0 to 255"},
-      {"[camera]\niris_pos = \"wide\"", "x.toml:2: iris_pos must be a number"},
-      {"[camera]\naf_mode = \"wide\"", "x.toml:2: af_mode must be a number or one of: normal, interval, zoom trigger"},
-      {"[camera.registers]\n0x1FF = 1", "x.toml:2: '0x1FF' is not a register number"},
-      {"[camera.registers]\nx = 1", "x.toml:2: 'x' is not a register number"},
-      {"[camera.registers]\n1 = 256", "x.toml:2: 1 must be a whole number from 0 to 255"},
-      {"fault = 1", "x.toml:1: a fault must be written as [[fault]]"},
-      {"fault = [1]", "x.toml:1: fault must be a table"},
-      {"[[fault]]\nms = 1", "x.toml:1: a fault must have a kind, such as \"no-reply\""},
-      {"[[fault]]\nkind = 1", "x.toml:2: a fault must have a kind, such as \"no-reply\""},
-      {"[[fault]]\nkind = \"lost\"", "x.toml:2: unknown fault 'lost'"},
-      {"[[fault]]\nkind = \"nak\"\nwhen = 3", "x.toml:3: unknown key 'when'"},
-      {"[[fault]]\nkind = \"nak\"\nnth = [0]", "x.toml:3: nth must be a whole number from 1 to 4294967295"},
-      {"[[fault]]\nkind = \"nak\"\nnth = []", "x.toml:3: nth must be a number or a text or a list of numbers"},
-      {"[[fault]]\nkind = \"nak\"\nchance = 2", "x.toml:3: chance must be a number from 0 to 1, not '2'"},
+      {"sed = 1", "x.toml:1: sed: no such key"},
+      {"\nseed = -1", "x.toml:2: seed: -1 is out of range (0 to 9223372036854775807)"},
+      {"seed = 1.5", "x.toml:1: seed: 1.5 is not a whole number (0 to 9223372036854775807)"},
+      {"description = 3", "x.toml:1: description: must be a string"},
+      {"device = 3", "x.toml:1: device: not a table"},
+      {"[device]\nbaud = 1200\nfast = true",
+       "x.toml:2: device.baud: has no effect: the device answers without delay (device.fast)"},
+      {"[device]\nbaud = 12", "x.toml:2: device.baud: 12 is out of range (300 to 4000000)"},
+      {"[device]\nfast = 1", "x.toml:2: device.fast: 1 is neither true nor false"},
+      {"[device]\nspeed = 1", "x.toml:2: device.speed: no such key"},
+      {"[camera]\n\niris = 3", "x.toml:3: camera.iris: no such variable"},
+      {"[camera]\npan = 3", "x.toml:2: camera.pan: no such variable"},
+      {"[camera]\nstep = 3", "x.toml:2: camera.step: no such variable"},
+      {"[mcu]\nae_mode = 3", "x.toml:2: mcu.ae_mode: no such variable"},
+      {"[camera]\niris_pos = 256", "x.toml:2: camera.iris_pos: 256 is out of range (0 to 255)"},
+      {"[camera]\niris_pos = \"wide\"", "x.toml:2: camera.iris_pos: 'wide' is not a whole number (0 to 255)"},
+      {"[camera]\naf_mode = \"wide\"",
+       "x.toml:2: camera.af_mode: no such mode 'wide' (normal, interval, zoom trigger)"},
+      {"[camera]\nae_mode = []", "x.toml:2: camera.ae_mode: must be a number, a string, true or false"},
+      {"[camera]\nregisters = 3", "x.toml:2: camera.registers: not a table"},
+      {"[camera.registers]\n0x1FF = 1",
+       "x.toml:2: camera.registers.0x1FF: no such register (0 to 255, or 0x00 to 0xFF)"},
+      {"[registers]\nx = 1", "x.toml:2: registers.x: no such register (0 to 255, or 0x00 to 0xFF)"},
+      {"[registers]\n1 = 256", "x.toml:2: registers.1: 256 is out of range (0 to 255)"},
+      {"fault = 1", "x.toml:1: fault: not written as [[fault]]"},
+      {"fault = [1]", "x.toml:1: fault: not a table"},
+      {"[[fault]]\nms = 1", "x.toml:1: fault.kind: must be the name of a fault, such as \"no-reply\""},
+      {"[[fault]]\nkind = 1", "x.toml:2: fault.kind: must be the name of a fault, such as \"no-reply\""},
+      {"[[fault]]\nkind = \"lost\"", "x.toml:2: fault.kind: no such fault 'lost' (--faults lists them)"},
+      {"[[fault]]\nkind = \"nak:value=1\"", "x.toml:2: fault.kind: no such fault 'nak:value=1' (--faults lists them)"},
+      {"[[fault]]\nkind = \"nak\"\nwhen = 3",
+       "x.toml:3: fault.when: no such key (nth, every, chance, count, only, match, from_ms, until_ms, ms, value, at, "
+       "xor, insert, cut)"},
+      {"[[fault]]\nkind = \"nak\"\nnth = [0]",
+       "x.toml:3: fault.nth: '0' is not a list of message numbers from 1 (3, or 3+5)"},
+      {"[[fault]]\nkind = \"nak\"\nnth = []",
+       "x.toml:3: fault.nth: '' is not a list of message numbers from 1 (3, or 3+5)"},
+      {"[[fault]]\nkind = \"nak\"\nchance = 2", "x.toml:3: fault.chance: '2' is not a probability (0 to 1)"},
+      {"at = 1", "x.toml:1: at: not written as [[at]]"},
+      {"[[at]]\nsupply = true", "x.toml:1: at.ms: not given (milliseconds after \"ready\")"},
+      {"[[at]]\nms = -1", "x.toml:2: at.ms: -1 is out of range (0 to 86400000 milliseconds)"},
+      {"[[at]]\nms = 1.5", "x.toml:2: at.ms: 1.5 is not a whole number (0 to 86400000 milliseconds)"},
+      {"[[at]]\nms = 1\nsupply = 0", "x.toml:3: at.supply: 0 is neither true nor false"},
+      {"[[at]]\nms = 1\nseed = 2", "x.toml:3: at.seed: no such key"},
+      {"[[at]]\nms = 1\n[at.camera]\nae_mode = \"x\"",
+       "x.toml:4: at.camera.ae_mode: no such mode 'x' (fully auto, manual, shutter priority, iris priority, bright)"},
+      {"[[at]]\nms = 1\n[[at.fault]]\nkind = \"lost\"",
+       "x.toml:4: at.fault.kind: no such fault 'lost' (--faults lists them)"},
   };
   for (const auto& [text, error] : wrong) {
-    EXPECT_EQ(ErrorOf([&text = text] { sim::ParseScenario(text, "x.toml"); }), error);
+    EXPECT_EQ(ErrorOf([&scenario = text] { sim::ParseScenario(scenario, "x.toml"); }), error);
   }
   const std::string error = ErrorOf([] { sim::ParseScenario("seed = 1\n[camera\n", "x.toml"); });
   EXPECT_EQ(error.substr(0, 10), "x.toml:2: ") << error;
   EXPECT_EQ(error.find('\n'), std::string::npos);
+}
+
+// Returns a key of that many levels: "a.a.a".
+std::string DeepKey(std::size_t levels) {
+  std::string key = "a";
+  while (key.size() < 2 * levels - 1) {
+    key += ".a";
+  }
+  return key;
+}
+
+// The parser is recursive, so that a deep key would exhaust the stack.
+TEST(Scenario, LimitsItsDepth) {
+  const std::string most = "# " + std::string(32, '.') + "\n";
+  EXPECT_EQ(sim::ParseScenario(most + most + "seed = 3", "x.toml").seed, 3U);
+  EXPECT_EQ(ErrorOf([&] { sim::ParseScenario(most + "#." + most, "x.toml"); }),
+            "x.toml:2: more than 32 dots in a line");
+  EXPECT_EQ(ErrorOf([] { sim::ParseScenario("seed = 3\n" + DeepKey(200000) + " = 1", "x.toml"); }),
+            "x.toml:2: more than 32 dots in a line");
+  std::string deepest = "x = [\n";
+  for (int i = 0; i < 1000; ++i) {
+    deepest += "{" + DeepKey(33) + " = [\n";
+  }
+  EXPECT_NE(ErrorOf([&] { sim::ParseScenario(deepest, "x.toml"); }), "");
 }
 
 }  // namespace

@@ -163,7 +163,7 @@ TEST_F(SerialRelay, RelaysToABareCamera) {
   EXPECT_EQ(Reply(), kVersionReply);
 }
 
-TEST_F(SerialRelay, DropsWhatABareCameraSendsUnasked) {
+TEST_F(SerialRelay, DropsUnsolicitedPacketsOfABareCamera) {
   ASSERT_NO_FATAL_FAILURE(Start(kVisca));
   hardware_->Write("00 31 FF 90 38 FF 90 51 FF");
   queues_.Send(kType, Body(kSensorMode));
@@ -175,7 +175,7 @@ TEST_F(SerialRelay, DropsWhatABareCameraSendsUnasked) {
 
 TEST_F(SerialRelay, OutlivesItsLine) {
   ASSERT_NO_FATAL_FAILURE(Start(kUart1));
-  hardware_.reset();  // pulled out
+  hardware_.reset();  // the cable is pulled out
   EXPECT_TRUE(Eventually([this] { return gone_.load(); }));
   queues_.Send(kType, Body(kVersion));
   Stop();

@@ -15,7 +15,7 @@ std::string Frames(sim::FrameSplitter& splitter) {
   return text;
 }
 
-TEST(Splitters, TakeSplitAndMergedFrames) {
+TEST(Splitters, AcceptSplitAndMergedFrames) {
   sim::FrameSplitter splitter;
   splitter.Feed(B("AA 90 01"));
   EXPECT_EQ(Frames(splitter), "");
@@ -26,14 +26,14 @@ TEST(Splitters, TakeSplitAndMergedFrames) {
   EXPECT_EQ(splitter.Dropped(), 0U);
 }
 
-TEST(Splitters, FindAFrameBehindGarbage) {
+TEST(Splitters, FindAFrameAfterGarbage) {
   sim::FrameSplitter splitter;
   splitter.Feed(B("00 55 AA 10 FF AA 8C 01 10 B8 55 AA 8C 01 10 B9 55"));  // too long; a wrong checksum; a frame
   EXPECT_EQ(Frames(splitter), "AA 8C 01 10 B9 55");
   EXPECT_EQ(splitter.Dropped(), 11U);
 }
 
-TEST(Splitters, FindAFrameBehindAFalseStartWhenTheLineIsSilent) {
+TEST(Splitters, FindAFrameAfterAFalseStartWhenTheLineIsSilent) {
   sim::FrameSplitter splitter;
   splitter.Feed(B("AA 33 0F AA 8C 01 10 B9 55"));  // announces fifteen bytes that never come
   EXPECT_EQ(Frames(splitter), "");

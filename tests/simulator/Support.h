@@ -53,7 +53,7 @@ inline std::string Hex(const Packets& packets) {
 constexpr sim::Time operator""_ms(unsigned long long ms) { return static_cast<sim::Time>(ms) * 1000; }
 constexpr sim::Time operator""_s(unsigned long long s) { return static_cast<sim::Time>(s) * 1000000; }
 
-// The text of the Error that a routine throws; empty if it throws none.
+// Returns the text of the Error that a routine throws; an empty string if it throws none.
 template <typename Routine>
 std::string ErrorOf(Routine routine) {
   try {
@@ -79,7 +79,7 @@ inline const std::string kAeManual = "AA AA 09 0B AA 02 06 81 01 04 39 03 FF 8D 
 inline const std::string kAcknowledged = "AA AA 09 06 AA 82 01 10 C3 55";
 inline const std::string kUnsupported = "AA AA 04 06 AA 16 01 00 3F 55";
 
-// What leaves the device: "AA AA 01 06 ... 55" without the zeros at the end, or what the daemon does.
+// Describes what leaves the device: "AA AA 01 06 ... 55" without the zeros at the end, or what the daemon does.
 inline std::string Text(const sim::Outgoing& out) {
   if (out.kind != sim::Outgoing::Kind::Message) {
     return std::string(out.kind == sim::Outgoing::Kind::Leave ? "leaves" : "restarts") + " for " +

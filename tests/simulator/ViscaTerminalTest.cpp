@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <optional>
 #include <thread>
 
@@ -15,6 +16,7 @@ namespace {
 
 class ViscaTerminal : public testing::Test {
  protected:
+  explicit ViscaTerminal(const sim::Setup& setup = {.fast = true}) : setup_(setup) {}
   static void SetUpTestSuite() { sim::Daemon::BlockSignals(); }
   void SetUp() override {
     daemon_.Open();
@@ -34,9 +36,9 @@ class ViscaTerminal : public testing::Test {
   }
 
   TestQueues queues_;
-  sim::Setup setup_{.fast = true};
+  const sim::Setup setup_;
   sim::Device device_{setup_};
-  sim::ViscaTerminal terminal_{device_, true, [](const std::string&) {}};
+  sim::ViscaTerminal terminal_{device_, [](const std::string&) {}};
   sim::Daemon daemon_{device_, {.key_path = queues_.path(), .remove_queues = true}, [](const sim::Event&) {}};
   std::string link_, name_;
   std::thread thread_;
@@ -87,14 +89,14 @@ TEST_F(ViscaTerminal, ReplacesALinkButNotAFile) {
   const std::string link = queues_.path() + ".link";
   ASSERT_EQ(symlink("/dev/pts/no-such", link.c_str()), 0);
   {
-    sim::ViscaTerminal next(device_, true, [](const std::string&) {});
+    sim::ViscaTerminal next(device_, [](const std::string&) {});
     const std::string name = next.Open(link);
     char target[128] = "";
     EXPECT_EQ(readlink(link.c_str(), target, sizeof target - 1), static_cast<ssize_t>(name.size()));
     EXPECT_EQ(target, name);
   }
   EXPECT_NE(access(queues_.path().c_str(), F_OK), -1);
-  sim::ViscaTerminal wrong(device_, true, [](const std::string&) {});
+  sim::ViscaTerminal wrong(device_, [](const std::string&) {});
   EXPECT_EQ(ErrorOf([&] { wrong.Open(queues_.path()); }), "no pseudo-terminal on " + queues_.path() + ": File exists");
 }
 
@@ -102,6 +104,42 @@ TEST_F(ViscaTerminal, OutlivesItsUser) {
   line_.reset();
   line_.emplace(open(name_.c_str(), O_RDWR | O_NOCTTY));
   EXPECT_EQ(Say("81 09 04 39 FF", 4), "90 50 00 FF");
+}
+
+TEST_F(ViscaTerminal, TakesItsSpeedFromTheScenarioOfARestart) {
+  EXPECT_EQ(Say("81 09 04 39 FF", 4), "90 50 00 FF");
+  daemon_.Locked([this](sim::Time now) { device_.Restart({.baud = 300}, now); });
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(Say("81 09 04 39 FF", 4), "90 50 00 FF");
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(300)) << "nine bytes of ten bits";
+}
+
+class SlowViscaTerminal : public ViscaTerminal {
+ protected:
+  SlowViscaTerminal() : ViscaTerminal({.baud = 300}) {}
+};
+
+TEST_F(SlowViscaTerminal, TakesTheTimeOfItsBytes) {
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(Say("81 09 04 39 FF", 4), "90 50 00 FF");
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(300)) << "nine bytes of ten bits";
+}
+
+class FaultyViscaTerminal : public ViscaTerminal {
+ protected:
+  static sim::Setup Faulty() {
+    sim::Setup setup{.fast = true};
+    setup.faults = {sim::ParseFault("visca-syntax:nth=1"), sim::ParseFault("late:ms=50,nth=2")};
+    return setup;
+  }
+  FaultyViscaTerminal() : ViscaTerminal(Faulty()) {}
+};
+
+TEST_F(FaultyViscaTerminal, HasTheDevicesFaults) {
+  EXPECT_EQ(Say("81 09 04 39 FF", 4), "90 60 02 FF");
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(Say("81 09 04 39 FF", 4), "90 50 00 FF");
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(50));
 }
 
 }  // namespace
