@@ -1,4 +1,4 @@
-// The camera's calibration: the physical value at each raw position.
+// The camera's calibration: physical values at raw positions. SnrQM2150Conversions.cpp interpolates between them.
 #include "camera/SnrQM2150.h"
 
 namespace {

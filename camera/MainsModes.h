@@ -6,7 +6,7 @@
 
 struct MainsMode {
   int32_t hz;
-  uint8_t snrMode;  // a code of SnrQM2150_SnrMode2Str
+  uint8_t snrMode;  // the code of a sensor mode, as SnrQM2150_SnrMode2Str takes it
 };
 
 inline constexpr MainsMode kMainsModes[] = {

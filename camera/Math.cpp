@@ -11,6 +11,8 @@ namespace {
 constexpr double kLog2E = 1.4426950408889634;
 constexpr double kLevelsPerDoubling = 8.0;
 constexpr uint32_t kMaxLevel = 56;
+constexpr double kMinGain = 1.0;
+constexpr double kMaxGain = 128.5;
 
 }  // namespace
 
@@ -25,11 +27,12 @@ int InterpolationY(const InterpolationPoint* p0, const InterpolationPoint* p1, I
   return RESULT_OK;
 }
 
-// Intentional: the natural logarithm, not the decimal one, because the library's callers expect these values.
+// Intentional: the natural logarithm, although decibels need the decimal one, because the library's callers expect
+// these values.
 double Gain2dB(double gain) { return 20.0 * std::log(gain); }
 
 int Gain2GainLevel(double gain, int32_t* level) {
-  if (!(gain >= 1.0 && gain <= 128.5)) {  // also refuses NaN
+  if (!(gain >= kMinGain && gain <= kMaxGain)) {  // also refuses NaN
     return RESULT_BAD_LEVEL;
   }
   // Intentional: gains of 8, 64 and 128 give the level below theirs, because the product is just less than the whole
@@ -44,7 +47,7 @@ int GainLevel2Gain(uint32_t level, double* gain) {
   if (level > kMaxLevel) {
     return RESULT_BAD_LEVEL;
   }
-  *gain = std::pow(2.0, level * 0.125);
+  *gain = std::pow(2.0, level / kLevelsPerDoubling);
   return RESULT_OK;
 }
 

@@ -36,13 +36,14 @@ typedef struct {
   uint8_t terminator; /* 0xFF expected */
 } tVisca;
 
-/* Wide-dynamic-range parameters; docs/protocol.md names them. */
+/* Wide-dynamic-range parameters; the first four are 0..15. The comments name the corresponding fields of
+   EnlargeFunction2Record, where these four have only their low two bits. */
 typedef struct {
-  uint8_t parameter1; /* 0..15, like the next three: each is sent as one nibble */
-  uint8_t parameter2;
-  uint8_t parameter3;
-  uint8_t parameter4;
-  uint8_t parameter5; /* 0..255, sent as two nibbles */
+  uint8_t parameter1; /* wideDScreenDisplay */
+  uint8_t parameter2; /* wideDDetectionSensitivity */
+  uint8_t parameter3; /* wideDShadowCorrectionLevel */
+  uint8_t parameter4; /* wideDHighlightCorrectionLevel */
+  uint8_t parameter5; /* wideDShortExposureRatio, 0..255 */
 } tWdrParam;
 
 extern ViscaRequestFrame gtUart1ViscaCmdInq; /* the request frame of every camera exchange */
@@ -54,15 +55,16 @@ extern ViscaReplyFrame gtUart1ViscaResp;     /* the reply frame of the last inqu
    length: 0..16 data bytes; more than 12 are refused with -57. */
 int QM2150_Command(uint32_t length, const uint8_t* data);
 
-/* Sends the inquiry 81 09 <category> <data> FF and fills *out with the reply, which the caller still has to check
-   with QM2150_ChecRespVisca and by its length. length: as for QM2150_Command. */
+/* Sends the inquiry 81 09 <category> <data> FF and fills *out with the reply. The caller must still check the reply
+   with QM2150_ChecRespVisca, and its length. length: as for QM2150_Command. */
 int QM2150_Inquiry(uint8_t category, uint32_t length, const uint8_t* data, tVisca* out);
 
 /* Sends gtUart1ViscaCmdInq, in which the caller has set selector, category, count and data, and stores the reply in
    gtUart1ViscaResp (inquiry) or gtUart1Resp (command). The VISCA content of the reply is not checked. */
 int QM2150_ProcessVisca(void);
 
-/* Checks a VISCA reply. Returns 0; -59 for a wrong header, a wrong terminator or an error reply (0x60). */
+/* Checks a VISCA reply. Returns 0; -59 for a wrong header, a wrong terminator or an error reply (0x60): these are
+   logged. Any other reply type is accepted, even an acknowledgement (0x4y) or an error with a socket number (0x61). */
 int QM2150_ChecRespVisca(const tVisca* reply);
 
 /* --- Register bank, sensor mode, version --- */
@@ -77,8 +79,8 @@ int QM2150_GetRegisterValue(uint8_t number, uint8_t* value);
 /* Reads register 0x72, the sensor mode, a code of SnrQM2150_SnrMode2Str. */
 int QM2150_GetSnrMode(uint8_t* mode);
 
-/* Writes register 0x72 and reads it back, up to twice. A mode that does not read back is only logged: the result is
-   0. */
+/* Writes register 0x72 and reads it back after 50 ms, and once more 50 ms later if it differs. A mode that still
+   differs is only logged: the result is 0. */
 int QM2150_SetSnrMode(uint8_t mode);
 
 /* Reads model and ROM version: 81 09 00 02 FF, answered with 90 50 <vendor: 2 bytes> <model: 2> <ROM version: 2>
@@ -89,8 +91,9 @@ int QM2150_GetVersion(uint16_t* model, uint16_t* romVersion);
 int QM2150_WbOnePushTrigger(void);
 
 /* --- Settings: a getter sends one inquiry. A setter sends one command and confirms it by up to two read-backs, the
-   first after 50 ms, the second 50 ms after the first. Values are not checked before they are sent. On and off are
-   VISCA_ON and VISCA_OFF. The table in QM2150Parameters.cpp has the codes and bytes of each setting. --- */
+   first after 50 ms, the second 50 ms after the first. Values are not checked before they are sent; one that does not
+   fit in the command is truncated there, so it is never confirmed (-60). On and off are VISCA_ON and VISCA_OFF.
+   `simZR4410 protocol` prints the code and the bytes of each setting. --- */
 
 int QM2150_GetNR(uint8_t* value); /* 0..15, noise reduction level */
 int QM2150_SetNR(uint8_t value);
@@ -111,7 +114,7 @@ int QM2150_GetGainLimit(uint8_t* value); /* position 0..15, see SnrQM2150_GainPo
 int QM2150_SetGainLimit(uint8_t value);
 int QM2150_GetHighSensitivity(uint8_t* value); /* on, off */
 int QM2150_SetHighSensitivity(uint8_t value);
-int QM2150_GetExpCompStep(uint8_t* value); /* 0..14, see SnrQM2150_ExpCompPos2Db; a value above 15 is never confirmed */
+int QM2150_GetExpCompStep(uint8_t* value); /* 0..14, see SnrQM2150_ExpCompPos2Db; above 15 is never confirmed */
 int QM2150_SetExpCompStep(uint8_t value);
 int QM2150_GetExpComp(uint8_t* value); /* on, off */
 int QM2150_SetExpComp(uint8_t value);
@@ -140,11 +143,11 @@ int QM2150_SetWbMode(uint8_t value);
 int QM2150_CompareWdrParams(const tWdrParam* first, const tWdrParam* second);
 
 /* --- Block inquiries: 81 09 7E 7E 0n FF, answered with 13 packed data bytes. On success the bytes are dumped to
-   standard output and every field is logged; on failure the record is unchanged. The tables in QM2150Blocks.cpp list
-   the bits of each field. --- */
+   standard output and every field is logged; on failure the record is unchanged. `simZR4410 protocol` prints the bits
+   of each field. --- */
 
-/* A flag is 1 for yes or on, 0 for no or off, unless noted otherwise. The tool does not interpret the fields marked
-   "camera's own"; docs/protocol.md says what the simulated camera sends there. */
+/* A flag is 1 for yes or on, 0 for no or off, unless noted otherwise. Only the name of a field marked "undocumented" is
+   known; docs/protocol.md says what the simulated camera sends there. */
 
 /* Block 0: lens. */
 typedef struct {
@@ -157,9 +160,9 @@ typedef struct {
   uint8_t digitalZoom;       /* flag */
   uint8_t focusMode;         /* 0 manual, 1 auto */
   uint8_t lowContrastDetect; /* flag */
-  uint8_t camMemoryRecall;   /* flag, camera's own */
-  uint8_t focusCmd;          /* flag, camera's own */
-  uint8_t zoomCmd;           /* flag, camera's own */
+  uint8_t camMemoryRecall;   /* flag, undocumented */
+  uint8_t focusCmd;          /* flag, undocumented */
+  uint8_t zoomCmd;           /* flag, undocumented */
 } LensControlRecord;
 
 /* Block 1: exposure and white balance. */
@@ -194,11 +197,11 @@ typedef struct {
   uint8_t mute;              /* flag: picture muted */
   uint8_t titleDisplay;      /* flag */
   uint8_t display;           /* flag */
-  uint8_t pictureEffectMode; /* 0..7, camera's own */
+  uint8_t pictureEffectMode; /* 0..7, undocumented */
   uint16_t cameraId;         /* its third hexadecimal digit is always F */
-  uint8_t memory;            /* flag (data byte 10, bit 4), camera's own */
-  uint8_t icr1;              /* flag (data byte 10, bit 2), camera's own: second flag of the filter */
-  uint8_t hz;                /* flag (data byte 10, bit 0), camera's own: 1 at 50 Hz, 0 at 60 Hz */
+  uint8_t memory;            /* flag (data byte 10, bit 4), undocumented */
+  uint8_t icr1;              /* flag (data byte 10, bit 2), undocumented; simulated as a copy of icr */
+  uint8_t hz;                /* flag (data byte 10, bit 0), undocumented; simulated as 1 at 50 Hz, 0 at 60 Hz */
 } OtherControlRecord;
 
 /* Block 3: enlarged functions. */
@@ -207,18 +210,18 @@ typedef struct {
   uint8_t afActiveTime;        /* 0..255 */
   uint8_t afIntervalTime;      /* 0..255 */
   uint8_t spotAePos;           /* 0..15 */
-  uint8_t md;                  /* flag (data byte 8, bit 2), camera's own */
-  uint8_t alarm;               /* flag (data byte 8, bit 1), camera's own */
+  uint8_t md;                  /* flag (data byte 8, bit 2), undocumented */
+  uint8_t alarm;               /* flag (data byte 8, bit 1), undocumented */
   uint8_t pictureFlip;         /* flag: turned upside down */
   uint8_t colorGain;           /* 0..7 */
   uint8_t advancedPrivacy;     /* flag */
-  uint8_t alarm1;              /* flag (data byte 9, bit 1), camera's own: second flag of the alarm */
-  uint8_t pictureFlip1;        /* flag (data byte 9, bit 0): second flag of the flip */
+  uint8_t alarm1;              /* flag (data byte 9, bit 1), undocumented; simulated as a copy of alarm */
+  uint8_t pictureFlip1;        /* flag (data byte 9, bit 0), undocumented; simulated as a copy of pictureFlip */
   uint8_t aeResponse;          /* 0..31 */
-  uint8_t gamma;               /* 0..7, camera's own */
+  uint8_t gamma;               /* 0..7, undocumented */
   uint8_t highSensitivityMode; /* flag */
   uint8_t nrLevel;             /* noise reduction: 0 off, 1..7 level */
-  uint8_t chromaSuppress;      /* 0..7, camera's own */
+  uint8_t chromaSuppress;      /* 0..7, undocumented */
   uint8_t gainLimit;           /* position, see SnrQM2150_GainPos2dB */
 } EnlargeFunction1Record;
 
@@ -238,7 +241,7 @@ extern OtherControlRecord gtOtherControl;
 extern EnlargeFunction1Record gtEnlargeFun1;
 extern EnlargeFunction2Record gtEnlargeFun2;
 
-/* Block 0 to block 4 into *record. */
+/* Read block 0 to block 4 into *record. */
 int QM2150_GetLensControl(LensControlRecord* record);
 int QM2150_GetCameraControl(CameraControlRecord* record);
 int QM2150_GetOtherControl(OtherControlRecord* record);

@@ -1,4 +1,4 @@
-// The block inquiries: a table of fields for each, and one routine that reads them all.
+// The block inquiries: a table of fields for each block, and one routine that reads any block.
 #include <bit>
 #include <cstddef>
 #include <cstring>
@@ -23,7 +23,7 @@ constexpr uint8_t kDataBytes = 13;
 // Which bits of the data bytes D0..D12 make up a field.
 struct Bits {
   uint8_t first;     // index of the first byte
-  uint8_t bytes;     // number of bytes, the most significant first; each adds a nibble below the ones before it
+  uint8_t bytes;     // number of bytes, most significant first; if there are several, each holds one nibble
   uint8_t mask;      // for each byte; the selected bits are shifted down to bit 0
   uint8_t shift;     // the whole value is shifted up by this
   bool wholeSecond;  // ORs the whole second byte into the value, with its low nibble set: see CameraId
@@ -60,7 +60,8 @@ struct Field {
 constexpr Field kLensControl[] = {
     {FIELD(LensControlRecord, zoomPos), Nibbles(0, 4), "Zoom Pos\t\t=\t0x%04x\n"},
     {FIELD(LensControlRecord, focusNearLimit), Nibbles(4, 2, 8), "Focus Near Limit\t=\t0x%04x\n"},
-    {FIELD(LensControlRecord, focusPos), Nibbles(6, 4), "Focus Pos\t\t=\t0x%02x\n"},  // %02x, not %04x: kept
+    // Intentional: %02x although the value has four digits, because scripts may read the log.
+    {FIELD(LensControlRecord, focusPos), Nibbles(6, 4), "Focus Pos\t\t=\t0x%02x\n"},
     {FIELD(LensControlRecord, dzoomMode), Bit(11, 5), "DZoom Mode\t\t=\t0x%02x\n"},
     {FIELD(LensControlRecord, afMode), Masked(11, 0x18), "AF Mode\t\t=\t0x%02x\n"},
     {FIELD(LensControlRecord, afSensitivity), Bit(11, 2), "AF Sensitivity  \t=\t0x%02x\n"},
@@ -143,12 +144,13 @@ constexpr Field kEnlargeFunction2[] = {
 
 #undef FIELD
 
-// Converts to any field, to count those of a record.
+// Converts to any type, so a record can be initialised with as many AnyFields as it has fields.
 struct AnyField {
   template <typename T>
   operator T() const;
 };
 
+// The number of fields of a record: tries one more until the record cannot be initialised with that many.
 template <typename Record, typename... Fields>
 consteval size_t CountFields() {
   if constexpr (requires { Record{Fields{}..., AnyField{}}; }) {
@@ -177,6 +179,8 @@ static_assert(CoversRecord<EnlargeFunction1Record>(kEnlargeFunction1),
 static_assert(CoversRecord<EnlargeFunction2Record>(kEnlargeFunction2),
               "a field of EnlargeFunction2Record lacks its row");
 
+// Sends the inquiry of a block and checks the reply; stores and logs its fields. lengthFailure: logged for a reply of a
+// wrong length.
 int GetBlock(uint8_t block, const char* lengthFailure, std::span<const Field> fields, void* record) {
   const uint8_t body[] = {kCategoryBlock, block};
   tVisca reply;

@@ -1,4 +1,4 @@
-// The camera settings: one table row each, one read routine, one write routine.
+// The camera settings: a table row for each, and one routine that reads and one that writes any of them.
 #include <algorithm>
 #include <initializer_list>
 
@@ -51,15 +51,15 @@ struct Setting {
   uint8_t replyLength;  // data bytes
   struct {
     uint8_t first, count;
-  } zero = {};  // the reply bytes that must be 0x00
-  T (*value)(const uint8_t* d);
-  uint32_t (*data)(T value, uint8_t* d);
-  const char* lengthFailure;
-  const char* zeroFailure = nullptr;
+  } zero = {};                              // the reply bytes that must be 0x00
+  T (*value)(const uint8_t* d);             // extracts the value from the reply's data bytes
+  uint32_t (*data)(T value, uint8_t* d);    // writes the command's bytes after the code, returns their number
+  const char* lengthFailure;                // logged for a reply of another length
+  const char* zeroFailure = nullptr;        // logged if one of the `zero` bytes differs
   const char* readFailure;                  // logged if the first read-back fails
   const char* secondReadFailure = nullptr;  // logged if the second one fails; null: the same text
   const char* mismatch;                     // a format for the value written and the value read; may show neither
-  int lengthResult = RESULT_BAD_REPLY;
+  int lengthResult = RESULT_BAD_REPLY;      // returned for a reply of another length
 };
 
 using Byte = Setting<uint8_t>;

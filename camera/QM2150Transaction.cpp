@@ -1,3 +1,5 @@
+// One command or inquiry: completes the request, exchanges it for a reply, unwraps and checks the reply. What the data
+// bytes mean is left to the callers.
 #include "camera/QM2150Transaction.h"
 
 #include <algorithm>
@@ -19,7 +21,9 @@ static_assert(sizeof(tVisca) == 20);
 
 namespace {
 
-constexpr uint8_t kAddress = 0x81;  // from the controller to the camera at address 1
+constexpr uint8_t kRequestOverhead = 4;  // bytes of a VISCA request around its data: three before, the terminator after
+constexpr uint8_t kDebugBitCompletions = 15;  // of giDebug
+constexpr uint8_t kAddress = 0x81;            // from the controller to the camera at address 1
 constexpr uint8_t kReplyHeader = 0x90;
 constexpr uint8_t kTerminator = 0xFF;
 constexpr uint8_t kCompletion = 0x50;
@@ -28,7 +32,7 @@ constexpr uint8_t kError = 0x60;
 // Completes and sends the prepared request, and receives a reply body. Checks its header and sequence id.
 int Exchange() {
   ViscaRequestFrame& request = gtUart1ViscaCmdInq;
-  request.length = static_cast<uint8_t>(request.count + 4);
+  request.length = static_cast<uint8_t>(request.count + kRequestOverhead);
   request.address = kAddress;
   request.terminator = kTerminator;
   request.start = kFrameStart;
@@ -159,8 +163,9 @@ int QM2150_ChecRespVisca(const tVisca* reply) {
   if (reply->terminator != kTerminator) {
     return LogFailure(RESULT_BAD_REPLY, "VISCA RESP Terminator fail!\n");
   }
-  // Intentional: only these two values are compared, so an acknowledgement or an error with a socket number passes.
-  if (reply->replyType == kCompletion && DebugEnable(15, static_cast<uint32_t>(giDebug)) == 1) {
+  // Intentional: only these two values are compared, so an acknowledgement or an error with a socket number passes. The
+  // header promises that, and callers of the library may depend on it.
+  if (reply->replyType == kCompletion && DebugEnable(kDebugBitCompletions, static_cast<uint32_t>(giDebug)) == 1) {
     LOG(LOG_DEBUG, "VISCA RESP ACK!\n");  // a completion; the text is kept because scripts may read the log
   }
   if (reply->replyType == kError) {

@@ -16,22 +16,22 @@ ZR4410_BEGIN_DECLS
 
 /* A calibration point. Each table is in ascending order of position. */
 typedef struct {
-  int32_t value; /* centimetres, or magnification */
+  int32_t value; /* gtFocusPosTb: centimetres; the others: magnification */
   uint16_t position;
   uint8_t reserved[2]; /* zero */
 } CalibrationEntry;
 
 extern const CalibrationEntry gtFocusPosTb[15], gtDigitalZoomTb[12], gtOpticalZoomTb[20], gtCombineZoomTb[31];
 
-/* Returns the denominator N of the shutter time 1/N s at position 0..21 for a frequency of 50 or 60 Hz; -59 for any
-   other position or frequency. */
+/* Returns the denominator N of the shutter time 1/N s at position 0..21 for a mains frequency of 50 or 60 Hz; -59 for
+   any other position or frequency. */
 int32_t SnrQM2150_Pos2Shutter(int32_t frequency, uint32_t position);
 
 /* Returns the F-number at iris position 0 (closed: 360.0) or 5..17; SNRQM2150_NO_VALUE for any other position. */
 double SnrQM2150_IrisPos2Fno(uint32_t position);
 
-/* Returns the gain in dB at position 0..15; SNRQM2150_NO_VALUE for any other position. If highSensitivity is VISCA_ON,
-   positions 11..15 give a higher gain. */
+/* Returns the gain in dB at position 0..15: -3.0..28.0. SNRQM2150_NO_VALUE for any other position. If highSensitivity
+   is VISCA_ON of camera/QM2150.h, positions 11..15 give 6 to 12 dB more: up to 40.0. */
 double SnrQM2150_GainPos2dB(uint32_t highSensitivity, int32_t position);
 
 /* Exposure-compensation position 0..14 to -10.5..10.5 dB. */
@@ -72,14 +72,26 @@ typedef struct {
 
 extern StartupParams gtParams;
 
-int SnrQM2150_SetFocusMode(int32_t mode);                  /* 1 auto, 0 manual */
-int SnrQM2150_SetBlcIndex(int32_t index);                  /* backlight compensation 0..8; any other index acts as 4 */
-int SnrQM2150_SetMirror(int32_t on);                       /* 1 on, 0 off */
-int SnrQM2150_SetMirrorFlip(int32_t mirror, int32_t flip); /* each 1 on, 0 off */
-int SnrQM2150_SetDnIsMode(void);                           /* automatic day/night */
-int SnrQM2150_SetDnNightMode(void);
-int SnrQM2150_SetDnDayMode(void);
-int SnrQM2150_SetSaturation(int32_t index); /* 124..138 give colour gain 0..14; lower ones give 0, higher ones 14 */
+int SnrQM2150_SetFocusMode(int32_t mode); /* 1 auto, 0 manual */
+
+/* Sets backlight compensation 0..8: switches exposure compensation on and sets it to -10.5..10.5 dB. Index 4 gives
+   0 dB, and so does an index out of range. */
+int SnrQM2150_SetBlcIndex(int32_t index);
+
+/* Mirrors the picture left to right: 1 on, 0 off. */
+int SnrQM2150_SetMirror(int32_t on);
+
+/* Each argument: 1 on, 0 off. flip turns the picture upside down and mirrors it left to right; mirror mirrors it once
+   more. */
+int SnrQM2150_SetMirrorFlip(int32_t mirror, int32_t flip);
+
+int SnrQM2150_SetDnIsMode(void);    /* automatic: the camera switches between day and night itself */
+int SnrQM2150_SetDnNightMode(void); /* night: automatic switching off, infra-red cut filter removed */
+int SnrQM2150_SetDnDayMode(void);   /* day: automatic switching off, infra-red cut filter in place */
+
+/* Sets the colour gain: index 124..138 gives 0..14; a lower one gives 0, a higher one 14. Prints the index, limited to
+   0..255, and the gain to standard output first. */
+int SnrQM2150_SetSaturation(int32_t index);
 
 /* Sets the sensor mode for 50 Hz (1080p 25fps) or 60 Hz (1080p 30fps) mains. If the camera is not in this mode yet, it
    is switched off and on. This takes at least 9 seconds, about 19 if the camera wakes up at the last of ten attempts,

@@ -10,7 +10,7 @@
 
 namespace {
 
-// Interpolates between the two points of the table around the position.
+// Interpolates between the two table points that enclose the position.
 int Interpolate(std::span<const CalibrationEntry> table, uint32_t position, double* out) {
   if (position < table.front().position || position > table.back().position) {
     return RESULT_NO_ENTRY;
@@ -53,7 +53,8 @@ int32_t SnrQM2150_Pos2Shutter(int32_t frequency, uint32_t position) {
 }
 
 double SnrQM2150_IrisPos2Fno(uint32_t position) {
-  // Intentional: 360.0 for the closed iris, and no value for positions 1 to 4, at which the exposure report fails.
+  // Intentional: 360.0 for the closed iris, which the exposure report shows; no value for positions 1 to 4, at which it
+  // fails. Scripts may read the report.
   static constexpr double kNoValue = SNRQM2150_NO_VALUE;
   static constexpr double kFno[] = {360.0, kNoValue, kNoValue, kNoValue, kNoValue, 14.0, 11.0, 9.6, 8.0,
                                     6.8,   5.6,      4.8,      4.0,      3.4,      2.8,  2.4,  2.0, 1.6};
@@ -66,15 +67,16 @@ double SnrQM2150_GainPos2dB(uint32_t highSensitivity, int32_t position) {
     return SNRQM2150_NO_VALUE;
   }
   const double dB = position == 0 ? -3.0 : 2.0 * (position - 1);
-  static constexpr double kHighSensitivity[] = {6.0, 6.0, 9.0, 9.0, 12.0};  // added from position 11 on
-  return highSensitivity == VISCA_ON && position >= 11 ? dB + kHighSensitivity[position - 11] : dB;
+  static constexpr int32_t kFirstRaised = 11;
+  static constexpr double kHighSensitivity[] = {6.0, 6.0, 9.0, 9.0, 12.0};  // added from this position on
+  return highSensitivity == VISCA_ON && position >= kFirstRaised ? dB + kHighSensitivity[position - kFirstRaised] : dB;
 }
 
 int SnrQM2150_ExpCompPos2Db(uint32_t position, double* out) {
   if (position > 14) {
     return RESULT_NO_ENTRY;
   }
-  *out = (position - 7.0) * 1.5;
+  *out = (position - 7.0) * 1.5;  // 1.5 dB a step, 0 dB in the middle
   return RESULT_OK;
 }
 

@@ -13,7 +13,8 @@ struct ModeName {
   const char* name;
 };
 
-// Intentional: the three analogue-only modes of a television standard have the same name and differ only in the code.
+// Intentional: the three analogue-only modes of a television standard have the same name, because scripts may read the
+// list (-s 1 1). The code tells them apart.
 constexpr ModeName kSnrModes[] = {
     {0x00, "unknown"},
     {0x01, "1080i 60fps (Default)"},

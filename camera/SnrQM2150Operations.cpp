@@ -68,9 +68,8 @@ int SnrQM2150_SetFocusMode(int32_t mode) {
 }
 
 int SnrQM2150_SetBlcIndex(int32_t index) {
-  // Steps of two except at both ends. An index out of range gives the centre.
-  static constexpr uint8_t kSteps[] = {0, 1, 3, 5, 7, 9, 11, 13, 14};
-  static constexpr uint8_t kCentre = 7;
+  static constexpr uint8_t kSteps[] = {0, 1, 3, 5, 7, 9, 11, 13, 14};  // steps of two, except at both ends
+  static constexpr uint8_t kCentre = 7;                                // for an index out of range
   uint8_t expComp = 0;
   if (const int result = QM2150_GetExpComp(&expComp); result < 0) {
     return LogFailureUnlessStopped(result, "QM2150_GetExpComp failed!\n");
@@ -81,6 +80,7 @@ int SnrQM2150_SetBlcIndex(int32_t index) {
     }
   }
   const bool listed = index >= 0 && index < static_cast<int32_t>(std::size(kSteps));
+  // Intentional: no line of its own for a failure, unlike above, because scripts may read the log.
   return QM2150_SetExpCompStep(listed ? kSteps[index] : kCentre);
 }
 
@@ -115,15 +115,19 @@ int SnrQM2150_SetDnNightMode(void) {
 
 int SnrQM2150_SetDnDayMode(void) {
   if (const int result = QM2150_SetAutoIcr(VISCA_OFF); result < 0) {
-    // Intentional: only here the line is logged even for a stop request. Kept because scripts may read the log.
+    // Intentional: unlike SnrQM2150_SetDnNightMode, logs the line even for a stop request, because scripts may read the
+    // log.
     return LogFailure(result, "QM2150_SetAutoIcr failed!\n");
   }
   return LogFailureUnlessStopped(QM2150_SetIcr(VISCA_OFF), "QM2150_SetIcr failed!\n");
 }
 
 int SnrQM2150_SetSaturation(int32_t index) {
-  index = std::clamp(index, 0, 255);
-  const int32_t saturation = std::clamp(index - 124, 0, 14);
+  static constexpr int32_t kMaxIndex = 255;
+  static constexpr int32_t kIndexOfGain0 = 124;
+  static constexpr int32_t kMaxGain = 14;
+  index = std::clamp(index, 0, kMaxIndex);
+  const int32_t saturation = std::clamp(index - kIndexOfGain0, 0, kMaxGain);
   const uint8_t colorGain = static_cast<uint8_t>(saturation);
   printf("iSaturationIndex = %d, iSaturation = %d, bColorGain = %d\n", index, saturation, colorGain);
   return LogFailureUnlessStopped(QM2150_SetColorGain(colorGain), "QM2150_SetColorGain failed!\n");
@@ -149,7 +153,9 @@ int SnrQM2150_SetSnrMode(int32_t hz) {
 
   uint64_t start = 0;
   GetMsFromStart(&start);
-  if (QM2150_SetSnrMode(static_cast<uint8_t>(target)) < 0) {  // logged and ignored, even a stop request
+  // Intentional: every failure is ignored, even a stop request. The reads after the power cycle show whether the camera
+  // has the mode, and the next exchange returns the stop request.
+  if (QM2150_SetSnrMode(static_cast<uint8_t>(target)) < 0) {
     LOG(LOG_ERR, "[init] QM2150_SetSnrMode failed!\n");
   }
   if (SwitchLensPower(0, "[init] QM2150 Power Off.\n") < 0 || SwitchLensPower(1, "[init] QM2150 Power On.\n") < 0) {
@@ -177,7 +183,7 @@ int SnrQM2150_SetSnrMode(int32_t hz) {
     LogElapsed(start);
     return result;
   }
-  return RESULT_BAD_REPLY;
+  return RESULT_BAD_REPLY;  // the last read succeeded, so nothing is logged here
 }
 
 int SnrQM2150_Command(uint32_t count, const uint8_t* bytes) { return QM2150_Command(count, bytes); }

@@ -1,4 +1,4 @@
-# 32-bit PowerPC, which stores the most significant byte first.
+# 32-bit PowerPC, big-endian.
 set(CMAKE_SYSTEM_PROCESSOR ppc)
 set(triple powerpc-linux-gnu)
 set(emulator qemu-ppc -L /usr/${triple})

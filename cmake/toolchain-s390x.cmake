@@ -1,4 +1,4 @@
-# IBM Z (s390x): 64 bits, stores the most significant byte first.
+# IBM Z (s390x): 64-bit, big-endian.
 set(CMAKE_SYSTEM_PROCESSOR s390x)
 set(triple s390x-linux-gnu)
 set(emulator qemu-s390x -L /usr/${triple})

@@ -1,3 +1,4 @@
+// Performs each action of -s and -m: calls the driver, prints the answer, logs a failure.
 #include "frontend/DeviceActions.h"
 
 #include <cstdint>
@@ -12,7 +13,7 @@
 
 namespace {
 
-// The first number of -s. (The first number of -m is the MCU's command id, in decimal.)
+// The first number of -s. The first number of -m is the MCU's command id, see mcu/McuComm.h.
 enum CameraAction : int32_t { CAMERA_VERSION = 0, CAMERA_SENSOR_MODE = 1, CAMERA_SET_SENSOR_MODE = 2 };
 
 constexpr int32_t kList = 1;  // as the second number: print a list of names instead
@@ -21,7 +22,7 @@ void ShowVersion() {
   uint16_t model = 0;
   uint16_t romVersion = 0;
   if (QM2150_GetVersion(&model, &romVersion) < 0) {
-    LOG(LOG_ERR, "QM2150_VersionInq fail!\n");
+    LOG(LOG_ERR, "QM2150_VersionInq fail!\n");  // Intentional: not the routine's name; scripts may read the log
     return;
   }
   printf("[Model] 0x%04x, [ROM Version] 0x%04x\n", model, romVersion);
@@ -76,7 +77,8 @@ int ListMcuCommands() {
     char description[64] = {};
     if (MCU_Cmd2Str(id, description) < 0) {
       LOG(LOG_ERR, "MCU_Cmd2Str fail!\n");
-      return LogFailure(RESULT_FAILED, "MCU_GetVersion fail!\n");  // kept because scripts may read the log
+      // Intentional: a second line, and one that names the version, because scripts may read the log.
+      return LogFailure(RESULT_FAILED, "MCU_GetVersion fail!\n");
     }
     printf("0x%02x = %s\n", id, description);
   }
@@ -87,7 +89,7 @@ int ShowMcuVersion() {
   uint8_t version = 0;
   if (const int result = MCU_GetVersion(&version); result < 0) {
     LOG(LOG_ERR, "MCU_GetVersion fail!\n");
-    return LogFailure(result, "MCU_GetVersion fail!\n");  // logged twice: kept because scripts may read the log
+    return LogFailure(result, "MCU_GetVersion fail!\n");  // Intentional: twice, because scripts may read the log
   }
   printf("Version = 0x%02x\n", version);
   return RESULT_OK;

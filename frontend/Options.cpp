@@ -1,3 +1,5 @@
+// The usage text, and ParseCommandLine with its table of mode options. Hex text is checked here; numbers are stored
+// unchecked, and the actions check their range.
 #include "frontend/Options.h"
 
 #include <getopt.h>
@@ -17,8 +19,8 @@ uint8_t gbArgv[16];
 
 namespace {
 
-// Intentional: of the short options only y is declared with an argument. The values are not taken from the parser; they
-// are read from argv[2] and argv[3].
+// Intentional: of the short options only y is declared with an argument, and the values are read from argv[2] and
+// argv[3], not taken from the parser, because the device's scripts depend on both.
 constexpr char kShortOptions[] = "hgrmciy:s";
 
 constexpr option kLongOptions[] = {
@@ -38,7 +40,7 @@ enum class Values { None, Number, TwoNumbers, Hex, CategoryAndHex };
 struct ModeOption {
   int letter;
   int32_t mode;
-  int minArgc;  // the smallest accepted; one more argument is accepted, for a trailing -g
+  int minArgc;  // the smallest argc accepted; one more is accepted, for a trailing -g
   Values values;
 };
 
@@ -105,6 +107,7 @@ bool StoreValues(Values values, char** argv) {
 
 }  // namespace
 
+// Intentional: -s has no heading, and -h and -r are missing, because scripts may read the text.
 void usage(void) {
   printf("Usage: %s [OPTION]\n\n", "testZR4410");
   fputs(

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-// Run mode: the last mode option.
+// The run mode, set by the last mode option of the command line.
 enum : int32_t {
   MODE_NONE = 0,
   MODE_CAMERA = 1,          // -s
@@ -28,11 +28,12 @@ void usage(void);
 
 enum class CommandLine {
   Run,    // continue with the run mode
-  Usage,  // the usage was printed: exit with status 0
+  Usage,  // the usage was printed (-h, no or wrong arguments): exit with status 0
   BadHex  // a hex argument was refused, which was logged: exit with status 255
 };
 
-// Parses the options into the globals above and gfDebugFlag.
+// Parses the options into the globals above and gfDebugFlag. argv may be reordered. If there are several mode options,
+// the last one decides.
 CommandLine ParseCommandLine(int argc, char** argv);
 
 // Returns the number that strtol reads from text in base 10, converted to 32 bits. If it needs more than 32 bits, it

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <iterator>
 
 #include "camera/MainsModes.h"
 #include "camera/Math.h"
@@ -27,6 +28,9 @@ const char* Word(const char* const (&words)[N], unsigned value) {
 
 constexpr const char* kOffOn[] = {"OFF", "ON"};
 
+constexpr double kMaxOpticalZoom = 20.0;
+constexpr double kCentimetresPerMetre = 100.0;
+
 // --- Report 0: lens ---
 
 void LogZoom(const LensControlRecord& lens) {
@@ -34,8 +38,8 @@ void LogZoom(const LensControlRecord& lens) {
     case 0: {
       double total = 0.0;
       SnrQM2150_CombineZoom(lens.zoomPos, &total);  // a position without a value shows as 0.00
-      const double optical = std::min(total, 20.0);
-      const double digital = total > 20.0 ? total / 20.0 : 1.0;
+      const double optical = std::min(total, kMaxOpticalZoom);
+      const double digital = total > kMaxOpticalZoom ? total / kMaxOpticalZoom : 1.0;
       LOG(LOG_ERR, "[Combine Zoom] Optical: x%.2lf, Digital: x%.2lf, Combine: x%.2lf\n", optical, digital, total);
       break;
     }
@@ -52,7 +56,7 @@ void LogFocusMode(const LensControlRecord& lens) {
   static constexpr const char* kFocusModes[] = {"Manual,", "Auto,"};
   static constexpr const char* kAfModes[] = {" Normal,", " Interval,", " Zoom Trigger,"};
   static constexpr const char* kSensitivities[] = {" Slow Sensitivity.", " Normal Sensitivity."};
-  // Intentional: afMode, not afSensitivity, selects the sensitivity word too. Kept because scripts may read the report.
+  // Intentional: afMode, not afSensitivity, selects the sensitivity word too, because scripts may read the report.
   LOG(LOG_ERR, "[AF] %s%s%s\n", Word(kFocusModes, lens.focusMode), Word(kAfModes, lens.afMode),
       Word(kSensitivities, lens.afMode));
 }
@@ -66,10 +70,10 @@ int ReportNearLimit(uint16_t focusPos) {
   if (const int result = GetDistance(focusPos, &centimetres); result < 0) {
     return result;
   }
-  if (centimetres < 100.0) {
+  if (centimetres < kCentimetresPerMetre) {
     LOG(LOG_ERR, "[Focus Near Limit] %.0lf cm\n", centimetres);
   } else {
-    LOG(LOG_ERR, "[Focus Near Limit] %.2lf meter\n", centimetres / 100.0);
+    LOG(LOG_ERR, "[Focus Near Limit] %.2lf meter\n", centimetres / kCentimetresPerMetre);
   }
   return RESULT_OK;
 }
@@ -79,10 +83,10 @@ int ReportObjectDistance(uint16_t focusPos) {
   if (const int result = GetDistance(focusPos, &centimetres); result < 0) {
     return result;
   }
-  if (centimetres < 100.0) {
+  if (centimetres < kCentimetresPerMetre) {
     LOG(LOG_ERR, "[Object Distance] %.0lf cm\n", centimetres);
   } else {
-    LOG(LOG_ERR, "[Object Distance] %.2lf meter\n", centimetres / 100.0);
+    LOG(LOG_ERR, "[Object Distance] %.2lf meter\n", centimetres / kCentimetresPerMetre);
   }
   return RESULT_OK;
 }
@@ -96,7 +100,10 @@ int ReportLens() {
   LOG(LOG_ERR, "[Digital Zoom] %s\n", Word(kOffOn, lens.digitalZoom));
   LogZoom(lens);
   LogFocusMode(lens);
-  const uint16_t nearLimit = std::clamp<uint16_t>(lens.focusNearLimit, 0x1000, 0xF000);
+  // Intentional: only the near limit is limited to positions that have a distance. An object position without a
+  // distance makes the report fail, because scripts may read the report.
+  const uint16_t nearLimit =
+      std::clamp(lens.focusNearLimit, std::begin(gtFocusPosTb)->position, std::rbegin(gtFocusPosTb)->position);
   if (const int result = ReportNearLimit(nearLimit); result < 0) {
     return result;
   }
@@ -118,7 +125,7 @@ int ReportExposure() {
   const CameraControlRecord& camera = gtCamControl;
   uint8_t snrMode = 0;
   uint8_t highSensitivity = 0;
-  // Intentional: all four failures log the same text. Kept because scripts may read the log.
+  // Intentional: all four failures log the same text, because scripts may read the log.
   static constexpr char kBlockFailed[] = "QM2150_GetCameraControl failed!\n";
   if (const int result = QM2150_GetCameraControl(&gtCamControl); result < 0) {
     return LogFailure(result, kBlockFailed);
@@ -226,19 +233,22 @@ int GetEnlargeFun2Inquiry(void) {
   if (const int result = QM2150_GetEnlargeFunction2(&gtEnlargeFun2); result < 0) {
     return LogFailure(result, "QM2150_GetEnlargeFunction2 failed!\n");
   }
-  // Intentional: only in this report the separator ends with a line feed. Kept because scripts may read the report.
+  // Intentional: only in this report the separator ends with a line feed, because scripts may read the report.
   LOG(LOG_INFO, "===================================================\n");
   LOG(LOG_INFO, "[WideD mode]%s\n", Word(kModes, wideD.wideDMode));
   // Intentional: no line for wideDScreenDisplay, because scripts may expect these five lines.
   LOG(LOG_INFO, "[WideD detection sensitivity]%s\n", Word(kSensitivities, wideD.wideDDetectionSensitivity));
   LOG(LOG_INFO, "[WideD blocked-up shadow correction level]%s\n",
       Word(kShadowLevels, wideD.wideDShadowCorrectionLevel));
-  LOG(LOG_INFO, "[WideD blown-out hoghlight correction level]%s\n",  // misspelling kept: scripts may read it
+  // Intentional: "hoghlight", because scripts may read the report.
+  LOG(LOG_INFO, "[WideD blown-out hoghlight correction level]%s\n",
       Word(kHighlightLevels, wideD.wideDHighlightCorrectionLevel));
   LOG(LOG_INFO, "[WideD short exposure Exposure ratio] x%02d\n", wideD.wideDShortExposureRatio);
   return RESULT_OK;
 }
 
+// Intentional: most texts name other routines than the ones called, and report 4 has the text of report 3, because
+// scripts may read the log.
 int SystemInquiry(void) {
   switch (giArgv1) {
     case 0:
@@ -250,14 +260,15 @@ int SystemInquiry(void) {
     case 3:
       return LogFailure(GetEnlargeFun1Inquiry(), "GetEnlargeFun1Inquiry failed!\n");
     case 4:
-      return LogFailure(GetEnlargeFun2Inquiry(), "GetEnlargeFun1Inquiry failed!\n");  // the text of report 3: kept
+      return LogFailure(GetEnlargeFun2Inquiry(), "GetEnlargeFun1Inquiry failed!\n");
     default:
       return RESULT_FAILED;
   }
 }
 
 int Inquiry(void) {
-  if (giCategoryCode > 255) {
+  // The command line gives one byte at most. Without this check a larger value would be cut to its low byte below.
+  if (giCategoryCode > UINT8_MAX) {
     return LogFailure(RESULT_FAILED, "Inquiry Category Code is not supported.\n");
   }
   char text[64] = {};

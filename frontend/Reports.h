@@ -9,10 +9,10 @@ int Inquiry(void);
 
 // Logs report giArgv1: 0 lens, 1 exposure and white balance, 2 day/night, 3 digital zoom, high sensitivity, gain limit
 // and noise reduction, 4 wide dynamic range.
-// Returns 0; -1 for another number; otherwise the result of the step that failed, which is logged.
+// Returns 0; -1 for any other number; or the result of the step that failed, which is logged.
 int SystemInquiry(void);
 
-// Log report 3 and report 4. Return 0, or the result of the step that failed, which is logged.
+// These log report 3 and report 4. They return 0, or the result of the step that failed, which is logged.
 int GetEnlargeFun1Inquiry(void);
 int GetEnlargeFun2Inquiry(void);
 }

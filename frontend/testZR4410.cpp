@@ -1,5 +1,5 @@
-// testZR4410: performs one action on the camera module or the motor microcontroller. This file contains the course of a
-// run, the read loop and the raw command; the other actions are in DeviceActions.cpp and Reports.cpp.
+// testZR4410: performs one action on the camera module or the motor microcontroller. This file contains the main
+// program, the read loop and the raw command; the other actions are in DeviceActions.cpp and Reports.cpp.
 #include <unistd.h>
 
 #include <csignal>
@@ -25,9 +25,10 @@ RelayMessage gtMsgqRxBuf;  // the last message of the read loop
 namespace {
 
 constexpr char kProgram[] = "testZR4410";
-constexpr char kVersion[] = "0.0.1";
+constexpr char kVersion[] = ZR4410_VERSION;  // of the project, see CMakeLists.txt
 constexpr char kSettingsPath[] = "/sysconf/conf.img";
-constexpr int kExitBadHex = -1;  // exit status 255
+constexpr int kExitBadHex = -1;          // exit status 255
+constexpr useconds_t kReadPause = 1000;  // microseconds; limits the CPU load if receiving returns at once
 
 void LogBanner(const char* word) {
   LogSeparator();
@@ -77,7 +78,7 @@ void ReadLoop() {
     if (result < 0) {
       LOG(LOG_ERR, "ZR4410_MsgQ_Receive fail!\n");
     }
-    usleep(1000);
+    usleep(kReadPause);
   }
   LOG(LOG_INFO, "Finish main loop.");
 }

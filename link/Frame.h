@@ -10,17 +10,15 @@ inline constexpr uint8_t kFrameStart = 0xAA;  // also each of the two relay head
 inline constexpr uint8_t kFrameStop = 0x55;
 inline constexpr uint8_t kReplyBit = 0x80;      // a reply's command code is the request's plus this
 inline constexpr uint8_t kMaxPayload = 16;      // bytes of payload of a request or a plain reply
+inline constexpr uint8_t kFrameOverhead = 5;    // bytes of a frame around its payload: three before it, two after it
 inline constexpr uint8_t kCommandVisca = 0x02;  // command code of every camera request
-inline constexpr uint8_t kAcknowledged = 0x10;  // first data byte of an accepted command's plain reply
+inline constexpr uint8_t kAcknowledged = 0x10;  // first data byte of the reply to a delivered command
 
-// Offsets into the relay body.
+// Offsets into the relay body. link/Relay.h has the whole layout.
 enum RelayOffset : size_t {
   RELAY_SEQUENCE_ID = 2,
   RELAY_FRAME_LENGTH = 3,
   RELAY_START = 4,
-  RELAY_COMMAND = 5,
-  RELAY_LENGTH = 6,
-  RELAY_PAYLOAD = 7,
 };
 
 // Writes the two header bytes into the outgoing body, increments the sequence id in it (255 is followed by 0) and

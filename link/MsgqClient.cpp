@@ -33,14 +33,16 @@ struct KernelMessage {
 
 ssize_t ReceiveNow(KernelMessage& message) { return msgrcv(giMsgIdRx, &message, kBodySize, 0, IPC_NOWAIT); }
 
-void Dump(const char* title, const RelayMessage* message, int32_t count) {
+// Dumps the first count bytes of a message, from the type word on.
+void Dump(const char* title, const RelayMessage* message, size_t count) {
   if (gfDebugFlag) {
     puts(title);
-    DumpData(reinterpret_cast<const uint8_t*>(message), count);
+    DumpData(reinterpret_cast<const uint8_t*>(message), static_cast<int32_t>(count));
   }
 }
 
-// If the clock fails, logs it and leaves the time unchanged.
+// If the clock fails, logs it and leaves the time unchanged. Intentional: info, not error, because scripts may depend
+// on the level.
 void ReadClock(uint64_t& milliseconds) {
   if (GetMsFromStart(&milliseconds) < 0) {
     LOG(LOG_INFO, "GetMsFromStart failed!\n");
@@ -90,7 +92,7 @@ int ZR4410_MsgQ_Send(const RelayMessage* message) {
       return RESULT_STOPPED;
     }
   } while (ReceiveNow(stale) != -1);
-  if (errno != ENOMSG) {
+  if (errno != ENOMSG) {  // not a failure: the request can be sent all the same
     LOG(LOG_DEBUG, "Reflush Receive Msqg (%d): %s", errno, strerror(errno));
   }
 
@@ -100,8 +102,9 @@ int ZR4410_MsgQ_Send(const RelayMessage* message) {
   if (msgsnd(giMsgIdTx, &request, kBodySize, IPC_NOWAIT) == -1) {
     return LogFailure(RESULT_FAILED, "msgsnd failed!");
   }
-  Dump("[testZR4410] client msgsnd:", message,
-       36);  // from the type word on, so the last four bytes of the body are not shown
+  // Intentional: four bytes fewer than the whole message, because the programs that read the dump, such as
+  // simZR4410 decode, expect this length. No frame reaches the last four bytes of the body.
+  Dump("[testZR4410] client msgsnd:", message, kBodySize);
   return RESULT_OK;
 }
 
@@ -125,7 +128,7 @@ int ZR4410_MsgQ_Receive(RelayMessage* message) {
       memcpy(message->body, reply.body, static_cast<size_t>(count));
     }
     if (count == static_cast<ssize_t>(kBodySize)) {
-      Dump("[testZR4410] client msgrcv:", message, 40);
+      Dump("[testZR4410] client msgrcv:", message, sizeof *message);
       return RESULT_OK;
     }
     if (count != -1 || error != ENOMSG) {
@@ -136,8 +139,9 @@ int ZR4410_MsgQ_Receive(RelayMessage* message) {
       LOG(LOG_INFO, "msgrcv len = 0\n");
     }
     ReadClock(now);
+    // Signed, because a clock that goes back must not end the wait.
     if (static_cast<int64_t>(now - start) > ZR4410_TIMEOUT_MS) {
-      if (gfDebugFlag) {
+      if (gfDebugFlag) {  // without -g the callers' lines are enough
         LOG(LOG_ERR, "msgrcv timeout!");
       }
       return RESULT_TIMEOUT;

@@ -15,7 +15,7 @@ enum {
 
 /* A message, 40 bytes on every platform. The kernel's own message starts with a native long; this module converts. */
 typedef struct {
-  int32_t type;     /* message type: the sender's process id */
+  int32_t type;     /* message type: in a request the sender's process id; ignored in a reply */
   uint8_t body[36]; /* relay body, see link/Relay.h */
 } RelayMessage;
 
@@ -23,15 +23,17 @@ extern int32_t giMsgIdTx; /* id of the request queue, -1 until opened */
 extern int32_t giMsgIdRx; /* id of the reply queue, -1 until opened */
 
 /* The outgoing and the incoming message of all camera and MCU exchanges. Only ZR4410_MsgQ_Open clears them: the
-   outgoing body keeps the sequence id and the end of a longer request until they are overwritten. */
+   outgoing body keeps the sequence id and the end of an earlier, longer request until they are overwritten. */
 extern RelayMessage gtZR4410MsgqCmdBuf, gtZR4410MsgqRespBuf;
 
 /* Opens both queues by their keys (ftok on /defconf/conf.ptz, 'b' for requests, 'a' for replies). Creates a missing
    queue: requests write-only (0222), replies read-only (0444). On success also clears the two messages above and stores
-   the process id in the outgoing one. Returns 0; -1 if a key or a queue cannot be made. */
+   the process id in the outgoing one. Returns 0; -1 if a key cannot be computed, or a queue cannot be opened or
+   created. */
 int ZR4410_MsgQ_Open(void);
 
-/* Discards every message waiting on the reply queue, then sends without waiting.
+/* Discards the messages waiting on the reply queue, up to the first one longer than 36 bytes, then sends without
+   waiting.
    Returns 0; -15 if the stop flag is set; -1 if the queue is not open or sending fails, for example on a full queue. */
 int ZR4410_MsgQ_Send(const RelayMessage* message);
 

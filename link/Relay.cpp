@@ -1,3 +1,5 @@
+// The relay header with the sequence id, the checksum, and the camera's frames in the relay body. Plain frames are in
+// mcu/McuComm.cpp.
 #include "link/Relay.h"
 
 #include <algorithm>
@@ -11,6 +13,12 @@
 uint8_t gbSeqId, gbUart1Command;
 
 static_assert(sizeof(ViscaRequestFrame) == 26 && sizeof(ViscaReplyFrame) == 25 && sizeof(PlainFrame) == 21);
+
+namespace {
+
+constexpr uint8_t kReplyOverhead = 3;  // bytes of a VISCA reply around `middle`: two before it, the terminator after it
+
+}  // namespace
 
 void FillRelayHeader(uint8_t* body) {
   body[0] = kFrameStart;
@@ -34,7 +42,7 @@ int QM2150_FillZR4410(const ViscaRequestFrame* frame, uint8_t* body) {
   if (frame->length > kMaxPayload) {
     return LogFailure(RESULT_TOO_LONG, "Len > VISCA_PACKET_MAX_LEN");
   }
-  body[RELAY_FRAME_LENGTH] = static_cast<uint8_t>(frame->length + 5);
+  body[RELAY_FRAME_LENGTH] = static_cast<uint8_t>(frame->length + kFrameOverhead);
   uint8_t* next = std::copy_n(FrameBytes(frame), offsetof(ViscaRequestFrame, count), body + RELAY_START);
   next = std::copy_n(frame->data, std::min<size_t>(frame->count, sizeof frame->data), next);
   *next++ = frame->terminator;
@@ -60,7 +68,7 @@ int QM2150_FillUart1Resp(const uint8_t* body, ViscaReplyFrame* frame) {
   frame->length = *next++;
   frame->first = *next++;
   frame->second = *next++;
-  frame->count = static_cast<uint8_t>(frame->length - 3);  // for a packet shorter than 3 it wraps and is refused below
+  frame->count = static_cast<uint8_t>(frame->length - kReplyOverhead);  // wraps if the packet is shorter: refused below
   if (frame->count > sizeof frame->middle) {
     return LogFailure(RESULT_TOO_LONG, "Len > VISCA_PACKET_MAX_LEN");
   }

@@ -35,40 +35,41 @@ typedef struct {
 
 /* Camera reply frame, 25 bytes. */
 typedef struct {
-  uint8_t start;
-  uint8_t command;
-  uint8_t length;     /* of the VISCA reply packet */
+  uint8_t start;      /* 0xAA */
+  uint8_t command;    /* 0x82 */
+  uint8_t length;     /* of the VISCA reply packet: count + 3 */
   uint8_t first;      /* first reply byte: 0x90 */
   uint8_t second;     /* second reply byte: 0x4y acknowledgement, 0x5y completion, 0x6y error */
-  uint8_t count;      /* number of reply bytes between the second byte and the terminator: length - 3 */
+  uint8_t count;      /* number of reply bytes between the second byte and the terminator, 0..16 */
   uint8_t middle[16]; /* only the first count bytes are used */
-  uint8_t terminator;
+  uint8_t terminator; /* 0xFF */
   uint8_t checksum;
-  uint8_t stop;
+  uint8_t stop; /* 0x55 */
 } ViscaReplyFrame;
 
 /* Plain frame, 21 bytes: MCU requests and replies, and the daemon's acknowledgement of a camera command. In this record
    checksum and stop are always last, for every length. */
 typedef struct {
-  uint8_t start;
-  uint8_t command;
-  uint8_t length;   /* 0..16 */
+  uint8_t start;    /* 0xAA */
+  uint8_t command;  /* command code; a reply's is the request's plus 0x80 */
+  uint8_t length;   /* of the data, 0..16 */
   uint8_t data[16]; /* only the first length bytes are used */
   uint8_t checksum;
-  uint8_t stop;
+  uint8_t stop; /* 0x55 */
 } PlainFrame;
 
 extern uint8_t gbSeqId;        /* sequence id of the last request built; the reply must echo it */
 extern uint8_t gbUart1Command; /* command code of the last request frame; the reply's code is this plus 0x80 */
 
-/* Returns the checksum of a camera request frame. */
+/* Returns the checksum of a camera request frame. If its count is above 16, the checksum covers 16 data bytes. */
 uint8_t QM2150_ChecksumViscaCmd(const ViscaRequestFrame* frame);
 
 /* Wraps a camera request frame in the 36-byte body with the next sequence id: one more than the id in the body; 255 is
    followed by 0. Returns 0; -57 if frame->length is above 16: then only the header and the id are written. */
 int QM2150_FillZR4410(const ViscaRequestFrame* frame, uint8_t* body);
 
-/* Checks the header and the sequence id of a received body. Returns 0; -1 if one of them is wrong. */
+/* Checks that a received body starts with 0xAA 0xAA and carries the sequence id gbSeqId. Returns 0; -1 otherwise.
+   Logs only a wrong sequence id. */
 int QM2150_CheckZR4410Packet(const uint8_t* body);
 
 /* Unwraps a camera reply frame from a received body. The frame is not cleared first.
@@ -76,7 +77,7 @@ int QM2150_CheckZR4410Packet(const uint8_t* body);
    written. */
 int QM2150_FillUart1Resp(const uint8_t* body, ViscaReplyFrame* frame);
 
-/* Checks a camera reply frame. Returns 0; -1 if its command code does not answer the request; -58 if its start,
+/* Checks a camera reply frame. Returns 0; -1 if its command code is not gbUart1Command plus 0x80; -58 if its start,
    checksum or stop is wrong. */
 int QM2150_CheckUart1Resp(const ViscaReplyFrame* frame);
 

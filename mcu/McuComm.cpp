@@ -2,6 +2,7 @@
 #include "mcu/McuComm.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <iterator>
@@ -24,6 +25,8 @@ char cCmdNotDefine[] = "Command not define";
 char cValueOutRange[] = "Value out of range";
 char cBausy[] = "Busy";
 char cNull[] = "Null";
+
+constexpr uint8_t kPtzLength = 8;  // data bytes of the reply to MCU_GET_PTZ
 
 struct ResultText {
   uint8_t code;
@@ -68,13 +71,15 @@ int FillRequest(uint8_t* body) {
   if (gtUart1Cmd.length > kMaxPayload) {
     return LogFailure(RESULT_FAILED, "Len > DATA_MAX_LEN");
   }
-  body[RELAY_FRAME_LENGTH] = static_cast<uint8_t>(gtUart1Cmd.length + 5);
-  uint8_t* next = std::copy_n(FrameBytes(&gtUart1Cmd), 3 + gtUart1Cmd.length, body + RELAY_START);
+  body[RELAY_FRAME_LENGTH] = static_cast<uint8_t>(gtUart1Cmd.length + kFrameOverhead);
+  uint8_t* next =
+      std::copy_n(FrameBytes(&gtUart1Cmd), offsetof(PlainFrame, data) + gtUart1Cmd.length, body + RELAY_START);
   *next++ = gtUart1Cmd.checksum;
   *next = gtUart1Cmd.stop;
   return RESULT_OK;
 }
 
+// Checks the header before QM2150_CheckZR4410Packet does, because that routine does not log a wrong one.
 int CheckReplyHeader(const uint8_t* body) {
   if (body[0] != kFrameStart || body[1] != kFrameStart) {
     return LogFailure(RESULT_FAILED, "ZR4410_PACKET_HEADER failed!");
@@ -95,7 +100,8 @@ int SendCommand(uint8_t command, uint8_t data) {
 }  // namespace
 
 uint8_t MCU_ChecksumCmdResp(const PlainFrame* frame) {
-  return static_cast<uint8_t>(-SumBytes(FrameBytes(frame), 3U + std::min(frame->length, kMaxPayload)));
+  return static_cast<uint8_t>(
+      -SumBytes(FrameBytes(frame), offsetof(PlainFrame, data) + std::min(frame->length, kMaxPayload)));
 }
 
 int MCU_FillUart1Resp(const uint8_t* body, PlainFrame* frame) {
@@ -140,6 +146,7 @@ const char* MCU_StrError(uint8_t code) {
   return cNull;
 }
 
+// Intentional: two of the texts name other routines than the ones called, because scripts may read the log.
 int MCU_ProcessUart1(void) {
   gtUart1Cmd.start = kFrameStart;
   gtUart1Cmd.checksum = MCU_ChecksumCmdResp(&gtUart1Cmd);
@@ -184,7 +191,7 @@ int MCU_GetPTZ(int32_t mode, uint32_t* pan, uint16_t* tilt, uint16_t* zoom) {
   if (result < 0) {
     return result;
   }
-  if (gtUart1Resp.length != 8) {
+  if (gtUart1Resp.length != kPtzLength) {
     return RESULT_FAILED;
   }
   const uint8_t* const d = gtUart1Resp.data;

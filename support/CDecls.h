@@ -1,4 +1,4 @@
-/* Enclose the declarations that libzr4410 exports: C linkage and default visibility. */
+/* Macros that enclose the declarations exported by libzr4410: they give them C linkage and default visibility. */
 #ifndef ZR4410_SUPPORT_CDECLS_H
 #define ZR4410_SUPPORT_CDECLS_H
 

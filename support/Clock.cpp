@@ -1,3 +1,4 @@
+// Reads the system's clocks and the RTC driver's text file.
 #include "support/Clock.h"
 
 #include <fcntl.h>
@@ -9,6 +10,13 @@
 
 #include "support/Log.h"
 #include "support/SignalGuard.h"
+
+namespace {
+
+constexpr size_t kDayTimeSize = 16;    // bytes of the caller's text
+constexpr size_t kDayTimeLength = 14;  // "YYYYMMDDhhmmss"
+
+}  // namespace
 
 int GetMsFromStart(uint64_t* milliseconds) {
   timespec now;
@@ -28,11 +36,11 @@ int GetCurrentDayTime(char* text) {
   if (const tm* converted = localtime(&now)) {
     local = *converted;
   }
-  char digits[72];  // room for six numbers of any size; a year of more than four digits pushes the end off the text
+  char digits[72];  // room for six numbers of any size; if the year has more than four digits, the end is cut off
   snprintf(digits, sizeof digits, "%04d%02d%02d%02d%02d%02d", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
            local.tm_hour, local.tm_min, local.tm_sec);
-  memset(text, 0, 16);
-  memcpy(text, digits, strnlen(digits, 14));
+  memset(text, 0, kDayTimeSize);
+  memcpy(text, digits, strnlen(digits, kDayTimeLength));
   return 0;
 }
 
@@ -49,6 +57,5 @@ int IsRtcTime(void) {
     LOG(LOG_ERR, "Read %s failed", kPath);
   }
   close(file);
-  text[sizeof text - 1] = 0;
   return strncmp(text, "rtc_time", 8) == 0 ? 0 : -1;
 }

@@ -13,11 +13,11 @@ ZR4410_BEGIN_DECLS
    "clock_gettime failed." is printed to standard output. */
 int GetMsFromStart(uint64_t* milliseconds);
 
-/* Writes the local time as "YYYYMMDDhhmmss" with its terminating zero. text must hold 16 bytes. Returns 0. */
+/* Writes the local time as "YYYYMMDDhhmmss", followed by two zero bytes. text must hold 16 bytes. Returns 0. */
 int GetCurrentDayTime(char* text);
 
-/* Returns 0 if the RTC driver's text file /proc/driver/rtc begins with "rtc_time"; -1 if it does not or cannot be
-   read. */
+/* Returns 0 if the RTC driver's text file /proc/driver/rtc begins with "rtc_time"; -1 if it does not, or if
+   it cannot be read, which is logged. */
 int IsRtcTime(void);
 
 ZR4410_END_DECLS

@@ -1,3 +1,4 @@
+// What LOG does before and after it calls syslog, the separator line, and the routines that log a failed result.
 #include "support/Log.h"
 
 #include "support/Results.h"

@@ -1,4 +1,4 @@
-// Writes log lines to syslog: the only way to log in the program and the library.
+// Writes log lines to syslog. The program and the library log only through this header.
 #ifndef ZR4410_SUPPORT_LOG_H
 #define ZR4410_SUPPORT_LOG_H
 
@@ -6,12 +6,12 @@
 
 #include "support/SignalGuard.h"
 
-// Logs one line with openlog (ident "testZR4410", LOG_CONS | LOG_PID, LOG_USER), syslog and closelog, and no other
+// Logs one line with openlog (ident "testZR4410", LOG_CONS | LOG_PID, LOG_USER), syslog and closelog, and with no other
 // call, so that a program that wraps these three sees every line. The four handled signals are held back until the line
 // is logged, so SignalHandler may log at any time.
 //   LOG(level, format, arguments...)
 // level: LOG_ERR (3) for failures, LOG_INFO (6) for progress and reports, LOG_DEBUG (7) for traces.
-// format: as for printf. The compiler checks a literal format; a format from a table is checked by tests only.
+// format: as for printf. The compiler checks a literal format; only tests check a format from a table.
 #define LOG(level, ...)               \
   do {                                \
     if (false) {                      \

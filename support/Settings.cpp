@@ -1,7 +1,7 @@
 // Reads and writes values of the settings file. Opening, reading and writing may wait, so a stop signal must be able to
 // interrupt them. Creating or closing a stream may take malloc's lock, for which a handler that logs would wait
-// forever, so signals are held back there. Therefore the file is opened before there is a stream, and the stream gets a
-// buffer of its own so that reading and writing do not allocate.
+// forever, so signals are held back there. Therefore the file is opened before there is a stream, and the stream gets
+// its own buffer so that reading and writing do not allocate.
 #include "support/Settings.h"
 
 #include <fcntl.h>
@@ -16,9 +16,10 @@
 
 namespace {
 
-using Line = char[256];  // 255 characters: a longer line is read as several
+using Line = char[256];           // 255 characters: a longer line is read as several
+using TemporaryPath = char[128];  // a longer path is refused
 
-// A buffered stream with a buffer of its own, so that reading and writing it allocate nothing.
+// A buffered stream with its own buffer, so that reading and writing allocate nothing.
 class Stream {
  public:
   // file: the descriptor, or a negative number if it could not be opened; then there is no stream.
@@ -94,10 +95,10 @@ void CopyValue(const char* value, char* out) {
   *out = 0;
 }
 
-void LogUnopenable(const char* path) { LOG(LOG_ERR, "can not open sysconf file %s.\n", path); }
+void LogOpenFailure(const char* path) { LOG(LOG_ERR, "can not open sysconf file %s.\n", path); }
 
-int OpenTemporary(const char* path, char (&temporary)[128]) {
-  const int length = snprintf(temporary, sizeof temporary, "%s%s", path, ".tmp");
+int OpenTemporary(const char* path, TemporaryPath& temporary) {
+  const int length = snprintf(temporary, sizeof temporary, "%s.tmp", path);
   return length < static_cast<int>(sizeof temporary) ? open(temporary, O_WRONLY | O_CREAT | O_TRUNC, 0666) : -1;
 }
 
@@ -125,7 +126,7 @@ int sysconf_fget(const char* path, const char* key, char* out) {
   }
   Stream file(open(path, O_RDONLY), "r");
   if (!file.IsOpen()) {
-    LogUnopenable(path);
+    LogOpenFailure(path);
     return RESULT_FAILED;
   }
   Line line;
@@ -145,19 +146,20 @@ int sysconf_fset(const char* path, const char* key, const char* value) {
   }
   const int file = open(path, O_RDONLY);
   if (file < 0) {
-    LogUnopenable(path);
+    LogOpenFailure(path);
     return RESULT_FAILED;
   }
-  char temporary[128];
+  TemporaryPath temporary;
   Stream to(OpenTemporary(path, temporary), "w");
   if (!to.IsOpen()) {
-    // Intentional: the settings file stays open in this case. Kept as existing behaviour.
+    // Intentional: the settings file stays open, as the header says. The device's other software calls this routine, so
+    // its behaviour does not change.
     return LogFailure(RESULT_FAILED, "Can not create a temp file for write.");
   }
   Stream from(file, "r");
   if (!from.IsOpen()) {
     to.Close();
-    LogUnopenable(path);
+    LogOpenFailure(path);
     return RESULT_FAILED;
   }
   // Only a complete file may replace the old one.

@@ -1,3 +1,4 @@
+// The signal handler and the flags that it sets.
 #include "support/Signal.h"
 
 #include <atomic>

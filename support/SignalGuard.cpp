@@ -1,3 +1,4 @@
+// The set of the handled signals, and the call that holds them back.
 #include "support/SignalGuard.h"
 
 namespace {

@@ -1,3 +1,4 @@
+// Builds and sends the notice to the daemon, and turns SIGUSR1 into notices.
 #include "support/Thread.h"
 
 #include <unistd.h>
@@ -12,6 +13,12 @@
 #include "support/Signal.h"
 
 RelayMessage gtMsgqTxBuf;  // not the buffer of the requests, because that one is also the sequence counter
+
+namespace {
+
+constexpr useconds_t kCheckInterval = 100000;  // microseconds
+
+}  // namespace
 
 void SendZR4410Msgq(uint8_t code) {
   const uint8_t frame[] = {kFrameStart, kCommandVisca, 0x04, code, 0x22, 0x33, 0x44};
@@ -36,7 +43,7 @@ int Thread(void) {
         caught.store(0);
       }
     }
-    usleep(100000);
+    usleep(kCheckInterval);
   }
   LOG(LOG_INFO, "Finish thread.");
   return 0;

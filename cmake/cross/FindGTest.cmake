@@ -1,5 +1,5 @@
-# GoogleTest for another architecture, built from the sources in Debian's package googletest. The libraries in Debian's
-# package libgtest-dev are for this machine only.
+# Builds GoogleTest for another architecture from the sources in Debian's package googletest. The libraries in
+# libgtest-dev are for this machine only.
 if(NOT TARGET GTest::gmock_main)
   set(BUILD_GMOCK ON)
   set(INSTALL_GTEST OFF)

@@ -4,7 +4,8 @@ set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_C_COMPILER ${triple}-gcc)
 set(CMAKE_CXX_COMPILER ${triple}-g++)
 set(CMAKE_CROSSCOMPILING_EMULATOR ${emulator} CACHE STRING "Command that runs a target's program on this machine")
-add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-Wno-psabi>)  # GCC 7 changed the ABI; nothing here is older than that
+# No notes about the ABI change in GCC 7: nothing here was compiled by an older GCC.
+add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-Wno-psabi>)
 
 set(CMAKE_FIND_ROOT_PATH /usr/${triple})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)

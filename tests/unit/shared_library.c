@@ -5,19 +5,9 @@
 #include <stdio.h>
 #include <string.h>
 
-#include "camera/Math.h"
-#include "camera/QM2150.h"
-#include "camera/SnrQM2150.h"
-#include "link/MsgqClient.h"
-#include "link/Relay.h"
-#include "mcu/McuComm.h"
-#include "support/Debug.h"
-#include "support/Results.h"
-#include "support/Signal.h"
-#include "support/Thread.h"
-#include "support/Utils.h"
+#include <zr4410/zr4410.h>
 
-/* The routines, in the order of the headers. clang-format would take the pointers for products. */
+/* The routines, in the order of the headers. clang-format would lay the pointers out as multiplications. */
 /* clang-format off */
 #define ROUTINES(R) \
   R(void, SetSigID, (int32_t value)) \
@@ -149,12 +139,19 @@
 #define DECLARE(result, name, parameters) result name parameters;
 ROUTINES(DECLARE)
 
+/* Records that are not the type of any global. The sizes of the globals are in cmake/libzr4410.map, and another test
+   compares them. */
+_Static_assert(sizeof(tVisca) == 20, "tVisca has changed");
+_Static_assert(sizeof(tWdrParam) == 5, "tWdrParam has changed");
+_Static_assert(sizeof(InterpolationPoint) == 2 * sizeof(double), "InterpolationPoint has changed");
+
 typedef void (*Routine)(void);
 
 #define ADDRESS(result, name, parameters) (Routine)(name),
-static const Routine kRoutines[] = {ROUTINES(ADDRESS)};
+/* volatile: some compilers know that no address is NULL, and would otherwise drop the tables and their references. */
+static const Routine volatile kRoutines[] = {ROUTINES(ADDRESS)};
 
-static const void* const kGlobals[] = {
+static const void* const volatile kGlobals[] = {
     &giSigID,         &giUsr1SigID,        &giUsr2SigID,         &gfDebugFlag,      &giDebug,         &giMsgIdTx,
     &giMsgIdRx,       &gtZR4410MsgqCmdBuf, &gtZR4410MsgqRespBuf, &gtMsgqTxBuf,      &gbSeqId,         &gbUart1Command,
     &gtUart1Cmd,      &gtUart1Resp,        &gtUart1ViscaCmdInq,  &gtUart1ViscaResp, &gtLensControl,   &gtCamControl,
