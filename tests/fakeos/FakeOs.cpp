@@ -22,8 +22,8 @@
 namespace {
 
 constexpr size_t kBodySize = 36;
-constexpr uint8_t kJunk = 0xEE;     // after the stop byte of a reply, where nothing may be read
-constexpr long kEndless = 1000000;  // more system calls than any test makes
+constexpr uint8_t kJunk = 0xEE;      // after the stop byte of a reply, where nothing may be read
+constexpr long kMaxSteps = 1000000;  // more system calls than any test makes
 
 uint64_t Nanoseconds(int milliseconds) { return uint64_t{1000000} * static_cast<unsigned>(milliseconds); }
 
@@ -48,9 +48,9 @@ std::string Hex(const Bytes& bytes) {
   return text.substr(0, text.empty() ? 0 : text.size() - 1);
 }
 
-LogLine Err(std::string text) { return {3, std::move(text)}; }
-LogLine Info(std::string text) { return {6, std::move(text)}; }
-LogLine Debug(std::string text) { return {7, std::move(text)}; }
+LogLine Err(std::string text) { return {LOG_ERR, std::move(text)}; }
+LogLine Info(std::string text) { return {LOG_INFO, std::move(text)}; }
+LogLine Debug(std::string text) { return {LOG_DEBUG, std::move(text)}; }
 
 std::ostream& operator<<(std::ostream& out, const LogLine& line) {
   return out << "level " << line.level << ' ' << testing::PrintToString(line.text);
@@ -111,7 +111,7 @@ void FakeOs::Arrive(Bytes message, int after, long type) {
   arrivals_.insert(std::find_if(arrivals_.begin(), arrivals_.end(), later), {due, type, std::move(message)});
 }
 
-void FakeOs::RemovePoison() {
+void FakeOs::RemoveOverlong() {
   std::erase_if(arrivals_, [](const Arrival& arrival) { return arrival.bytes.size() > kBodySize; });
 }
 
@@ -133,7 +133,7 @@ FakeOs::FakeOs() : wallClock(1000000000), nowNs_(100'000'000'000), startNs_(nowN
   dup2(memory, STDOUT_FILENO);
   Captured();
   if (current) {
-    abort();  // one at a time
+    abort();  // only one may exist at a time
   }
   current = this;
 }
@@ -152,7 +152,7 @@ FakeOs::~FakeOs() {
   dup2(realStdout_, STDOUT_FILENO);
   close(realStdout_);
   for (const std::string& what : wrong_) {
-    ADD_FAILURE() << "The product made a mistake: " << what;
+    ADD_FAILURE() << "FakeOs found a mistake of the product: " << what;
   }
   if (testing::Test::HasFailure()) {
     fwrite(forgottenOutput_.data(), 1, forgottenOutput_.size(), stdout);
@@ -161,7 +161,7 @@ FakeOs::~FakeOs() {
 }
 
 bool FakeOs::Enter(std::string_view call) {
-  if (++steps_ > kEndless) {
+  if (++steps_ > kMaxSteps) {
     fprintf(stderr, "FakeOs: %ld system calls in one test, the last is %s: an endless loop\n", steps_, call.data());
     abort();
   }
@@ -395,13 +395,13 @@ void FakeOs::Openlog(const char* ident, int option, int facility) {
 
 void FakeOs::Syslog(int priority, const std::string& text) {
   Enter("syslog");
-  if (!logOpen_ || logWritten_ || ((priority & ~7) != 0 && (priority & ~7) != LOG_USER)) {
+  if (!logOpen_ || logWritten_ || ((priority & LOG_FACMASK) != 0 && (priority & LOG_FACMASK) != LOG_USER)) {
     Wrong("syslog " + Number(priority) + " not between openlog and closelog, or a second time: " + text);
   }
   NeedSignalsHeld("syslog " + text);
   logWritten_ = true;
-  log_.push_back({priority & 7, text});
-  timeline_.push_back("log " + Number(priority & 7) + ' ' + text);
+  log_.push_back({LOG_PRI(priority), text});
+  timeline_.push_back("log " + Number(LOG_PRI(priority)) + ' ' + text);
   errno = ENOTTY;  // libc's syslog changes errno too
 }
 
@@ -470,8 +470,8 @@ int FakeOs::Open(const std::string& path, int flags) {
     }
   }
   const auto found = files.find(path);
-  open_[nextFile_] = {path, found == files.end() ? "" : found->second, 0, (flags & O_APPEND) != 0};
-  return nextFile_++;
+  open_[nextFile] = {path, found == files.end() ? "" : found->second, 0, (flags & O_APPEND) != 0};
+  return nextFile++;
 }
 
 ssize_t FakeOs::Read(int file, char* out, size_t size) {

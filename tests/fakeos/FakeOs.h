@@ -1,9 +1,9 @@
 // A fake operating system: unit tests run the product's real code on it, in virtual time.
 //
 // The test executable defines the system calls that the product makes (message queues, syslog, sleeping, clocks, files,
-// getpid, sigaction) and the linker prefers them to libc's; see SystemCalls.cpp. While a FakeOs exists they act on it,
-// otherwise they call libc's, except that nothing is logged. The product itself is not changed for this. A test looks
-// like this:
+// getpid, sigaction), and the linker prefers them to libc's; see SystemCalls.cpp. While a FakeOs exists, they act on
+// it. Otherwise they call libc's, except that nothing is logged. The product itself is not changed for this. A test
+// looks like this:
 //
 //   TEST_F(QM2150Transaction, ASyntaxErrorIsReported) {  // fixtures with an `os`: tests/fakeos/Fixtures.h
 //     os.Reply({0x90, 0x60, 0x02, 0xFF});              // the answer to the next request
@@ -14,8 +14,8 @@
 //     EXPECT_THAT(os.Packets(), ElementsAre(Bytes{0x81, 0x09, 0x04, 0x00, 0xFF}));
 //   }
 //
-// The device. Each request gets the next answer of the script. If there is none, os.device handles it; if that is not
-// set either, it is never answered.
+// The device. Each request gets the next scripted answer. If there is none, os.device handles the request; if os.device
+// is not set either, the request is never answered.
 //   os.Reply({0x10});                        a good reply frame: id echoed, code + 0x80, checksum
 //   os.Reply({0x10}).Code(0x02);             ... with a part replaced: Header (two bytes), Id, FrameLength, Start,
 //                                            Code, Length, Checksum, Stop; or Raw(bytes), a body of any length
@@ -24,12 +24,12 @@
 //   os.device = [&](const Request& r) { os.Answer(r, {0x10}); };      a device in code
 //   os.Arrive(Bytes(36));                    a message on the reply queue, now or in `after` ms; one of more than 36
 //                                            bytes stays there and fails every msgrcv with E2BIG, as in the kernel
-//   os.RemovePoison();                       removes such messages, as another program could
+//   os.RemoveOverlong();                     removes such messages, as another program could
 //
 // Events. `call` is one of kCalls; n counts its calls from now on, beginning with 1.
 //   os.Fail("msgsnd", EAGAIN);               the next call fails; Fail(call, errno, n, times): several, from the n-th
-//   os.On("usleep", 2, [] { ... });          runs at the beginning of that call
-//   os.StopAt("msgrcv", 3);                  sets the stop flag there (no handler, no log line)
+//   os.On("usleep", 2, [] { ... });          runs the action at the beginning of that call
+//   os.StopAt("msgrcv", 3);                  sets the stop flag in that call (no handler, no log line)
 //   os.SignalAt(120, SIGTERM);               SignalHandler runs 120 virtual ms from now and interrupts a sleep
 //   os.At(120, [] { ... });                  anything else; does not interrupt a sleep
 //
@@ -38,7 +38,7 @@
 //   os.Requests()   messages sent;  os.Frames() their UART1 frames;  os.Packets() their payloads
 //   os.Slept()      sleeps in microseconds, as requested;  os.ElapsedMs() the virtual time that passed
 //   os.Output()     standard output;  os.Calls("msgrcv") how often a call was made
-//   os.Timeline()   queue calls, log lines, sleeps, signal handlers and file steps in one list of texts:
+//   os.Timeline()   queue calls, log lines, sleeps, installed handlers and file steps in one list of texts:
 //                   "sleep 50000", "send 4711 AA AA 01 ...", "receive 36", Logged(Err("...")), "sigaction 15"
 //
 // Files are in memory: os.files["/sysconf/conf.img"] = "EXT_DEBUG=0\n". Every system call on a file is a step:
@@ -87,6 +87,9 @@ LogLine Err(std::string text);
 LogLine Info(std::string text);
 LogLine Debug(std::string text);
 
+// The message type of a reply, unless a test chooses another. The product ignores it.
+inline constexpr long kReplyType = 77;
+
 // A message that the product sent.
 struct Request {
   int queue = 0;
@@ -110,7 +113,7 @@ class Reply {
   Reply& FrameLength(uint8_t value) { return Set(3, value); }
   Reply& Start(uint8_t value) { return Set(4, value); }
   Reply& Code(uint8_t value) { return Set(5, value); }    // the checksum includes the wrong code
-  Reply& Length(uint8_t value) { return Set(6, value); }  // or the wrong length
+  Reply& Length(uint8_t value) { return Set(6, value); }  // the checksum includes the wrong length
   Reply& Checksum(uint8_t value) { return checksum_ = value, *this; }
   Reply& Stop(uint8_t value) { return stop_ = value, *this; }
   Reply& Raw(Bytes bytes) { return raw_ = std::move(bytes), *this; }
@@ -129,7 +132,7 @@ class Reply {
   std::optional<uint8_t> checksum_, stop_;
   std::optional<Bytes> raw_;
   int after_ = 0;
-  long type_ = 77;
+  long type_ = kReplyType;
   bool silent_ = false;
 };
 
@@ -152,11 +155,11 @@ class FakeOs {
   ::Reply& NoReply();
   std::function<void(const Request&)> device;
   void Answer(const Request& request, Bytes payload, int after = 0);
-  void Arrive(Bytes message, int after = 0, long type = 77);
-  void RemovePoison();
+  void Arrive(Bytes message, int after = 0, long type = kReplyType);
+  void RemoveOverlong();
   size_t Waiting() const { return arrivals_.size(); }  // messages on the reply queue and on their way to it
-  size_t Unused() const { return script_.size(); }     // answers of the script that no request took
-  void DropAnswers();                                  // drops these, and the messages on the queue or on their way
+  size_t Unused() const { return script_.size(); }     // scripted answers that no request took
+  void DropAnswers();                                  // drops those, and the messages on the queue or on their way
 
   // --- Events ---
   void On(std::string_view call, int n, std::function<void()> action);
@@ -166,7 +169,8 @@ class FakeOs {
   void SignalAt(int milliseconds, int signal);
   void AdvanceMs(int milliseconds);
   void SetClock(uint64_t monotonicNanoseconds) { nowNs_ = startNs_ = monotonicNanoseconds; }
-  time_t wallClock;  // what time() returns; does not advance
+  time_t wallClock;        // what time() returns; does not advance
+  int nextFile = 1000000;  // the descriptor of the next file that is opened
 
   // --- What the product did ---
   const std::vector<LogLine>& Log() const { return log_; }
@@ -281,7 +285,7 @@ class FakeOs {
   std::set<std::string> unsynced_;
   size_t askedFor_ = 0;
   std::map<int, int> failingFileSteps_;
-  int killAt_ = 0, nextFile_ = 1000000;
+  int killAt_ = 0;
   bool killed_ = false;
 
   int realStdout_ = -1;

@@ -7,7 +7,7 @@
 
 namespace {
 
-// What happens before a reply is examined.
+// What can go wrong before a reply is examined.
 std::vector<Fault> QueueFaults(const char* timeoutLine) {
   return {
       {"FullRequestQueue",
@@ -58,8 +58,8 @@ std::vector<Fault> QueueFaults(const char* timeoutLine) {
   };
 }
 
-Fault Spoilt(const char* name, int result, std::vector<LogLine> lines, std::function<void(Reply&)> spoil) {
-  return {name, [spoil](FakeOs& os, const Bytes& good) { spoil(os.Reply(good)); }, result, std::move(lines)};
+Fault Damaged(const char* name, int result, std::vector<LogLine> lines, std::function<void(Reply&)> damage) {
+  return {name, [damage](FakeOs& os, const Bytes& good) { damage(os.Reply(good)); }, result, std::move(lines)};
 }
 
 std::vector<Fault> operator+(std::vector<Fault> first, const std::vector<Fault>& second) {
@@ -67,33 +67,33 @@ std::vector<Fault> operator+(std::vector<Fault> first, const std::vector<Fault>&
   return first;
 }
 
-// What the routines for a reply frame without a VISCA packet reject. anothersCode: of a reply to the other kind of
-// request; fill: the line of the routine that copies the frame.
-std::vector<Fault> PlainFrameFaults(uint8_t code, uint8_t anothersCode, const char* fill) {
-  const auto rejected = [](const char* name, const char* line, std::function<void(Reply&)> spoil) {
-    return Spoilt(name, -1, {Err(line), Err("MCU_CheckUart1Resp failed!")}, std::move(spoil));
+// What the routines for a plain reply frame reject. otherCode: the code of a reply from the other device, camera or
+// MCU; fill: the line of the routine that copies the frame.
+std::vector<Fault> PlainFrameFaults(uint8_t code, uint8_t otherCode, const char* fill) {
+  const auto rejected = [](const char* name, const char* line, std::function<void(Reply&)> damage) {
+    return Damaged(name, -1, {Err(line), Err("MCU_CheckUart1Resp failed!")}, std::move(damage));
   };
   return {
-      Spoilt("LengthSeventeen", -1, {Err("Len > DATA_MAX_LEN"), Err(fill)}, [](Reply& r) { r.Length(17); }),
+      Damaged("LengthSeventeen", -1, {Err("Len > DATA_MAX_LEN"), Err(fill)}, [](Reply& r) { r.Length(17); }),
       rejected("Start", "UART1_CMD_START failed!", [](Reply& r) { r.Start(0x55); }),
       rejected("CodeWithout0x80", "UART1 RESP CMD Code failed!", [code](Reply& r) { r.Code(code); }),
-      rejected("AnothersCode", "UART1 RESP CMD Code failed!", [anothersCode](Reply& r) { r.Code(anothersCode); }),
+      rejected("CodeOfTheOtherDevice", "UART1 RESP CMD Code failed!", [otherCode](Reply& r) { r.Code(otherCode); }),
       rejected("Checksum", "Checksum failed!", [](Reply& r) { r.Checksum(0x00); }),
       rejected("Stop", "_UART1_CMD_STOP failed!", [](Reply& r) { r.Stop(0xAA); }),
   };
 }
 
 std::vector<Fault> ViscaFrameFaults() {
-  const auto rejected = [](const char* name, int result, const char* line, std::function<void(Reply&)> spoil) {
-    return Spoilt(name, result, {Err(line), Err("QM2150_CheckUart1Resp failed!")}, std::move(spoil));
+  const auto rejected = [](const char* name, int result, const char* line, std::function<void(Reply&)> damage) {
+    return Damaged(name, result, {Err(line), Err("QM2150_CheckUart1Resp failed!")}, std::move(damage));
   };
   const std::vector<LogLine> length = {Err("Len > VISCA_PACKET_MAX_LEN"), Err("QM2150_FillUart1Resp failed!")};
   return {
-      Spoilt("LengthTwo", -57, length, [](Reply& r) { r.Length(2); }),
-      Spoilt("LengthTwenty", -57, length, [](Reply& r) { r.Length(20); }),
+      Damaged("LengthTwo", -57, length, [](Reply& r) { r.Length(2); }),
+      Damaged("LengthTwenty", -57, length, [](Reply& r) { r.Length(20); }),
       rejected("Start", -58, "VISCA_UART1_CMD_START failed!", [](Reply& r) { r.Start(0x55); }),
       rejected("CodeWithout0x80", -1, "UART1 RESP CMD Code failed!", [](Reply& r) { r.Code(0x02); }),
-      rejected("AnothersCode", -1, "UART1 RESP CMD Code failed!", [](Reply& r) { r.Code(0x90); }),
+      rejected("CodeOfTheOtherDevice", -1, "UART1 RESP CMD Code failed!", [](Reply& r) { r.Code(0x90); }),
       rejected("Checksum", -58, "Checksum failed!", [](Reply& r) { r.Checksum(0x00); }),
       rejected("Stop", -58, "VISCA_UART1_CMD_STOP failed!", [](Reply& r) { r.Stop(0xAA); }),
   };
@@ -104,9 +104,9 @@ std::vector<Fault> RelayFaults(const char* check, const std::vector<LogLine>& he
   std::vector<LogLine> lines = header;
   lines.push_back(Err(check));
   return {
-      Spoilt("FirstHeaderByte", -1, lines, [](Reply& r) { r.Header(0xAB, 0xAA); }),
-      Spoilt("SecondHeaderByte", -1, lines, [](Reply& r) { r.Header(0xAA, 0x55); }),
-      Spoilt("SequenceId", -1, {Err("SeqID failed!"), Err(check)}, [](Reply& r) { r.Id(0xC7); }),
+      Damaged("FirstHeaderByte", -1, lines, [](Reply& r) { r.Header(0xAB, 0xAA); }),
+      Damaged("SecondHeaderByte", -1, lines, [](Reply& r) { r.Header(0xAA, 0x55); }),
+      Damaged("SequenceId", -1, {Err("SeqID failed!"), Err(check)}, [](Reply& r) { r.Id(0xC7); }),
   };
 }
 
@@ -122,7 +122,7 @@ const std::vector<Fault>& InquiryFaults() {
 }
 
 const std::vector<Fault>& CommandFaults() {
-  // The length is logged under the inquiry's name.
+  // A wrong length is logged with the text of an inquiry.
   static const auto faults = CameraFaults() + PlainFrameFaults(0x02, 0x90, "QM2150_FillUart1Resp failed!");
   return faults;
 }

@@ -1,5 +1,5 @@
-// Everything that can go wrong in one exchange, as tables: what to set up before it, the result, and the log lines of
-// the exchange itself. Only the tests of the exchange check these texts (QM2150Transaction and McuComm).
+// Everything that can go wrong in one exchange, as tables: how to cause it, the result, and the log lines of the
+// exchange itself. Only the tests of the exchange (QM2150Transaction and McuComm) check these texts.
 #ifndef ZR4410_TESTS_FAKEOS_FAULTS_H
 #define ZR4410_TESTS_FAKEOS_FAULTS_H
 
@@ -19,22 +19,22 @@ struct Fault {
 };
 inline std::ostream& operator<<(std::ostream& out, const Fault& fault) { return out << fault.name; }
 
-// Of a camera inquiry: QM2150_Inquiry, or QM2150_ProcessVisca with an inquiry.
+// The faults of a camera inquiry: QM2150_Inquiry, or QM2150_ProcessVisca with an inquiry.
 const std::vector<Fault>& InquiryFaults();
 
-// Of a camera command: QM2150_Command, or QM2150_ProcessVisca with a command.
+// The faults of a camera command: QM2150_Command, or QM2150_ProcessVisca with a command.
 const std::vector<Fault>& CommandFaults();
 
-// Of MCU_ProcessUart1.
+// The faults of MCU_ProcessUart1.
 const std::vector<Fault>& McuFaults();
 
 // For tests with one instance per fault:
 //   INSTANTIATE_TEST_SUITE_P(Each, Suite, ValuesIn(InquiryFaults()), FaultName<...>);
 std::string FaultName(const auto& info) { return info.param.name; }
 
-// The lines of this log that the exchange's callers added to those of the fault, without the first `between` of them.
-// A caller's test passes as `between` how many lines the routines below it add unless they are stopped, and so does not
-// depend on their texts.
+// The lines of the log after those of the fault and `between` further lines. `between` is the number of lines that the
+// routines between the exchange and the routine under test log unless they are stopped; the test does not depend on
+// their texts.
 std::vector<LogLine> LinesAbove(const std::vector<LogLine>& log, const Fault& fault, size_t between = 0);
 
 #endif

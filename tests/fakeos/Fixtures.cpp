@@ -77,7 +77,7 @@ void Linked::StartOver() {
   SetSigID(0);
   giMsgIdTx = FakeOs::kRequestQueue;
   giMsgIdRx = FakeOs::kReplyQueue;
-  os.RemovePoison();
+  os.RemoveOverlong();
   os.DropAnswers();
   os.Forget();
 }

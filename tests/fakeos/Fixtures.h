@@ -1,4 +1,4 @@
-// Fixtures: every test starts with a fresh FakeOs and with the product as it is when a program starts.
+// Fixtures: every test starts with a fresh FakeOs and with the product in its start-up state.
 #ifndef ZR4410_TESTS_FAKEOS_FIXTURES_H
 #define ZR4410_TESTS_FAKEOS_FIXTURES_H
 
@@ -27,15 +27,24 @@ using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::IsEmpty;
 
-// The poll interval, for tests of something else. MsgqClientTest checks the number itself.
+// The poll interval, for tests that are not about it. MsgqClientTest checks the number itself.
 inline constexpr int kPollMs = ZR4410_POLL_MS;
 inline constexpr int kPollsUntilTimeOut = ZR4410_TIMEOUT_MS / ZR4410_POLL_MS + 1;
 inline constexpr int kTimeOutMs = kPollsUntilTimeOut * kPollMs;
 
-// A log line as it appears in FakeOs::Timeline().
+// A log line, and a message of these bytes padded with zeros, as they appear in FakeOs::Timeline().
 inline std::string Logged(const LogLine& line) { return "log " + std::to_string(line.level) + ' ' + line.text; }
+inline std::string Sent(Bytes body) {
+  body.resize(36);
+  return "send " + std::to_string(FakeOs::kPid) + ' ' + Hex(body);
+}
 
-// A completed inquiry with its data bytes.
+inline std::vector<LogLine> operator+(std::vector<LogLine> first, const std::vector<LogLine>& second) {
+  first.insert(first.end(), second.begin(), second.end());
+  return first;
+}
+
+// The reply of a completed inquiry: 90 50, the data bytes, FF.
 Bytes Completed(Bytes data);
 
 // A copy of data bytes with some of them replaced: With(kBlock, {{11, 0x20}}).
@@ -44,8 +53,8 @@ Bytes With(Bytes data, const std::map<size_t, uint8_t>& changes);
 // Sets every global of the product to its value at the start of a program.
 void ResetProduct();
 
-// What is stored in 32 bits of strtol's result for a larger number: the lower half of a long of 64 bits, or the nearest
-// number that a long of 32 bits holds, as on the device.
+// What the product stores in 32 bits for a number that does not fit: its lower half where a long has 64 bits, the
+// nearest number that fits where a long has 32 bits, as on the device.
 inline constexpr int32_t LowerHalfOrNearest(int32_t lowerHalf, int32_t nearest) {
   return sizeof(long) == 8 ? lowerHalf : nearest;
 }
@@ -58,7 +67,7 @@ struct Ended {
 };
 Ended RunProgram(std::vector<std::string> arguments);
 
-// The machine, with nothing opened.
+// The machine, with no queue open.
 class Machine : public testing::Test {
  protected:
   Machine() { ResetProduct(); }

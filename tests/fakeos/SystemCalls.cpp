@@ -43,7 +43,7 @@ std::string Format(const char* format, va_list arguments) {
   return text;
 }
 
-// --- Buffered streams: libc's own, on a file of the FakeOs ---
+// --- Buffered streams: libc's streams on files of the FakeOs ---
 
 int FileOf(void* cookie) { return static_cast<int>(reinterpret_cast<intptr_t>(cookie)); }
 
@@ -62,7 +62,7 @@ ssize_t StreamRead(void* cookie, char* out, size_t size) {
 ssize_t StreamWrite(void* cookie, const char* data, size_t size) {
   NeedOwnBuffer(cookie, "a stream's write");
   const ssize_t written = os->Write(FileOf(cookie), data, size);
-  return written < 0 ? 0 : written;  // a stream takes 0 for a failure
+  return written < 0 ? 0 : written;  // fopencookie: 0 means failure
 }
 
 int StreamSeek(void* cookie, off64_t* offset, int whence) {
@@ -126,7 +126,7 @@ void syslog(int priority, const char* format, ...) {
   va_end(arguments);
 }
 
-// The names of the two in a fortified build.
+// The names of vsyslog and syslog in a fortified build.
 void __vsyslog_chk(int priority, int, const char* format, va_list arguments) { vsyslog(priority, format, arguments); }
 
 void __syslog_chk(int priority, int, const char* format, ...) {

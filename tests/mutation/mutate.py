@@ -8,9 +8,10 @@ A mutant is one change in a source file of the five product folders:
     statement     an expression, a jump or a guard removed
     text          a text changed at its beginning; its line feed at the end dropped
 
-Only what depends on the change is compiled again, into the shared library that the tests use. The tests that killed
-other mutants of the same file run first, then all, the slow ones last. A mutant that does not compile is not counted.
-One that all tests pass survives, unless equivalent.txt gives the reason why no test can fail.
+Only the files that depend on the change are recompiled, into the shared library that the tests use. The tests that
+killed other mutants of the same file run first, then all others, the slow ones last; the very slow ones are left out. A
+mutant that does not compile is not counted. A mutant survives if all tests pass. Mutants in equivalent.txt, which no
+test can detect, are not tested.
 """
 
 import argparse
@@ -29,6 +30,7 @@ import threading
 import time
 
 FOLDERS = ["support", "link", "mcu", "camera", "frontend"]
+SLOW_MS, LEFT_OUT_MS = 300, 3000  # longer tests run last, or not at all
 TOKENS = re.compile(
     r"""(?P<comment>//[^\n]*|/\*.*?\*/)
       | (?P<pp>(?<=\n)[ \t]*\#(?:[^\n]*\\\n)*[^\n]*|\A\#[^\n]*)
@@ -44,9 +46,10 @@ TOKENS = re.compile(
     re.X | re.S,
 )
 COMPARISONS = {"==": ["!="], "!=": ["=="], "<": ["<=", ">="], ">": [">=", "<="], "<=": ["<", ">"], ">=": [">", "<"]}
-# Never removed: declarations with a value, and what is not a statement.
-KEPT = re.compile(r"(static|constexpr|using|typedef|static_assert|struct|enum|extern|template|public|private)\b"
-                  r"|((const\s+)?(?!return\b)[A-Za-z_][\w:]*(<[^=]*>)?[\s*&]+(const\s+)?\w+(\[\w*\])*\s*(=|\{|;|,))")
+# Declarations with a value, and anything that is not a statement.
+NEVER_REMOVED = re.compile(
+    r"(static|constexpr|using|typedef|static_assert|struct|enum|extern|template|public|private)\b"
+    r"|((const\s+)?(?!return\b)[A-Za-z_][\w:]*(<[^=]*>)?[\s*&]+(const\s+)?\w+(\[\w*\])*\s*(=|\{|;|,))")
 CONTROL = re.compile(r"(if|for|while|switch|else|do|case|default)\b")
 
 Token = collections.namedtuple("Token", "kind text at")
@@ -57,12 +60,12 @@ class Mutant:
         self.file, self.operator, self.change = file, operator, change
         self.at, self.end, self.replacement = at, end, replacement
         self.line = source.count("\n", 0, at) + 1
-        lines = [line.strip() for line in source.splitlines()[: self.line]]
-        self.source_line, self.lines = lines[-1], lines
+        self.source_line = source.splitlines()[self.line - 1].strip()
+        self.where = ""  # the name of the definition
         self.outcome = self.killer = None
 
     def __str__(self):
-        return f"{self.file}:{self.line}: {self.operator}: {self.change}    | {self.source_line}"
+        return f"{self.file}:{self.line}: {self.operator}: {self.where}: {self.change}    | {self.source_line}"
 
     def apply(self, source):
         return source[: self.at] + self.replacement + source[self.end :]
@@ -76,7 +79,7 @@ def tokens_of(source):
 
 
 def closing(tokens, start):
-    """The index of the bracket that closes the one at start."""
+    """Returns the index of the bracket that closes the one at start."""
     pairs = {"(": ")", "[": "]", "{": "}"}
     opening, depth = tokens[start].text, 0
     for i in range(start, len(tokens)):
@@ -146,16 +149,49 @@ def find_mutants(file, source):
             inside = code[start + 1 : closing(code, start)]
             negate(source, inside, add, text)
     found += removed_statements(file, source, code)
+    named = definitions(code)
     seen = collections.Counter()
-    for mutant in found:  # a second such change in a line gets "(no. 2)"
-        place = (mutant.line, mutant.change)
+    for mutant in sorted(found, key=lambda mutant: mutant.at):  # a second such change in a definition gets "(no. 2)"
+        mutant.where = next((name for at, end, name in named if at <= mutant.at <= end), "")
+        place = (mutant.where, mutant.change)
         seen[place] += 1
         if seen[place] > 1:
             mutant.change += f" (no. {seen[place]})"
     return found
 
 
+def definitions(code):
+    """Returns (first character, last character, name) of each function, table, type and variable outside all others."""
+    found, i = [], 0
+    while i < len(code):
+        start, name = i, None
+        while i < len(code) and code[i].text not in ("{", "}", ";"):  # a name is recognised by what follows it
+            text, following = code[i].text, code[i + 1].text if i + 1 < len(code) else ""
+            if name is None and code[i].kind == "word" and following in ("(", "=", "{", "[", ";", ":"):
+                name = text
+            i = closing(code, i) + 1 if text in ("(", "[") else i + 1
+        if i == len(code):
+            break
+        words = [token.text for token in code[start:i]]
+        opens_scope = code[i].text == "{" and (words[:1] == ["namespace"] or words[:2] == ["extern", '"C"'])
+        if code[i].text == "}" or opens_scope:
+            i += 1
+            continue
+        while code[i].text == "{":  # also an initialiser of a constructor, and `= {...}`
+            i = closing(code, i)
+            if i + 1 < len(code) and code[i + 1].text in (";", ",", "{"):
+                i += 1
+        if "typedef" in words:
+            while code[i].text != ";":
+                i += 1
+            name = code[i - 1].text
+        found.append((code[start].at, code[i].at, name))
+        i += 1
+    return found
+
+
 def negate(source, inside, add, keyword):
+    """Adds a mutant with the condition negated, unless another mutant makes the same change."""
     depth, first = 0, 0
     for k, token in enumerate(inside):
         depth += (token.text in "([{") - (token.text in ")]}") if token.kind == "op" else 0
@@ -178,8 +214,13 @@ def negate(source, inside, add, keyword):
 
 
 def removed_statements(file, source, code):
+    """A mutant for each statement that can be removed.
+
+    Each pair of braces contains code, a list of values, or something else, such as the members of a class. Only code
+    contains statements.
+    """
     found = []
-    stack = []  # of (kind, start index of the statement around it)
+    stack = []  # for each open brace: kind, statement start and open parentheses outside; whether it ends a statement
     start = 0
     parens = 0
     kind = "other"
@@ -221,7 +262,7 @@ def removed_statements(file, source, code):
 def statement(file, source, code, start, end, depth, found):
     at, stop = code[start].at, code[end].at + 1
     text = source[at:stop]
-    if code[start].text == "while" or KEPT.match(text) and not re.match(r"(const )?\w*Guard \w+;", text):
+    if code[start].text == "while" or NEVER_REMOVED.match(text) and not re.match(r"(const )?\w*Guard \w+;", text):
         return
     last = end + 1 < len(code) and code[end + 1].text == "}"
     if code[start].text == "return" and last and closes_function(code, end + 1):
@@ -255,7 +296,7 @@ def closes_function(code, brace):
 # --- Building and testing ---
 
 
-class Bench:
+class Project:
     """A copy of the project, with the tests built once for the unchanged product."""
 
     def __init__(self, root, directory):
@@ -263,7 +304,7 @@ class Bench:
         self.directory = directory
         shutil.rmtree(self.source, ignore_errors=True)
         self.source.mkdir(parents=True)
-        for name in FOLDERS + ["cmake", "tests"]:
+        for name in FOLDERS + ["cmake", "docs", "tests"]:
             shutil.copytree(root / name, self.source / name)
         for name in ["CMakeLists.txt", "CMakePresets.json"]:
             shutil.copy(root / name, self.source)
@@ -310,10 +351,11 @@ class Bench:
         done = self.test(self.library.parent, "*", 600, "--gtest_brief=0")
         self.seconds = time.monotonic() - started
         if done is None or done.returncode != 0:
-            sys.exit("The unchanged product fails its tests:\n" + (done.stdout[-3000:] if done else "time-out"))
+            output = re.sub(r"\[  SKIPPED \].*\n", "", done.stdout)[-3000:] if done else "time-out"
+            sys.exit("The unchanged product fails its tests:\n" + output)
         times = re.findall(r"\[       OK \] (\S+?)(?:, where .*)? \((\d+) ms\)", done.stdout)
-        self.slow = [name for name, milliseconds in times if int(milliseconds) > 300]
-        self.left_out = [name for name, milliseconds in times if int(milliseconds) > 3000]
+        self.slow = [name for name, milliseconds in times if int(milliseconds) > SLOW_MS]
+        self.left_out = [name for name, milliseconds in times if int(milliseconds) > LEFT_OUT_MS]
         self.count = len(times)
 
     def test(self, library, tests, limit, *options):
@@ -333,38 +375,42 @@ class Bench:
 
 
 class Worker:
-    def __init__(self, bench, number, killers):
-        self.bench, self.killers = bench, killers
-        self.directory = bench.directory / f"worker{number}"
+    """Builds and tests one mutant at a time, in its own directory."""
+
+    def __init__(self, project, number, killers):
+        self.project, self.killers = project, killers
+        self.directory = project.directory / f"worker{number}"
         shutil.rmtree(self.directory, ignore_errors=True)
         self.directory.mkdir()
 
     def build(self, mutant, source):
         """Builds the mutant's library. Returns False if it does not compile."""
-        bench = self.bench
+        project = self.project
         changed = self.directory / "source" / mutant.file
         shutil.rmtree(self.directory / "source", ignore_errors=True)
         changed.parent.mkdir(parents=True)
         changed.write_text(mutant.apply(source))
-        units = bench.uses[mutant.file] if mutant.file.endswith(".h") else [mutant.file]
-        objects = dict(bench.objects)
+        units = project.uses[mutant.file] if mutant.file.endswith(".h") else [mutant.file]
+        objects = dict(project.objects)
         for unit in units:
-            file = changed if unit == mutant.file else bench.source / unit
+            file = changed if unit == mutant.file else project.source / unit
             objects[unit] = self.directory / (unit.replace("/", "_") + ".o")
-            command = bench.compiler(unit, file, "-c", "-o", str(objects[unit]), include=self.directory / "source")
-            if subprocess.run(command, capture_output=True, cwd=bench.build).returncode != 0:
+            command = project.compiler(unit, file, "-c", "-o", str(objects[unit]), include=self.directory / "source")
+            if subprocess.run(command, capture_output=True, cwd=project.build).returncode != 0:
                 return False
-        link = [bench.commands[units[0]][0], "-shared", *bench.wraps, "-o", str(self.directory / bench.library.name)]
+        library = str(self.directory / project.library.name)
+        link = [project.commands[units[0]][0], "-shared", *project.wraps, "-o", library]
         return subprocess.run([*link, *map(str, objects.values()), "-lm"], capture_output=True).returncode == 0
 
     def killed(self, mutant):
-        bench = self.bench
+        """Runs the tests that killed earlier mutants of the file, then the fast ones, then the slow ones."""
+        project = self.project
         killers = self.killers[mutant.file]
-        fast = "*" + "".join(("-" if k == 0 else ":") + name for k, name in enumerate(bench.slow))
-        slow = [name for name in bench.slow if name not in bench.left_out]
+        fast = "*" + "".join(("-" if k == 0 else ":") + name for k, name in enumerate(project.slow))
+        slow = [name for name in project.slow if name not in project.left_out]
         stages = [":".join(list(killers)[:40]), fast, ":".join(slow)]
         for tests in filter(None, stages):
-            done = bench.test(self.directory, tests, 10 + 6 * bench.seconds)
+            done = project.test(self.directory, tests, 10 + 6 * project.seconds)
             if done is None:
                 mutant.killer = "time-out"
                 return True
@@ -378,7 +424,7 @@ class Worker:
                 return True
         return False
 
-    def judge(self, mutant, source):
+    def find_outcome(self, mutant, source):
         if not self.build(mutant, source):
             mutant.outcome = "does not compile"
         else:
@@ -389,38 +435,29 @@ class Worker:
 
 
 def read_equivalents(path):
-    """(file, lines of the source, change) of each. The text identifies them, because line numbers change."""
-    found, file, lines = [], "", []
-    for line in path.read_text().splitlines() if path.exists() else []:
-        if line.startswith("#"):
-            continue
-        if not line.startswith(" "):
-            file, lines = line.strip(), []
-        elif line.startswith("  > "):
-            lines.append(line[4:].strip())
-        elif line.startswith("  - "):
-            found.append((file, lines, line[4:].strip()))
+    """Returns (file, definition, change) of each entry."""
+    found, file, where = set(), "", ""
+    for line in path.read_text().splitlines():
+        if line.startswith("  - "):
+            found.add((file, where, line[4:].strip()))
+        elif line and not line.startswith(("#", " ")):
+            file, where = re.fullmatch(r"(\S+): (\S+)", line).groups()
     return found
-
-
-def is_equivalent(mutant, equivalents):
-    return any(mutant.file == file and mutant.change == change and mutant.lines[-len(lines) :] == lines
-               for file, lines, change in equivalents)
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("places", nargs="*", help="a folder, a file, or file:line; all five folders if none is given")
     parser.add_argument("--list", action="store_true", help="list the mutants without testing them")
-    parser.add_argument("--every", type=int, default=1, metavar="N", help="test only every Nth mutant")
-    parser.add_argument("--least", type=float, default=95.0, metavar="PERCENT", help="fail if fewer are killed")
+    parser.add_argument("--every", type=int, default=1, metavar="N", help="use only every Nth mutant")
+    parser.add_argument("--least", type=float, default=98.0, metavar="PERCENT", help="fail if fewer mutants are killed")
     parser.add_argument("--jobs", type=int, default=os.cpu_count())
     options = parser.parse_args()
 
     root = pathlib.Path(__file__).resolve().parents[2]
     directory = root / "build" / "mutate"
-    bench = None if options.list else Bench(root, directory)
-    base = root if options.list else bench.source
+    project = None if options.list else Project(root, directory)
+    base = root if options.list else project.source
 
     places = [place.split(":") for place in options.places] or [[folder] for folder in FOLDERS]
     sources, mutants = {}, []
@@ -434,32 +471,36 @@ def main():
         sources[name] = path.read_text()
         lines = {int(p[1]) for p in wanted if len(p) > 1}
         mutants += [m for m in find_mutants(name, sources[name]) if not lines or m.line in lines]
+    equivalents = read_equivalents(root / "tests" / "mutation" / "equivalent.txt")
+    unknown = equivalents - {(m.file, m.where, m.change) for m in mutants}
+    if unknown and not options.places:
+        sys.exit("equivalent.txt lists mutants that do not exist:\n" +
+                 "\n".join(": ".join(entry) for entry in sorted(unknown)))
     mutants = mutants[:: options.every]
     if options.list:
         print("\n".join(map(str, mutants)))
         return 0
 
-    equivalents = read_equivalents(root / "tests" / "mutation" / "equivalent.txt")
     for mutant in mutants:
-        if is_equivalent(mutant, equivalents):
+        if (mutant.file, mutant.where, mutant.change) in equivalents:
             mutant.outcome = "equivalent"
     todo = collections.deque(m for m in mutants if m.outcome is None)
-    print(f"{len(mutants)} mutants, {bench.count} tests of {bench.seconds:.0f} s", flush=True)
-    if bench.left_out:
-        print(f"left out, because each takes seconds: {' '.join(bench.left_out)}", flush=True)
+    print(f"{len(mutants)} mutants, {project.count} tests of {project.seconds:.0f} s", flush=True)
+    if project.left_out:
+        print(f"tests left out, because each takes seconds: {' '.join(project.left_out)}", flush=True)
 
     killers = collections.defaultdict(collections.deque)
     log = (directory / "log.txt").open("w", buffering=1)
     lock = threading.Lock()
 
     def work(number):
-        worker = Worker(bench, number, killers)
+        worker = Worker(project, number, killers)
         while True:
             with lock:
                 if not todo:
                     return
                 mutant = todo.popleft()
-            worker.judge(mutant, sources[mutant.file])
+            worker.find_outcome(mutant, sources[mutant.file])
             with lock:
                 log.write(f"{mutant.outcome}: {mutant}    | {mutant.killer or ''}\n")
                 if mutant.outcome == "survived":

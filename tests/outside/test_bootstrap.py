@@ -12,7 +12,7 @@ BOOTSTRAP = Path(__file__).parents[2] / "script" / "bootstrap"
 
 @pytest.fixture
 def programs(tmp_path):
-    """A PATH with this machine's programs, except the package manager's; a test adds and removes some."""
+    """A PATH with this machine's programs, except the package manager's; tests add and remove programs."""
     folder = tmp_path / "bin"
     folder.mkdir()
     for program in [*Path("/usr/sbin").iterdir(), *Path("/usr/bin").iterdir()]:
@@ -56,6 +56,18 @@ def test_each_package_has_a_purpose_and_a_check(programs):
     assert "unbound" not in run.stderr
     assert "  CLI11, C++ headers\n" in run.stderr
     assert "\n  \n" not in run.stderr
+
+
+def test_without_namespaces_and_proot_it_fails(programs):
+    replace(programs / "bwrap", "echo 'bwrap: No permissions to create new namespace' >&2; exit 1\n")
+    (programs / "proot").unlink(missing_ok=True)
+    run = bootstrap(programs, "demo")
+    *first, sentence = run.stderr.splitlines()
+    assert (run.returncode, run.stdout) == (1, "")
+    assert first == ["script/bootstrap: this system has no apt-get; please install:", "  proot"]
+    assert sentence.startswith("script/sandbox: no sandbox can be created here: bubblewrap fails (bwrap: No permissions"
+                               " to create new namespace) and proot fails (proot is not installed); ")
+    assert sentence.endswith(("; install proot", "=1", "=0", "=10000"))  # or a setting of the kernel
 
 
 def test_a_broken_package_source_is_a_warning(programs, tmp_path):

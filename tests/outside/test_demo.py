@@ -1,4 +1,4 @@
-"""The demonstration prints exactly demo.txt, and the README quotes lines of it."""
+"""script/demo prints exactly demo.txt, and the README quotes lines of it."""
 
 import os
 import re

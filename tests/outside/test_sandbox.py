@@ -1,7 +1,8 @@
-"""script/sandbox, seen from outside, in each way that this machine allows."""
+"""script/sandbox from outside, in each way that works on this machine."""
 
 import fcntl
 import os
+import select
 import signal
 import subprocess
 import time
@@ -14,17 +15,17 @@ ROOT = Path(__file__).parents[2]
 SANDBOX = ROOT / "script" / "sandbox"
 AS_ROOT = os.geteuid() == 0
 NOBODY = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
-TOO_LONG = 60  # seconds; reached only if something hangs
+TIME_LIMIT = 60  # seconds; reached only if something hangs
 
 
 def sandbox(*arguments, prefix=(), text="", **variables):
     return subprocess.run([*prefix, SANDBOX, "--build", os.environ["ZR4410_BUILD"], *arguments], input=text,
-                          capture_output=True, text=True, timeout=TOO_LONG, env={**os.environ, **variables})
+                          capture_output=True, text=True, timeout=TIME_LIMIT, env={**os.environ, **variables})
 
 
 @pytest.fixture(params=["1", "2", "3", "proot"])
 def way(request, monkeypatch):
-    """Each sandbox of the test is made in this way."""
+    """Creates every sandbox of the test in this way."""
     monkeypatch.setenv("ZR4410_SANDBOX_WAY", request.param)
     run = sandbox("--way")
     if run.returncode != 0:
@@ -33,25 +34,25 @@ def way(request, monkeypatch):
     return request.param
 
 
-def until(condition):
-    deadline = time.monotonic() + TOO_LONG
+def until(condition, pause=0.01):
+    deadline = time.monotonic() + TIME_LIMIT
     while not condition():
         assert time.monotonic() < deadline
-        time.sleep(0.01)
+        time.sleep(pause)
 
 
 @pytest.fixture
 def leftovers(monkeypatch):
-    """Lists the processes of all sandboxes of this test."""
+    """A function that lists the processes of all sandboxes of this test."""
     mark = uuid.uuid4().hex
     monkeypatch.setenv("ZR4410_TEST", mark)
 
     def processes():
         found = []
-        for environment in Path("/proc").glob("[0-9]*/environ"):
+        for process in map(Path("/proc").joinpath, filter(str.isdigit, os.listdir("/proc"))):
             try:
-                if f"ZR4410_TEST={mark}".encode() in environment.read_bytes():
-                    found.append(environment.with_name("cmdline").read_bytes())
+                if f"ZR4410_TEST={mark}".encode() in (process / "environ").read_bytes():
+                    found.append((process / "cmdline").read_bytes())
             except OSError:
                 pass  # the process has ended, or is another user's
         return found
@@ -65,7 +66,7 @@ def keys_of_host_queues():
 
 @pytest.fixture
 def start():
-    """Starts a sandbox; kills it at the end of the test if it still runs."""
+    """A function that starts a sandbox; it is killed at the end of the test if it still runs."""
     runs = []
 
     def start_sandbox(*arguments):
@@ -76,7 +77,7 @@ def start():
     yield start_sandbox
     for run in runs:
         run.kill()
-        run.communicate(timeout=TOO_LONG)  # returns when every process in it has ended
+        run.communicate(timeout=TIME_LIMIT)  # returns once every process in the sandbox has ended
 
 
 def test_the_tool_works_without_options(way):
@@ -92,7 +93,7 @@ def test_a_shell_by_default(way):
 
 @pytest.mark.parametrize("command, status", [
     ("true", 0), ("exit 7", 7), ("exit 255", 255), ("kill -TERM $$", 143), ("kill -KILL $$", 137),
-    ("sleep 1000 & exit 4", 4),  # ends with the command
+    ("sleep 1000 & exit 4", 4),  # a background process ends with the command
     ("kill -KILL $PPID", 137),  # the first process of the sandbox
 ])
 def test_the_exit_status_is_passed_on_and_nothing_is_left(way, leftovers, command, status):
@@ -117,7 +118,7 @@ def test_each_sandbox_has_its_own_folders(way):
 
 
 def test_each_sandbox_has_its_own_queues(way, start, tmp_path):
-    """Two devices side by side, each with its own state."""
+    """Runs two devices side by side, each with its own state."""
     running = []
     for number in (8, 12):
         scenario = tmp_path / f"{number}.toml"
@@ -130,9 +131,41 @@ def test_each_sandbox_has_its_own_queues(way, start, tmp_path):
     assert [run.stdout.readline() for run in running] == ["[GetSnrMode] 1080p 25fps\n", "[GetSnrMode] 720p 50fps\n"]
 
 
+def test_each_sandbox_has_its_own_control_interface(way, start):
+    """Runs two devices side by side: a change in one does not affect the other, and each ends by itself."""
+    running = [start("--sim-args", "--fast", "sh", "-c", f"""
+        simZR4410 ctl set pan={number}
+        simZR4410 ctl fault no-reply:nth={number}
+        echo up; read go
+        simZR4410 ctl get pan; simZR4410 ctl faults; testZR4410 -m 17 0""") for number in (8, 12)]
+    assert [[run.stdout.readline() for _ in range(2)] for run in running] == [["1\n", "up\n"]] * 2
+    for run, number in zip(running, (8, 12)):
+        print("go", file=run.stdin, flush=True)
+        assert [run.stdout.readline() for _ in range(3)] == [
+            f"{number}\n", f"1 no-reply:nth={number} counted 0 struck 0\n", f"Pan = {number}, Tilt = 450, Zoom = 0\n"]
+        assert run.wait(timeout=TIME_LIMIT) == 0
+
+
+def test_the_control_interface_may_be_elsewhere(way, tmp_path):
+    place = tmp_path / "control"
+    run = sandbox("--sim-args", f"--fast --control {place}", "simZR4410", "ctl", "get", "pan")
+    assert (run.returncode, run.stdout, run.stderr) == (0, "32000\n", "")
+    assert not place.exists()
+
+
+def test_a_simulator_started_by_hand_may_have_its_control_interface_at_the_usual_place(way):
+    run = sandbox("--no-simulator", "sh", "-c", """
+        simZR4410 ctl get pan
+        simZR4410 --fast --control "$ZR4410_CONTROL" --ready-file /run/ready >/dev/null &
+        until [ -e /run/ready ]; do sleep 0.01; done
+        simZR4410 ctl get pan""")
+    assert (run.returncode, run.stdout) == (0, "32000\n")
+    assert run.stderr == "simZR4410: /run/simZR4410.control: there is no simulator\n"
+
+
 def test_the_queues_are_in_their_own_namespace(way):
     if way == "proot":
-        pytest.skip("proot makes no namespaces: all programs share the kernel's queues")
+        pytest.skip("proot creates no namespaces: all programs share the kernel's queues")
     run = sandbox("--no-simulator", "sh", "-c", """
         wc -l </proc/sysvipc/msg
         readlink /proc/self/ns/ipc
@@ -144,7 +177,7 @@ def test_the_queues_are_in_their_own_namespace(way):
 
 
 def test_syslog_is_written_to_a_file(way):
-    # The log daemon receives the lines in order, so the marker is the last.
+    # The log daemon receives the lines in order, so the marker is the last line.
     run = sandbox("--no-simulator", "sh", "-c", """
         testZR4410
         busybox logger -t marker the end
@@ -153,7 +186,8 @@ def test_syslog_is_written_to_a_file(way):
     lines = [line.split(maxsplit=4)[4] for line in run.stdout.splitlines() if " user." in line]
     texts = [line.split(": ", 1)[1] for line in lines]
     assert [line.split()[0] for line in lines] == ["user.info"] * 3 + ["user.notice"]
-    assert texts == ["=" * 51, "Start testZR4410 (v0.0.1).", "=" * 51, "the end"]
+    assert texts.pop(1).startswith("Start testZR4410 (v")
+    assert texts == ["=" * 51, "=" * 51, "the end"]
 
 
 def test_the_simulator_ends_with_the_command(way, tmp_path):
@@ -187,14 +221,64 @@ def test_a_killed_sandbox_leaves_no_process_and_no_queue_behind(way, leftovers, 
         assert keys_of_host_queues().issuperset(keys) and os.path.isdir(world)
 
     whom(run.pid, number)
-    assert run.wait(timeout=TOO_LONG) == -number
+    assert run.wait(timeout=TIME_LIMIT) == -number
     until(lambda: leftovers() == [])
     assert keys_of_host_queues().isdisjoint(keys)
     assert world == "" or not os.path.exists(world)
 
 
-def test_another_key_file_if_the_key_is_taken(start, monkeypatch, tmp_path):
-    """Another sandbox has queues of the same key: a false stat reports its inode for the first two key files."""
+@pytest.fixture
+def replaced(tmp_path, monkeypatch):
+    """A function that puts a shell script on the PATH in front of the program of the same name."""
+    monkeypatch.setenv("PATH", f"{tmp_path}:{os.environ['PATH']}")
+
+    def replace(name, text):
+        (tmp_path / name).write_text("#!/bin/sh\n" + text)
+        (tmp_path / name).chmod(0o755)
+
+    return replace
+
+
+@pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGKILL], ids=["TERM", "KILL"])
+def test_a_sandbox_killed_while_it_starts_leaves_nothing_behind(way, leftovers, start, replaced, tmp_path, number):
+    """Kills each sandbox as soon as it has a given number of processes, or as soon as its command runs."""
+    folders = tmp_path / "folders"
+    replaced("mktemp", f'/usr/bin/mktemp "$@" | tee -a {folders}\n')
+    for count in range(1, 12, 2):
+        run = start("sh", "-c", "echo up; exec sleep 1000")
+        until(lambda: len(leftovers()) >= count or select.select([run.stdout], [], [], 0)[0], pause=0)
+        run.send_signal(number)
+        assert run.wait(timeout=TIME_LIMIT) == -number
+        until(lambda: leftovers() == [])
+    names = folders.read_text().split()
+    assert names and not any(map(os.path.exists, names))
+
+
+def test_a_sandbox_killed_before_bwrap_or_proot_is_executed_leaves_nothing_behind(way, leftovers, start, replaced,
+                                                                                  tmp_path):
+    program = "proot" if way == "proot" else "bwrap"
+    os.mkfifo(tmp_path / "here")
+    os.mkfifo(tmp_path / "go")
+    here, go = (os.open(tmp_path / name, os.O_RDWR) for name in ("here", "go"))
+    replaced(program, f"""
+        case "$*" in */device*) echo >{tmp_path}/here; read line <{tmp_path}/go ;; esac
+        exec /usr/bin/{program} "$@"
+        """)
+    run = start("sleep", "1000")
+    assert select.select([here], [], [], TIME_LIMIT)[0]
+    run.kill()
+    run.wait(timeout=TIME_LIMIT)
+    os.write(go, b"\n")  # the program, if it still exists, does not notice the script's end
+    until(lambda: leftovers() == [])
+    os.close(here)
+    os.close(go)
+
+
+def test_another_key_file_if_the_key_is_taken(start, monkeypatch, replaced, tmp_path):
+    """Another sandbox has queues with the same keys: a fake stat reports its inode for the first two key files.
+
+    The kernel's list of queues is longer than a pipe holds.
+    """
     monkeypatch.setenv("ZR4410_SANDBOX_WAY", "proot")
     if sandbox("--way").returncode != 0:
         pytest.skip(sandbox("--way").stderr.strip())
@@ -204,26 +288,58 @@ def test_another_key_file_if_the_key_is_taken(start, monkeypatch, tmp_path):
     inode = os.stat(f"{world}/defconf/conf.ptz").st_ino
     calls = tmp_path / "calls"
     calls.touch()
-    stat = tmp_path / "stat"
-    stat.write_text(f"""#!/bin/sh
+    replaced("sed", """
+case "$*" in */proc/sysvipc/msg) /usr/bin/sed "$@" && seq 100000 ;; *) exec /usr/bin/sed "$@" ;; esac
+""")
+    replaced("stat", f"""
 echo call >>{calls}
 set -- $(/usr/bin/stat "$@")
 [ $(wc -l <{calls}) -gt 2 ] || set -- $1 {inode}
 echo $1 $2
 """)
-    stat.chmod(0o755)
-    run = sandbox("sh", "-c", "testZR4410 -m 16 0", PATH=f"{tmp_path}:{os.environ['PATH']}")
+    run = sandbox("sh", "-c", "testZR4410 -m 16 0")
     assert (run.returncode, run.stdout) == (0, "Version = 0x21\n")
-    assert calls.read_text().count("call") == 4  # two taken keys, a free one, and one call at the end
-    assert keys_of_host_queues().issuperset(taken)  # the other sandbox still has its queues
+    assert calls.read_text().count("call") == 4  # for two taken key files, for a free one, and at the end
+    assert keys_of_host_queues().issuperset(taken)  # the other sandbox's queues still exist
 
 
 def test_a_simulator_that_does_not_start_is_reported(way):
     run = sandbox("--sim-args", "--no-such-option", "echo", "not reached")
     assert run.returncode == 1
     assert run.stdout == ""
-    assert run.stderr.startswith("script/sandbox: simZR4410 did not start\n")
+    assert run.stderr.startswith("sandbox: simZR4410 did not start\n")
     assert "--no-such-option" in run.stderr
+
+
+def test_the_simulators_arguments_are_not_taken_for_file_patterns(way):
+    run = sandbox("--sim-args", "--scenario /et[c]", "echo", "not reached")
+    assert run.returncode == 1
+    assert "/et[c]" in run.stderr
+
+
+def test_other_users_may_read_its_files_with_any_umask(way):
+    files = "/defconf /sysconf /var/log /run /defconf/conf.ptz /sysconf/conf.img"
+    run = sandbox("sh", "-c", fr"umask; find {files} -prune -printf '%m\n'",  # proot does not translate stat's calls
+                  prefix=["sh", "-c", 'umask 077; exec "$@"', "sh"])
+    assert run.stdout.split() == ["0077"] + ["755"] * 4 + ["644"] * 2
+
+
+def test_the_current_directory_is_the_same_inside(way, tmp_path, monkeypatch):
+    (tmp_path / "link").symlink_to(ROOT)
+    monkeypatch.chdir(ROOT)
+    monkeypatch.setattr(__name__ + ".SANDBOX", tmp_path / "link/script/sandbox")
+    run = sandbox("--no-simulator", "pwd", "-P")
+    assert (run.stdout, run.stderr) == (f"{ROOT.resolve()}\n", "")
+
+
+@pytest.mark.parametrize("arguments, message", [
+    (["--way", "3", "true"], "--way takes no argument; see script/sandbox --help"),
+    (["--build", "/tmp", "true"], "no programs in /tmp/bin"),
+    (["--nosuch"], "unknown option --nosuch; see script/sandbox --help"),
+])
+def test_wrong_arguments_are_named(arguments, message):
+    run = subprocess.run([SANDBOX, *arguments], capture_output=True, text=True, timeout=TIME_LIMIT)
+    assert (run.returncode, run.stdout, run.stderr) == (1, "", f"script/sandbox: {message}\n")
 
 
 @pytest.mark.skipif(not AS_ROOT, reason="not root: every other test runs as an ordinary user")
@@ -235,9 +351,9 @@ def test_an_ordinary_user_may_use_it():
     assert run.stdout.startswith("65534\nVersion = 0x")
 
 
-# --- If no way works: one sentence with both reasons and the remedy ---
+# --- If no way works, one sentence gives both reasons and the remedy ---
 
-NONE = "script/sandbox: no sandbox can be made here: "
+NONE = "script/sandbox: no sandbox can be created here: "
 
 
 @pytest.fixture
@@ -276,12 +392,12 @@ def test_the_errors_of_both_programs_are_quoted(programs):
 
 
 def test_the_kernel_setting_that_forbids_namespaces_is_named(programs):
-    # A user namespace in which no other may be made, without the capabilities that would make it unnecessary.
+    # A user namespace in which no further one may be created, without the capabilities that would make one unnecessary.
     forbid = ["unshare", "--user", "--map-root-user", "sh", "-c",
               "echo 0 >/proc/sys/user/max_user_namespaces && "
               'exec setpriv --bounding-set=-all --inh-caps=-all "$@"', "sh"]
     if subprocess.run([*forbid, "true"], capture_output=True).returncode != 0:
-        pytest.skip("this test cannot make the namespace in which it would forbid namespaces")
+        pytest.skip("this test needs a user namespace, which cannot be created here")
     broken(programs, "proot", "proot error: ptrace(TRACEME): Operation not permitted")
     (programs / "bwrap").symlink_to("/usr/bin/bwrap")
     run = sandbox("true", prefix=forbid, PATH=str(programs))
@@ -293,4 +409,4 @@ def test_the_kernel_setting_that_forbids_namespaces_is_named(programs):
 
 def test_a_way_that_does_not_exist_is_rejected():
     run = sandbox("true", ZR4410_SANDBOX_WAY="4")
-    assert (run.returncode, run.stderr) == (1, "script/sandbox: ZR4410_SANDBOX_WAY is 4; it can be 1, 2, 3 or proot\n")
+    assert (run.returncode, run.stderr) == (1, "script/sandbox: ZR4410_SANDBOX_WAY is 4; it must be 1, 2, 3 or proot\n")

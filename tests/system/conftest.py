@@ -1,4 +1,4 @@
-"""What every system test gets: an empty device, syslog, and programs that end with the test."""
+"""The fixtures of the system tests: an empty device, syslog, and programs that end with the test."""
 
 import os
 
@@ -8,9 +8,9 @@ import device
 
 
 def pytest_configure():
-    # The tests write settings, take over /dev/log and remove message queues, so all of these must be theirs.
+    # The tests write settings, take over /dev/log and remove message queues, so they must own all of these.
     if "ZR4410_SANDBOX" not in os.environ:
-        pytest.exit("these tests run only inside script/sandbox", returncode=2)
+        pytest.exit("these tests run only inside script/sandbox; start them with ctest", returncode=2)
 
 
 @pytest.fixture(scope="session")
@@ -20,7 +20,7 @@ def syslog():
 
 @pytest.fixture(autouse=True)
 def fresh_device(syslog):
-    """Every test starts with default settings, no queues and no log lines."""
+    """Gives every test default settings, no queues and no log lines."""
     device.write_settings()
     syslog.datagrams.clear()
     yield
@@ -29,7 +29,7 @@ def fresh_device(syslog):
 
 @pytest.fixture
 def start(syslog):
-    """Starts the tool; kills what still runs at the end of the test."""
+    """A function that starts the tool; runs that have not ended are killed at the end of the test."""
     runs = []
 
     def start_tool(*arguments, prefix=()):
@@ -47,13 +47,13 @@ def start(syslog):
 
 @pytest.fixture
 def tool(start):
-    """Runs the tool to its end."""
+    """A function that runs the tool to its end."""
     return lambda *arguments, **options: start(*arguments, **options).finish()
 
 
 @pytest.fixture
 def simulator():
-    """Starts simZR4410 and stops it at the end of the test."""
+    """A function that starts simZR4410; it is stopped at the end of the test."""
     running = []
 
     def start_simulator(*arguments):

@@ -1,8 +1,9 @@
 """The device around the tool, controlled by the tests: syslog, the two queues, the settings and a scripted daemon.
 
-The tests run inside script/sandbox, so /dev/log, /defconf and /sysconf belong to them alone. So do the message queues;
-under proot, where the host's queues are visible, only the two of the sandbox's own key file.
-Nothing here is shared with the tool or with simZR4410: the wire is read and written independently.
+The tests run inside script/sandbox, so /dev/log, /defconf and /sysconf belong to them alone. So do the message queues,
+except under proot: there the host's queues are visible too, and only the two with keys from the sandbox's own key file
+belong to the tests.
+No code is shared with the tool or with simZR4410: messages are built and read independently of both.
 """
 
 import os
@@ -21,11 +22,13 @@ import sysv_ipc
 
 TOOL = shlex.split(os.environ.get("ZR4410_TOOL", "testZR4410"))
 SIMULATOR = shlex.split(os.environ.get("ZR4410_SIM", "simZR4410"))
-LIBC = os.environ.get("ZR4410_LIBC", "glibc")  # the tool's
-BYTE_ORDER = os.environ.get("ZR4410_BYTE_ORDER", "little")  # of the machine for which the tool is built
-with open(shutil.which(TOOL[-1]), "rb") as program:
-    WIDE_LONG = program.read(5)[4] == 2  # the class in the ELF header: whether the tool's long has 64 bits
-TOO_LONG = 20  # seconds; reached only if something hangs
+BYTE_ORDER = os.environ.get("ZR4410_BYTE_ORDER", "little")  # of the machine that the tool is built for
+ELF = Path(shutil.which(TOOL[-1])).read_bytes()
+WIDE_LONG = ELF[4] == 2  # the class in the ELF header: whether the tool's long has 64 bits
+MUSL = b"/ld-musl-" in ELF  # the interpreter's name: whether the tool's libc is musl
+VERSION = re.search(r"^project\(testZR4410 VERSION (\S+)", (Path(__file__).parents[2] / "CMakeLists.txt").read_text(),
+                    re.MULTILINE)[1]
+TIME_LIMIT = 60  # seconds; reached only if something hangs
 
 CONF_PTZ = Path("/defconf/conf.ptz")
 CONF_IMG = Path("/sysconf/conf.img")
@@ -35,8 +38,8 @@ UNDER_PROOT = os.environ.get("ZR4410_SANDBOX") == "proot"
 
 ERROR, INFO, DEBUG = 3, 6, 7
 BANNER = (INFO, "===================================================")
-START = [BANNER, (INFO, "Start testZR4410 (v0.0.1)."), BANNER]
-FINISH = [BANNER, (INFO, "Finish testZR4410 (v0.0.1)."), BANNER]
+START = [BANNER, (INFO, f"Start testZR4410 (v{VERSION})."), BANNER]
+FINISH = [BANNER, (INFO, f"Finish testZR4410 (v{VERSION})."), BANNER]
 CAUGHT = [(DEBUG, f"Catch {name}!") for name in ("SIGINT", "SIGTERM", "SIGUSR1", "SIGUSR2")]
 
 
@@ -45,7 +48,8 @@ def errors(*texts):
     return [(ERROR, text) for text in texts]
 
 
-# What each run mode logs after its exchange has failed. An exchange that is stopped logs nothing itself.
+# What each command line logs after its exchange has failed. An exchange stopped by a signal logs nothing itself, so
+# these are then the only lines.
 MODE_FAILED = {
     "-s 0 0": errors("QM2150_VersionInq fail!\n"),
     "-s 1 0": errors("QM2150_GetSnrMode fail!\n"),
@@ -61,7 +65,7 @@ MODE_FAILED = {
     "-y 3": errors("QM2150_GetEnlargeFunction1 failed!\n", "GetEnlargeFun1Inquiry failed!\n"),
     "-y 4": errors("QM2150_GetEnlargeFunction2 failed!\n", "GetEnlargeFun1Inquiry failed!\n"),
 }
-READ_BACK_FAILED = errors("QM2150_GetSnrMode failed!", "QM2150_SetSnrMode fail!\n")  # of "-s 2 8"
+READ_BACK_FAILED = errors("QM2150_GetSnrMode failed!", "QM2150_SetSnrMode fail!\n")  # by "-s 2 8", after the write
 RECEIVE_FAILED = errors("ZR4410_MsgQ_Receive failed!")
 CAMERA_FAILED = errors("QM2150_ProcessVisca failed!")
 MCU_FAILED = errors("MCU_ProcessUart1 failed!")
@@ -69,7 +73,7 @@ LOOP_FAILED = (ERROR, "ZR4410_MsgQ_Receive fail!\n")  # of the read loop
 
 
 def until(condition):
-    deadline = time.monotonic() + 60
+    deadline = time.monotonic() + TIME_LIMIT
     while not condition():
         assert time.monotonic() < deadline
         time.sleep(0.002)
@@ -81,11 +85,14 @@ class LineOfMusl(str):
     def __eq__(self, other):
         return str(self) == other.removesuffix("\n")
 
+    def __ne__(self, other):
+        return not self == other
+
     __hash__ = str.__hash__
 
 
 class Syslog:
-    """What arrives at /dev/log, byte for byte."""
+    """Receives and stores what arrives at /dev/log, byte for byte."""
 
     LINE = re.compile(rb"<(\d+)>\w{3} [ \d]\d \d\d:\d\d:\d\d testZR4410\[(\d+)\]: (.*)", re.DOTALL)
     USER = 1 << 3  # the facility's part of the priority
@@ -113,22 +120,22 @@ class Syslog:
                 priority = int(match[1])
                 assert priority & ~7 in (0, self.USER), datagram
                 text = match[3].decode("latin-1")
-                found.append((priority & 7, LineOfMusl(text.removesuffix("\n")) if LIBC == "musl" else text))
+                found.append((priority & 7, LineOfMusl(text.removesuffix("\n")) if MUSL else text))
         return found
 
     def wait_for(self, pid, line, count=1):
         with self.arrival:
-            arrived = self.arrival.wait_for(lambda: self.lines(pid).count(line) >= count, TOO_LONG)
-        assert arrived, f"no {line} among {self.lines(pid)}"
+            arrived = self.arrival.wait_for(lambda: self.lines(pid).count(line) >= count, TIME_LIMIT)
+        assert arrived, f"{line} is not among {self.lines(pid)}"
 
     def settle(self):
-        """Waits until everything sent before this call is in `datagrams`."""
+        """Waits until everything that was sent before this call is in `datagrams`."""
         marker = f"marker {time.monotonic_ns()}".encode()
         with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
             sender.connect("/dev/log")  # not sendto: proot does not translate its address
             sender.send(marker)
         with self.arrival:
-            assert self.arrival.wait_for(lambda: marker in self.datagrams, TOO_LONG)
+            assert self.arrival.wait_for(lambda: marker in self.datagrams, TIME_LIMIT)
             self.datagrams.remove(marker)
 
 
@@ -148,11 +155,11 @@ class Run:
         os.kill(self.pid, number)
 
     def end(self):
-        """Waits until the process is gone and returns the time."""
+        """Waits until the process has ended and returns the monotonic time of that moment."""
         watch = select.poll()
         descriptor = os.pidfd_open(self.pid)
         watch.register(descriptor, select.POLLIN)
-        gone = watch.poll(TOO_LONG * 1000)
+        gone = watch.poll(TIME_LIMIT * 1000)
         end = time.monotonic()
         os.close(descriptor)
         assert gone, "the tool hangs"
@@ -164,7 +171,7 @@ class Run:
 
     def finish(self):
         try:
-            output, errors = self.process.communicate(timeout=TOO_LONG)
+            output, errors = self.process.communicate(timeout=TIME_LIMIT)
         except subprocess.TimeoutExpired:
             self.process.kill()
             raise
@@ -193,21 +200,21 @@ class Run:
     def action(self):
         """The log lines of the action alone. Sets `milliseconds` to the time it took."""
         *lines, (level, text) = self.body()
-        delta = re.fullmatch(r"Delta Time \(ms\) : (\d+)" + ("" if LIBC == "musl" else r"\n"), text)
+        delta = re.fullmatch(r"Delta Time \(ms\) : (\d+)" + ("" if MUSL else r"\n"), text)
         assert level == INFO and delta, (level, text)
         self.milliseconds = int(delta[1])
         return lines
 
 
 def ftok(project):
-    """The queue's key: project id, device number and inode number of the file, joined."""
+    """The queue's key, as ftok(3) computes it from project id, device number and inode number."""
     status = CONF_PTZ.stat()
     key = ord(project) << 24 | (status.st_dev & 0xFF) << 16 | status.st_ino & 0xFFFF
     return key - (1 << 32) if key >= 1 << 31 else key
 
 
 class Queue(NamedTuple):
-    """A row of the kernel's list."""
+    """A row of the kernel's list of queues."""
     key: int
     id: int
     permissions: str
@@ -216,7 +223,7 @@ class Queue(NamedTuple):
 
 
 def all_queues():
-    """The queues of this sandbox: all that the kernel lists, or under proot the two of the key file."""
+    """Returns the queues of this sandbox: all that the kernel lists, or under proot the two of the key file."""
     rows = Path("/proc/sysvipc/msg").read_text().splitlines()[1:]
     queues = [Queue(int(row[0]), int(row[1]), row[2], int(row[3]), int(row[4])) for row in map(str.split, rows)]
     if not UNDER_PROOT:
@@ -226,7 +233,10 @@ def all_queues():
 
 
 def write_settings():
-    """Writes the default settings, and a key file whose keys nobody else uses."""
+    """Writes the default settings, and a key file whose keys nobody else uses.
+
+    A file whose keys are taken is renamed, not removed: it keeps its inode number, so the next file gets another.
+    """
     CONF_PTZ.parent.mkdir(exist_ok=True)
     CONF_PTZ.write_text("")
     while UNDER_PROOT and all_queues():
@@ -268,7 +278,7 @@ def relay(sequence, content, filler=b"\x00"):
 
 
 def body(text):
-    """A relay message body from hex, without the zeros at its end."""
+    """A relay body from hex, padded with zeros to 36 bytes."""
     return bytes.fromhex(text).ljust(36, b"\x00")
 
 
@@ -279,7 +289,7 @@ class Raw(NamedTuple):
 
 
 class Daemon:
-    """Answers one request after the other as scripted, then no more.
+    """Answers the requests in order as scripted; after the last answer it only records them.
 
     An answer is a frame (relayed with the sequence id of its request), a Raw message, None for silence, or a list
     of these.
@@ -312,13 +322,13 @@ class Daemon:
 
 
 class Simulator:
-    """simZR4410, from the time it is ready to its normal end."""
+    """A running simZR4410. It is ready when the constructor returns; stop() ends it and checks its exit status."""
 
     def __init__(self, *arguments):
         READY.unlink(missing_ok=True)
         self.process = subprocess.Popen([*SIMULATOR, "--ready-file", READY, *arguments], stdin=subprocess.DEVNULL,
                                         stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
-        deadline = time.monotonic() + TOO_LONG
+        deadline = time.monotonic() + TIME_LIMIT
         while not READY.exists():
             assert self.process.poll() is None, self.process.stdout.read()
             assert time.monotonic() < deadline, "simZR4410 is not ready"
@@ -326,6 +336,6 @@ class Simulator:
 
     def stop(self):
         self.process.terminate()
-        output, _ = self.process.communicate(timeout=TOO_LONG)
+        output, _ = self.process.communicate(timeout=TIME_LIMIT)
         assert self.process.returncode == 0, output
         return output.decode()

@@ -1,8 +1,8 @@
-"""Runs a test file in several sandboxes at once. Its tests mostly wait, and each sandbox has its own queues.
+"""Runs a test file in several sandboxes at once. The tests mostly wait, and each sandbox has its own queues.
 
     shards.py COUNT SANDBOX-COMMAND... TEST-FILE
 
-As a pytest plugin it keeps every COUNT-th test. ZR4410_SHARD="2/6" means: of 6, beginning with number 2.
+As a pytest plugin it runs only every Nth test: ZR4410_SHARD="2/6" selects every sixth one, after skipping two.
 """
 
 import os

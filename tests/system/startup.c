@@ -3,9 +3,9 @@
 #include <stdio.h>
 #include <stdlib.h>
 
-#include "camera/QM2150.h"
-#include "camera/SnrQM2150.h"
-#include "link/MsgqClient.h"
+#include <zr4410/MsgqClient.h>
+#include <zr4410/QM2150.h>
+#include <zr4410/SnrQM2150.h>
 
 int main(int argc, char** argv) {
   if (argc != 2 || ZR4410_MsgQ_Open() < 0) {

@@ -1,7 +1,7 @@
 """Sends SIGUSR1 and SIGUSR2 in turn, then SIGNAL. Reads "PID SECONDS PAUSE LEAST SIGNAL" from its input.
 
 A pause takes at most PAUSE seconds; 0 means none. The storm lasts SECONDS, or longer until LEAST signals are sent.
-Prints the number of signals sent and the time of the last one (monotonic clock).
+Prints the number of signals sent and the monotonic time of the last one.
 """
 
 import os

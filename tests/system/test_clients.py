@@ -1,4 +1,5 @@
-"""Others on the same queues: a second client, a daemon that restarts, queues that are removed or another user's."""
+"""Other processes on the same queues: a second client, a daemon that restarts, and queues that are removed or belong to
+another user."""
 
 import os
 import re
@@ -22,19 +23,20 @@ MCU_VERSION_FAILED = MCU_FAILED + MODE_FAILED["-m 16 0"]
 TIMED_OUT = errors("ZR4410_MsgQ_Receive timeout!")
 SEND_FAILED = errors("msgsnd failed!", "ZR4410_MsgQ_Send failed!")
 
-# A queue that has been removed: the second text if that happens during the call.
+# The line when the queue has been removed: the second text if it is removed during the call.
 RECEIVE_GONE = r"msgrcv len failed\(-1\)!(22:Invalid argument|43:Identifier removed)"
 
 
 @pytest.fixture
 def queues():
-    """Both queues without a daemon: the test acts as the daemon."""
+    """Opens both queues without a daemon: the test acts as the daemon."""
     return open_queue("b"), open_queue("a")
 
 
 @pytest.fixture
 def waiting(start, queues):
-    """Starts the tool and stops it with SIGSTOP after its request, so that the test decides who reads when."""
+    """A function that starts the tool and stops it with SIGSTOP after its request, so that the test decides which
+    client reads when."""
     if UNDER_PROOT:
         pytest.skip("under proot SIGSTOP does not stop a process")
     requests, _ = queues
@@ -64,7 +66,7 @@ def test_two_clients_can_mistake_each_others_reply_for_their_own(waiting, queues
     assert one.request == two.request == body("AA AA 01 0A AA 02 05 81 09 00 02 FF C4 55")
     replies.send(relay(1, VERSION), type=one.pid)
     replies.send(relay(1, OTHER_VERSION), type=two.pid)
-    two = resume(two)  # takes the first one, which is for the other client
+    two = resume(two)  # takes the first reply, which is for the other client
     one = resume(one)
     assert (two.action(), two.output) == ([], VERSION_TEXT)
     assert (one.action(), one.output) == ([], OTHER_VERSION_TEXT)
@@ -89,7 +91,7 @@ def test_a_client_with_a_later_sequence_id_rejects_anothers_reply(start, queues)
     replies.send(relay(1, ACK), type=one.pid)
     second, _ = requests.receive()
     assert second[:4] == bytes([0xAA, 0xAA, 2, 11])
-    replies.send(relay(1, VERSION), type=4711)  # another client's
+    replies.send(relay(1, VERSION), type=4711)  # a reply for another client
     one.finish()
     assert one.action() == (errors("SeqID failed!", "QM2150_CheckZR4410Packet failed!") + CAMERA_FAILED +
                             READ_BACK_FAILED)
@@ -125,7 +127,8 @@ def test_the_read_loop_takes_the_reply_that_another_waits_for(waiting, start, qu
 
 
 def test_many_clients_at_once_all_end(start, tool, simulator):
-    """They take each other's replies, but each ends in time, with its banner, and prints an answer or logs an error."""
+    """The clients take each other's replies. Each ends in time with its banner, and prints an answer or logs an error.
+    """
     simulator("--fast", "--quiet")
     commands = ["-s 0 0", "-m 16 0", "-s 1 0", "-m 17 0", "-y 3", "-i 04 00", "-s 2 6", "-m 12 1"]
     runs = [start(*arguments.split()) for arguments in commands * 5]
@@ -196,8 +199,8 @@ def test_queues_removed_while_a_reply_is_awaited(waiting, queues, arguments, fai
 
 
 def test_queues_removed_between_two_exchanges(start):
-    """The second request finds no queue: the flush logs that and continues, the send fails."""
-    for _ in range(50):  # until they are removed in the 50 ms before the mode is read back, and not later
+    """The second request finds no queue: the flush logs this and continues, and the send fails."""
+    for _ in range(50):  # until a run loses its queues in the 50 ms before the mode is read back, and not later
         requests, replies = open_queue("b"), open_queue("a")
         run = start("-s", "2", "8")
         requests.receive()
@@ -225,13 +228,13 @@ def test_only_the_request_queue_removed(start, queues):
 
 
 def test_queues_removed_during_the_read_loop(start, tool, queues):
-    """It keeps polling the removed queue, and logs that, until it is stopped."""
+    """The read loop keeps polling the removed queue, and logs each failure, until it is stopped."""
     run = start("-r")
     run.wait_for(INFO, "Start main loop.")
     for queue in queues:
         queue.remove()
     run.wait_for(*LOOP_FAILED, count=3)
-    Daemon()  # it does not open the new queues
+    Daemon()  # the read loop does not open the new queues
     run.wait_for(*LOOP_FAILED, count=6)
     run.signal(signal.SIGINT)
     assert run.seconds_to_end() < 1
@@ -246,7 +249,7 @@ def test_queues_removed_during_the_read_loop(start, tool, queues):
 # --- Queues of another user ---
 
 # Root may open any queue. Without its capabilities the queue's permissions apply to root as well.
-PLAIN = ["setpriv", "--inh-caps=-all", "--bounding-set=-all"] if os.geteuid() == 0 else []
+WITHOUT_CAPABILITIES = ["setpriv", "--inh-caps=-all", "--bounding-set=-all"] if os.geteuid() == 0 else []
 
 
 @pytest.mark.parametrize("closed, permissions, line", [
@@ -261,7 +264,7 @@ def test_a_queue_that_may_not_be_opened(tool, closed, permissions, line):
     open_queue(other)
     sysv_ipc.MessageQueue(ftok(closed), sysv_ipc.IPC_CREX, mode=permissions)
     for arguments in ["-s 0 0", "-m 16 0", "-r", "1"]:
-        run = tool(*arguments.split(), prefix=PLAIN)
+        run = tool(*arguments.split(), prefix=WITHOUT_CAPABILITIES)
         assert run.body() == errors(line, "ZR4410_MsgQ_Open fail!\n")  # no action, no delta time
         assert run.output == ""
 
@@ -270,7 +273,7 @@ def test_a_queue_that_may_not_be_opened(tool, closed, permissions, line):
 def test_queues_with_the_permission_that_is_needed_are_opened(tool, permissions):
     sysv_ipc.MessageQueue(ftok("b"), sysv_ipc.IPC_CREX, mode=permissions)
     sysv_ipc.MessageQueue(ftok("a"), sysv_ipc.IPC_CREX, mode=permissions ^ 0o666 or 0o444)
-    assert tool("1", prefix=PLAIN).action() == []
+    assert tool("1", prefix=WITHOUT_CAPABILITIES).action() == []
 
 
 NOBODY = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
@@ -282,8 +285,8 @@ def nobody_runs_the_tool():
 
 @pytest.mark.skipif(not nobody_runs_the_tool(), reason="needs root, and a tool that another user may read")
 def test_a_queue_of_another_user(tool):
-    os.chmod("/dev/log", 0o666)  # as a log daemon leaves it
-    sysv_ipc.MessageQueue(ftok("b"), sysv_ipc.IPC_CREX, mode=0o600)  # root's
+    os.chmod("/dev/log", 0o666)  # the permissions that a log daemon sets
+    sysv_ipc.MessageQueue(ftok("b"), sysv_ipc.IPC_CREX, mode=0o600)  # belongs to root
     run = tool("-s", "0", "0", prefix=NOBODY)
     assert run.body() == errors("msgget giMsgIdTx failed!", "ZR4410_MsgQ_Open fail!\n")
 

@@ -4,6 +4,7 @@ run on the same queues works again.
 A row of MODES is one exchange of a mode, a row of LINK or VISCA is one fault; outcome() combines them.
 """
 
+import os
 import re
 import signal
 from typing import NamedTuple
@@ -14,22 +15,23 @@ from device import (CAMERA_FAILED, DEBUG, ERROR, INFO, LOOP_FAILED, MCU_FAILED, 
                     all_queues, body, errors, ftok, open_queue, until)
 
 TIMEOUT_MS = 2000
-SLACK_MS = 1900  # for everything else: less than another time-out
+# For everything but the waiting: less than another time-out. An emulated tool is slower than that on a busy machine.
+SLACK_MS = 60000 if "ZR4410_EMULATOR" in os.environ else 1900
 
 
 class Mode(NamedTuple):
     arguments: str
     exchange: int  # the one with the fault, from 1
-    kind: str  # "inquiry" and "command" of the camera, "mcu"
-    tail: list  # the mode's own lines about a failure
-    judged: bool = False  # a camera inquiry whose VISCA reply is checked, which logs one line more
+    kind: str  # of the exchange: "inquiry" or "command" (camera), or "mcu"
+    tail: list  # the mode's own lines after a failure
+    checked: bool = False  # a camera inquiry whose VISCA reply is checked, which logs one line more
     length: str = ""  # the line for a reply of the wrong length
-    before: int = 0  # the number of lines of a run without a fault that come first
+    before: int = 0  # the number of lines of a good run that come before those of the failure
 
     def failed(self, *lines):
-        """The lines of an exchange that fails with these lines of the link."""
+        """Returns all lines of an exchange for which the link logs these lines."""
         wrapped = MCU_FAILED if self.kind == "mcu" else CAMERA_FAILED
-        return errors(*lines) + wrapped + (errors("QM2150_Inquiry fail!\n") if self.judged else []) + self.tail
+        return errors(*lines) + wrapped + (errors("QM2150_Inquiry fail!\n") if self.checked else []) + self.tail
 
 
 MODES = [
@@ -50,10 +52,10 @@ MODES = [
     Mode("-y 3", 1, "inquiry", MODE_FAILED["-y 3"], True, "QM2150_GetEnlargeFunction1 len fail!\n"),
     Mode("-y 4", 1, "inquiry", MODE_FAILED["-y 4"], True, "QM2150_GetEnlargeFunction2 len fail!\n"),
 ]
-# These send no request, so no fault reaches them.
-LISTS = ["-s 1 1", "-m 16 1", "-y 5", "-g", "-m 1 0"]
+# These runs send no request, so no fault affects them.
+NO_REQUEST = ["-s 1 1", "-m 16 1", "-y 5", "-g", "-m 1 0"]
 
-POISONED = "msgrcv len failed(-1)!7:Argument list too long"
+OVERLONG_FAILED = "msgrcv len failed(-1)!7:Argument list too long"
 BLOCKED = (DEBUG, "Reflush Receive Msqg (7): Argument list too long")
 REMOVED = re.compile(r"msgrcv len failed\(-1\)!(22:Invalid argument|43:Identifier removed)")
 SHORT = re.compile(r"msgrcv len failed\(20\)!\d+:.+")  # errno is left over from an earlier call
@@ -79,11 +81,11 @@ CHECKSUM = frame_lines("Checksum failed!", "Checksum failed!")
 # The faults that the link itself detects, with its lines for each kind of exchange.
 LINK = {
     "no-reply": NO_REPLY,
-    "late:ms=2300": NO_REPLY,
+    "late:ms=3000": NO_REPLY,
     "power-loss": NO_REPLY,
     "daemon-away:ms=2200": NO_REPLY,
     "daemon-restart": queue_lines(REMOVED),
-    "wrong-size:value=40": queue_lines(POISONED),
+    "wrong-size:value=40": queue_lines(OVERLONG_FAILED),
     "wrong-size:value=20": queue_lines(SHORT),
     "stale-first": SEQUENCE,
     "wrong-sequence": SEQUENCE,
@@ -122,7 +124,7 @@ class Undisturbed(NamedTuple):
 
 
 def outcome(mode, fault, good):
-    """The lines and the output of this mode with this fault; `good` are those without the fault."""
+    """Returns the lines and the output of this mode with this fault. `good` is the run without the fault."""
     before, code = good.lines[:mode.before], (mode.arguments, mode.exchange)
 
     def failed(lines):
@@ -135,7 +137,7 @@ def outcome(mode, fault, good):
     if fault in ("duplicate", "socket-number"):  # only the raw inquiry prints the socket's number
         return good.lines, good.output.replace("90 50", "90 51") if fault == "socket-number" else good.output
 
-    if mode.kind == "command":  # the first byte must be 0x10; of these only a long reply begins with it
+    if mode.kind == "command":  # the first byte must be 0x10; of these replies only a long one begins with it
         return (good.lines, good.output) if fault == "long-reply" else failed(mode.tail)
 
     if mode.kind == "mcu":
@@ -144,20 +146,20 @@ def outcome(mode, fault, good):
             return good.lines, "Version = 0x%02x\n" % answers.get(fault, 0x90)
         if mode.arguments == "-m 12 1" and fault == "long-reply":
             return good.lines, good.output
-        return failed(mode.tail)  # no acknowledgement, or not eight bytes
+        return failed(mode.tail)  # there is no acknowledgement, or there are not eight bytes
 
     if fault == "nak":  # too short for a VISCA packet
         return failed(mode.failed("Len > VISCA_PACKET_MAX_LEN", "QM2150_FillUart1Resp failed!"))
 
     if fault in VISCA:
         line, sensor_mode = VISCA[fault]
-        if mode.judged:
+        if mode.checked:
             return failed(errors(line, "QM2150_ChecRespVisca fail!\n") + mode.tail)
         if code == ("-s 0 0", 1):
             return good.lines, "[Model] 0x0000, [ROM Version] 0x0000\n"
         if code == ("-s 1 0", 1):
             return ([], NTSC) if sensor_mode == 0x10 else failed(NO_NAME)
-        if code == ("-s 2 8", 2):  # reads back another mode; the second time it is right
+        if code == ("-s 2 8", 2):  # the first read-back gives another mode, the second the right one
             return good.lines, good.output
         return failed(mode.tail)  # -y 1: no shutter times for such a sensor mode
 
@@ -193,7 +195,7 @@ def undisturbed():
 
 @pytest.fixture
 def good(undisturbed, tool, simulator):
-    """Runs the mode without a fault."""
+    """A function that runs the mode without a fault."""
     def find(arguments):
         if arguments not in undisturbed:
             device = simulator("--fast", "--quiet")
@@ -205,7 +207,7 @@ def good(undisturbed, tool, simulator):
     return find
 
 
-def strike(fault, exchange):
+def fault_option(fault, exchange):
     name, _, keys = fault.partition(":")
     return f"{name}:{keys + ',' if keys else ''}nth={exchange}"
 
@@ -219,7 +221,7 @@ def names(mode):
 def test_a_fault_in_an_exchange(tool, simulator, good, mode, fault):
     undisturbed = good(mode.arguments)
     lines, output = outcome(mode, fault, undisturbed)
-    simulator("--fast", "--quiet", "--fault", strike(fault, mode.exchange))
+    simulator("--fast", "--quiet", "--fault", fault_option(fault, mode.exchange))
 
     run = tool(*mode.arguments.split())
     assert matches(run.action(), lines), run.log
@@ -232,11 +234,11 @@ def test_a_fault_in_an_exchange(tool, simulator, good, mode, fault):
     if fault == "wrong-size:value=40":
         first = next(each for each in MODES if each.arguments == mode.arguments)
         run = tool(*mode.arguments.split())
-        failure = first.failed(POISONED, "ZR4410_MsgQ_Receive failed!")
+        failure = first.failed(OVERLONG_FAILED, "ZR4410_MsgQ_Receive failed!")
         assert run.action() == [BLOCKED] + failure
         assert run.output == ""
-        poison, _ = open_queue("a").receive(block=False)
-        assert len(poison) == 40
+        overlong, _ = open_queue("a").receive(block=False)
+        assert len(overlong) == 40
     run = tool(*mode.arguments.split())
     assert run.action() == undisturbed.lines
     assert run.output == undisturbed.output
@@ -245,7 +247,7 @@ def test_a_fault_in_an_exchange(tool, simulator, good, mode, fault):
 @pytest.mark.parametrize("fault", FAULTS)
 def test_modes_that_send_no_request(tool, simulator, fault):
     simulator("--fast", "--quiet", "--fault", fault)
-    for arguments in LISTS:
+    for arguments in NO_REQUEST:
         run = tool(*arguments.split())
         lines = [line for line in run.action() if line[0] != DEBUG]
         assert lines == (errors("Command ID is not supported.\n") if arguments == "-m 1 0" else [])
@@ -254,12 +256,13 @@ def test_modes_that_send_no_request(tool, simulator, fault):
 
 
 SILENCE = [(ERROR, "msgrcv timeout!"), LOOP_FAILED]
-# The read loop accepts any complete message. The number of messages that it dumps, and the lines, once or repeated.
+# The read loop accepts any complete message. For each fault: how many messages it dumps, and the lines that it logs at
+# least once.
 READ_LOOP = {
-    "no-reply": (0, SILENCE), "late:ms=2300": (1, SILENCE), "power-loss": (0, SILENCE),
+    "no-reply": (0, SILENCE), "late:ms=3000": (1, SILENCE), "power-loss": (0, SILENCE),
     "daemon-away:ms=2200": (0, SILENCE),
     "daemon-restart": (0, [(ERROR, REMOVED), LOOP_FAILED]),
-    "wrong-size:value=40": (0, [(ERROR, POISONED), LOOP_FAILED]),
+    "wrong-size:value=40": (0, [(ERROR, OVERLONG_FAILED), LOOP_FAILED]),
     "wrong-size:value=20": (0, [(ERROR, SHORT), LOOP_FAILED]),
     "stale-first": (2, []), "duplicate": (2, []),
 }
@@ -268,7 +271,7 @@ READ_LOOP = {
 @pytest.mark.parametrize("fault", FAULTS)
 def test_a_fault_before_the_read_loop(start, tool, simulator, good, fault):
     undisturbed = good("-s 0 0")
-    simulator("--fast", "--quiet", "--fault", strike(fault, 1))
+    simulator("--fast", "--quiet", "--fault", fault_option(fault, 1))
     run = start("-r", "-g")
     run.wait_for(INFO, "Start main loop.")
     open_queue("b").send(body("AA AA 01 0A AA 02 05 81 09 00 02 FF C4 55"), type=1)

@@ -36,7 +36,7 @@ def test_a_raw_command_that_is_too_long_for_a_packet(tool, digits):
     assert daemon.requests == []
 
 
-def test_a_raw_command_that_the_camera_rejects(tool):
+def test_a_raw_command_that_is_not_acknowledged(tool):
     Daemon(frame(0x82, b"\x40"))
     assert tool("-c", "0002").action() == COMMAND_FAILED
 
@@ -136,7 +136,7 @@ REPORT = [
 
 
 def test_a_report_of_three_inquiries(tool):
-    """The demonstration shows the other reports."""
+    """The demo's transcript covers the other reports."""
     daemon = Daemon(camera("90 50 0C 08 0B 04 05 08 03 23 10 0E 0B 11 09 FF"), camera("90 50 00 06 FF"),
                     camera("90 50 02 FF"))
     run = tool("-y", "1")
@@ -161,7 +161,7 @@ def test_a_report_that_does_not_exist(tool, number):
     ("4", "EnlargeFunction2"),
 ])
 @pytest.mark.parametrize("count", [12, 14])
-def test_a_report_of_the_wrong_length(tool, number, block, count):
+def test_a_report_whose_block_has_the_wrong_length(tool, number, block, count):
     Daemon(frame(0x82, b"\x90\x50" + bytes(count) + b"\xff"))
     run = tool("-y", number)
     assert run.action() == errors(f"QM2150_Get{block} len fail!\n") + MODE_FAILED[f"-y {number}"]

@@ -1,4 +1,4 @@
-"""Standard output that nobody reads: the run and its log still come to their end."""
+"""Standard output that nobody reads: the run ends normally, with its complete log."""
 
 import fcntl
 import signal
@@ -6,7 +6,7 @@ import time
 
 import pytest
 
-from device import ACK, INFO, TOO_LONG, Daemon, camera, open_queue, relay
+from device import ACK, INFO, TIME_LIMIT, Daemon, camera, open_queue, relay
 
 MODE_8 = camera("90 50 00 08 FF")
 ANY_MESSAGE = relay(1, ACK)
@@ -42,13 +42,13 @@ def test_the_usage_ends_with_status_0(tool, nowhere):
 
 def test_a_stop_signal_ends_a_run_whose_reader_stalls(start):
     run = start("-r", "-g")
-    fcntl.fcntl(run.process.stdout, fcntl.F_SETPIPE_SZ, 4096)  # room for about 25 dumps, which nobody reads
+    fcntl.fcntl(run.process.stdout, fcntl.F_SETPIPE_SZ, 4096)  # unread, it holds about 25 dumps
     replies = open_queue("a")
     for _ in range(60):
         replies.send(ANY_MESSAGE, type=1)
-    deadline = time.monotonic() + TOO_LONG
+    deadline = time.monotonic() + TIME_LIMIT
     seen, since = 60, time.monotonic()
-    # Wait until it has read no message for ten times its poll interval.
+    # Wait until the tool has read no message for ten times its poll interval.
     while seen == 60 or time.monotonic() < since + 0.5:
         assert time.monotonic() < deadline
         if replies.current_messages != seen:

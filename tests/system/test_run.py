@@ -1,9 +1,9 @@
-"""The course of a run: banners, settings, opening the queues; which action the arguments select."""
+"""A run from start to finish: banners, settings, opening the queues; which action the arguments select."""
 
 import pytest
 
-from device import (ACK, BYTE_ORDER, CONF_IMG, CONF_PTZ, DEBUG, FINISH, START, WIDE_LONG, Daemon, all_queues, body,
-                    camera, errors, ftok, mcu, open_queue)
+from device import (ACK, BYTE_ORDER, CONF_IMG, CONF_PTZ, DEBUG, FINISH, START, WIDE_LONG, Daemon, LineOfMusl,
+                    all_queues, body, camera, errors, ftok, mcu, open_queue)
 
 UNSUPPORTED = errors("Command ID is not supported.\n")
 NO_SETTINGS = errors("can not open sysconf file /sysconf/conf.img.\n", "sysconf_fget failed!\n")
@@ -57,7 +57,7 @@ def test_without_a_mode_the_queues_are_only_opened(tool):
     assert sorted(queue.key for queue in all_queues()) == sorted([ftok("a"), ftok("b")])
 
 
-def test_an_argument_that_is_no_option_selects_no_mode(tool):
+def test_an_argument_that_is_not_an_option_selects_no_mode(tool):
     run = tool("1")
     assert run.action() == []
     assert run.output == ""
@@ -122,7 +122,7 @@ def test_the_debug_level_is_the_low_32_bits(tool, level, lines):
 
 
 @pytest.mark.skipif(not WIDE_LONG, reason="a long of 32 bits saturates")
-def test_of_a_number_the_low_32_bits_are_used(tool):
+def test_only_the_low_32_bits_of_a_number_are_used(tool):
     daemon = Daemon(ACK, camera("90 50 00 06 FF"))
     run = tool("-s", "4294967297", "1")
     assert run.action() == []
@@ -158,7 +158,7 @@ def test_listing_the_sensor_modes_sends_nothing(tool, arguments):
     ["--sony", "-2147483648", "1"], ["-m", "0x10", "0"], ["-m", "0", "0"], ["-m", "272", "0"], ["-m", "", "0"],
     ["-m", "11", "0"], ["--mcu", "-240", "0"], ["-s", "1", "1", "-m"],
 ])
-def test_numbers_of_no_action(tool, arguments):
+def test_numbers_that_select_no_action(tool, arguments):
     daemon = Daemon()
     run = tool(*arguments)
     assert run.action() == UNSUPPORTED
@@ -219,3 +219,12 @@ def test_each_run_is_logged_from_banner_to_banner(tool):
         run = tool("-s", "9", "9")
         assert run.action() == UNSUPPORTED
         assert (run.log[:3], run.log[-3:]) == (START, FINISH)
+
+
+def test_a_line_of_musl_equals_the_text_with_and_without_its_line_feed():
+    line = LineOfMusl("fail!")
+    for text in ("fail!", "fail!\n"):
+        assert line == text and text == line and (3, line) in [(3, text)]
+        assert not line != text and not text != line
+    for text in ("fail", "fail!!", "fail!\n\n"):
+        assert line != text and not line == text

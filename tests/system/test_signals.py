@@ -10,13 +10,13 @@ from pathlib import Path
 
 import pytest
 
-from device import CONF_IMG, DEBUG, INFO, LOOP_FAILED, MODE_FAILED, TOO_LONG, errors, open_queue
+from device import CONF_IMG, DEBUG, INFO, LOOP_FAILED, MODE_FAILED, TIME_LIMIT, errors, open_queue
 
-INTERRUPTED = {signal.SIGINT: (DEBUG, "Catch SIGINT!"), signal.SIGTERM: (DEBUG, "Catch SIGTERM!")}
+CATCH_LINES = {signal.SIGINT: (DEBUG, "Catch SIGINT!"), signal.SIGTERM: (DEBUG, "Catch SIGTERM!")}
 
 
 def waiting_for_a_reply(start, *arguments):
-    """A run that has sent its request and gets no reply."""
+    """Starts a run and returns it once it has sent its request, to which there is no reply."""
     open_queue("a")
     requests = open_queue("b")
     waiting = requests.current_messages
@@ -33,20 +33,20 @@ def in_the_read_loop(start, *arguments):
     return run
 
 
-@pytest.mark.parametrize("number", INTERRUPTED)
+@pytest.mark.parametrize("number", CATCH_LINES)
 @pytest.mark.parametrize("arguments, lines", MODE_FAILED.items(), ids=MODE_FAILED)
 def test_a_stop_signal_ends_the_wait_for_a_reply(start, number, arguments, lines):
     run = waiting_for_a_reply(start, *arguments.split())
     run.signal(number)
-    assert run.finish().action() == [INTERRUPTED[number]] + lines
+    assert run.finish().action() == [CATCH_LINES[number]] + lines
     assert run.output == ""
 
 
-@pytest.mark.parametrize("number", INTERRUPTED)
+@pytest.mark.parametrize("number", CATCH_LINES)
 def test_a_stop_signal_ends_the_read_loop(start, number):
     run = in_the_read_loop(start)
     run.signal(number)
-    assert run.finish().action() == [(INFO, "Start main loop."), INTERRUPTED[number], (INFO, "Finish main loop.")]
+    assert run.finish().action() == [(INFO, "Start main loop."), CATCH_LINES[number], (INFO, "Finish main loop.")]
 
 
 @pytest.mark.parametrize("wait, arguments", [(waiting_for_a_reply, ["-s", "0", "0"]), (in_the_read_loop, [])])
@@ -83,27 +83,28 @@ def test_a_signal_that_is_not_caught_ends_the_run(start):
 
 
 def interrupted_in_the_settings(run, number):
-    """Interrupts a run that waits for its settings, and returns its other log lines."""
-    end = time.monotonic() + TOO_LONG
+    """Sends the signal to a run that waits for its settings until the run ends, and returns its other log lines."""
+    end = time.monotonic() + TIME_LIMIT
     while run.process.poll() is None and time.monotonic() < end:
-        # One signal is enough if the run waits already. If it has only installed its handlers, it needs another.
+        # One signal is enough if the run is already waiting. If it has only just installed its handlers, it needs
+        # another.
         if has_its_handlers(run.pid):
             run.signal(number)
         time.sleep(0.02)
     lines = run.finish().body()
-    caught = INTERRUPTED[number]
+    caught = CATCH_LINES[number]
     assert lines[0] == caught
-    *lines, delta = [line for line in lines if line != caught]  # a slow run may be caught at any later line, too
+    *lines, delta = [line for line in lines if line != caught]  # in a slow run, later signals are caught too
     assert delta[1].startswith("Delta Time (ms) : ")
     return lines
 
 
 def has_its_handlers(pid):
-    """Whether the tool ignores SIGPIPE already, which it does after it has installed its handlers."""
+    """Returns whether the tool already ignores SIGPIPE, which it does after installing its handlers."""
     try:
         ignored = re.search(r"^SigIgn:\t(\w+)$", Path(f"/proc/{pid}/status").read_text(), re.MULTILINE)[1]
     except (FileNotFoundError, ProcessLookupError, TypeError):
-        return False  # it has ended
+        return False  # the tool has ended
     return int(ignored, 16) >> signal.SIGPIPE - 1 & 1 == 1
 
 
@@ -116,7 +117,7 @@ def settings_pipe():
     CONF_IMG.unlink()
 
 
-@pytest.mark.parametrize("number", INTERRUPTED)
+@pytest.mark.parametrize("number", CATCH_LINES)
 def test_a_stop_signal_ends_the_wait_for_settings_that_nobody_writes(start, settings_pipe, number):
     run = start("-s", "1", "1")
     assert interrupted_in_the_settings(run, number) == errors(
@@ -124,9 +125,9 @@ def test_a_stop_signal_ends_the_wait_for_settings_that_nobody_writes(start, sett
     assert run.output.startswith("0x00 = unknown\n")
 
 
-@pytest.mark.parametrize("number", INTERRUPTED)
+@pytest.mark.parametrize("number", CATCH_LINES)
 def test_a_stop_signal_ends_the_wait_for_the_rest_of_the_settings(start, settings_pipe, number):
-    writer = os.open(settings_pipe, os.O_RDWR)  # so that the tool can open it and waits for the end of the line
+    writer = os.open(settings_pipe, os.O_RDWR)  # so that the tool can open the pipe and waits for the end of the line
     os.write(writer, b"EXT_DEBUG=")
     run = start("-s", "1", "1")
     assert interrupted_in_the_settings(run, number) == []
@@ -142,7 +143,7 @@ def test_ten_thousand_signals_do_not_block_the_read_loop(start, arguments):
             run.signal(signal.SIGUSR1)
             run.signal(signal.SIGUSR2)
             time.sleep(random.uniform(0, 0.0001))  # signals that arrive while the same one is pending merge
-        # At least one signal of each burst is caught, however many merge.
+        # At least one signal of each burst is caught, no matter how many merge.
         run.wait_for(DEBUG, "Catch SIGUSR1!", count=burst)
         run.wait_for(DEBUG, "Catch SIGUSR2!", count=burst)
     run.signal(signal.SIGTERM)

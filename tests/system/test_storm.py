@@ -1,10 +1,10 @@
-"""Signals as fast as possible, in every run mode, and a stop signal among them.
+"""Storms of signals, as fast as possible, in every run mode, and then a stop signal.
 
-A handler that logs while it interrupts syslog would wait for syslog's lock forever. So the storms hit the tool wherever
-it is, and some hit it inside syslog, where a log daemon that does not read holds it.
+A handler that logs while it interrupts syslog would wait for syslog's lock forever. So the storms hit the tool at every
+point of its run. Some hit it inside syslog, where it is blocked because the log daemon has stopped reading.
 
 ZR4410_STORM_RUNS     the number of runs, over all modes (default: one for each mode and stop signal)
-ZR4410_STORM_SECONDS  the longest time of a storm (default: 0.25)
+ZR4410_STORM_SECONDS  the maximum duration of a storm in seconds (default: 0.25)
 """
 
 import os
@@ -36,15 +36,16 @@ MODE_8 = camera("90 50 00 08 FF")
 class Waiting(NamedTuple):
     """A mode that waits on a queue when the storm begins, and what it logs when it is stopped."""
     arguments: str
-    answers: tuple  # of the device, before it stops answering
+    answers: tuple  # the device's answers before it stops answering
     lines: list
 
 
 class Anywhere(NamedTuple):
-    """A mode at any point of its run: the storm begins after the handlers are installed, and may outlast the run."""
+    """A mode hit at any point of its run: the storm begins after the handlers are installed, and may outlast the run.
+    """
     arguments: str
     answers: tuple
-    lines: int  # of its output
+    lines: int  # number of lines of its output
 
 
 LOOP_FINISHED = [(INFO, "Finish main loop.")]
@@ -81,7 +82,7 @@ ANYWHERE = [
 MODES = WAITING + ANYWHERE
 RUNS = int(os.environ.get("ZR4410_STORM_RUNS", 2 * len(MODES)))
 
-# Lines that depend on -g, on the settings and on the time that passes.
+# Log lines that are ignored, because they depend on -g, on the settings or on timing.
 INCIDENTAL = ["msgrcv len = 0\n", "can not open sysconf file /sysconf/conf.img.\n", "sysconf_fget failed!\n",
               "msgrcv timeout!", "ZR4410_MsgQ_Receive fail!\n", "Start main loop."]
 
@@ -102,19 +103,19 @@ class BusySyslog(Syslog):
                 self.datagrams.append(datagram)
                 self.arrival.notify_all()
 
-    def clog(self):
-        """From now on a program waits inside syslog."""
+    def stop_reading(self):
+        """Fills the socket, so that a program that logs blocks inside syslog."""
         self.reads.clear()
         while True:
             with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
                 sender.setblocking(False)
                 try:
                     sender.connect("/dev/log")
-                    sender.send(b"clogged")
+                    sender.send(b"filler")
                 except BlockingIOError:  # a new socket that cannot send: the receiver's queue is full
                     return
 
-    def unclog(self):
+    def continue_reading(self):
         self.reads.set()
 
 
@@ -125,7 +126,7 @@ def syslog():
 
 @pytest.fixture
 def storm():
-    """Starts the process that makes a storm; the call of the result begins it."""
+    """Starts the process that sends the storm; calling the fixture begins the storm."""
     process = subprocess.Popen(STORM, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
 
     def begin(pid, seconds, pause, stop, least=0):
@@ -138,15 +139,15 @@ def storm():
 
 
 def result(storm):
-    """The number of signals sent, and the time of the stop signal."""
+    """Waits for the end of the storm; returns the number of signals sent, and the time of the stop signal."""
     sent, stopped = storm.process.stdout.readline().split()
     return int(sent), float(stopped)
 
 
-def begin(start, mode):
-    """A run that has come to the point where the storm is to hit it."""
+def start_run(start, mode):
+    """Starts a run and waits until it reaches the point where the storm begins."""
     if isinstance(mode, Anywhere):
-        CONF_IMG.unlink()  # the error shows that the handlers are installed
+        CONF_IMG.unlink()  # the tool logs the missing file after it has installed the handlers
     daemon = Daemon(*mode.answers)
     run = start(*mode.arguments.split())
     if isinstance(mode, Anywhere):
@@ -161,7 +162,7 @@ def begin(start, mode):
 
 
 def relevant_lines(run):
-    """The log lines of the action and of the stop signal."""
+    """Returns the log lines of the action and of the stop signal."""
     lines = [line for line in run.body() if line[1] not in STORMED + INCIDENTAL and
              not line[1].startswith("MsgqClient key") and "\t=\t" not in line[1]]
     assert [level for level, text in lines if text.startswith("Delta Time (ms) : ")] == [INFO]
@@ -174,19 +175,20 @@ def name(mode):
 
 @pytest.fixture(scope="module")
 def ends():
-    """Seconds from the stop signal to the end, of the modes that wait on a queue; signals sent and caught, of all."""
+    """Two lists to fill: how long runs stopped while waiting took to end, and each run's signals sent and caught.
+    """
     ends, figures = [], []
     yield ends, figures
     print(f"\n{len(figures)} runs ended; {sum(sent for sent, _ in figures)} signals sent, "
-          f"{sum(caught for _, caught in figures)} caught; {len(ends)} ends while waiting, the slowest "
-          f"{max(ends, default=0) * 1000:.1f} ms after the stop")
+          f"{sum(caught for _, caught in figures)} caught; {len(ends)} runs stopped while waiting, the slowest "
+          f"ended {max(ends, default=0) * 1000:.1f} ms after the stop signal")
 
 
 @pytest.mark.parametrize("number", range(RUNS), ids=lambda number: f"{number} {name(MODES[number % len(MODES)])}")
 def test_a_storm_and_a_stop(start, storm, ends, number):
     mode = MODES[number % len(MODES)]
     stop = list(STOPS)[number // len(MODES) % 2]
-    run = begin(start, mode)
+    run = start_run(start, mode)
     chance = random.Random(SEED + number)
     # Without pauses the tool itself makes no progress; with pauses it is hit at every point of its run.
     storm(run.pid, chance.uniform(0, SECONDS), chance.choice([0, 0.0002, 0.002]), stop)
@@ -202,12 +204,13 @@ def test_a_storm_and_a_stop(start, storm, ends, number):
         ends[0].append(took)
     else:
         assert lines.count(caught) <= 1
-        assert run.output.count("\n") in (mode.lines, 0 if mode.answers else mode.lines, len(mode.answers) and 2)
+        # All lines, none, or only the dump of a report, depending on where the stop signal arrived.
+        assert run.output.count("\n") in ((mode.lines, 0, 2) if mode.answers else (mode.lines, 0))
     ends[1].append((sent, sum(run.log.count((DEBUG, text)) for text in STORMED)))
 
 
 def test_a_run_ends_within_150_ms_of_the_stop_signal(ends):
-    # Nine in ten, because other processes on this machine may delay a run.
+    # Only nine in ten, because other processes on this machine may delay a run.
     slowest = sorted(ends[0])
     assert len(slowest) >= min(RUNS, len(WAITING))
     assert slowest[len(slowest) * 9 // 10] < 0.150, slowest[-10:]
@@ -216,15 +219,15 @@ def test_a_run_ends_within_150_ms_of_the_stop_signal(ends):
 @pytest.mark.parametrize("stop", STOPS, ids=STOPS.get)
 @pytest.mark.parametrize("mode", WAITING, ids=name)
 def test_a_storm_while_the_tool_waits_inside_syslog(start, storm, syslog, mode, stop):
-    run = begin(start, mode)
-    syslog.clog()
+    run = start_run(start, mode)
+    syslog.stop_reading()
     try:
-        run.signal(stop)  # its line has to wait, and the storm hits that wait
+        run.signal(stop)  # logging it blocks inside syslog, and the storm hits the tool there
         storm(run.pid, 0.05, 0, signal.SIGUSR1, least=100)
         result(storm)
         assert run.process.poll() is None
     finally:
-        syslog.unclog()
+        syslog.continue_reading()
     run.end()
     run.finish()
     assert relevant_lines(run) == [(DEBUG, STOPS[stop]), *mode.lines]

@@ -1,9 +1,11 @@
-// What happened on the wire, in the log and in sleep, one event each, in order:
+// The story of a test: what was sent, logged and slept, one event each, in order:
 //
 //   "81 09 04 53 FF"             a VISCA packet sent and answered at the first poll
-//   "MCU 0C 01"                  an MCU command with its data, likewise
-//   "81 09 04 53 FF (silence)"   ... never answered, waited for until the time-out
-//   "81 09 04 53 FF (stop)"      ... given up because the stop flag was set meanwhile
+//   "MCU 0C 01"                  an MCU command with its data, also answered at the first poll
+//   "81 09 04 53 FF (2 polls)"   a request that is answered at the second poll
+//   "81 09 04 53 FF (silence)"   a request that is not answered before the time-out
+//   "81 09 04 53 FF (stop)"      a request whose wait ends because the stop flag is set
+//   "81 09 04 53 FF (not received)"   a request that the product does not wait for, or whose reply cannot be received
 //   "50 ms", "6 s"               one sleep outside an exchange
 //   Err("text\n")                a log line; also Info and Debug
 #ifndef ZR4410_TESTS_UNIT_CAMERASTORY_H
@@ -35,7 +37,8 @@ inline Story operator+(Story first, const Story& second) {
   return first;
 }
 
-// The story with only those log lines that `shown` accepts, so that a test sees those of the routine that it is about.
+// Returns the story with only those log lines that `shown` accepts, so that a test sees only the lines of the routine
+// that it tests.
 inline Story StoryOf(const FakeOs& os, const std::function<bool(std::string_view)>& shown) {
   const std::string poll = "sleep " + std::to_string(kPollMs * 1000);
   const std::vector<std::string>& lines = os.Timeline();
@@ -73,7 +76,7 @@ inline Story StoryOf(const FakeOs& os, const std::function<bool(std::string_view
                                                   : std::to_string(microseconds) + " us");
     } else if (line(i).starts_with("log ") && shown(line(i).substr(6))) {
       story.push_back(line(i));
-    }  // else the reply queue being emptied before a request
+    }  // otherwise the reply queue is emptied before a request
   }
   return story;
 }
@@ -82,7 +85,7 @@ inline Story StoryOf(const FakeOs& os) {
   return StoryOf(os, [](std::string_view) { return true; });
 }
 
-// The bytes of a text such as "90 50 0A FF".
+// Returns the bytes of a text such as "90 50 0A FF".
 inline Bytes FromHex(const std::string& text) {
   Bytes bytes;
   for (size_t i = 0; i < text.size(); i += 3) {

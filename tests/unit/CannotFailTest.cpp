@@ -1,11 +1,11 @@
-// What happens if a call fails that cannot fail today. The linker puts the routines below between
-// the callers and the real ones (see wrapped.cmake).
+// What happens if routines fail that cannot fail today. The linker makes the callers call the replacements below
+// instead of the real routines (see wrapped.cmake).
 #include "tests/fakeos/Fixtures.h"
 
 namespace {
 
 const char* gFailing = "";  // name of the routine that fails
-int gCallsBefore;           // ... after this many calls that do not
+int gCallsBefore;           // number of its calls that succeed first
 
 bool Fails(std::string_view name) { return name == gFailing && gCallsBefore-- == 0; }
 
@@ -77,7 +77,7 @@ TEST_F(CannotFail, AFailedCloseIsLoggedBeforeTheFinishBanner) {
   ASSERT_GE(log.size(), 5U);
   EXPECT_EQ(log[log.size() - 5].text.substr(0, 18), "Delta Time (ms) : ");
   EXPECT_EQ(log[log.size() - 4], Err("ZR4410_MsgQ_Close fail!\n"));
-  EXPECT_EQ(log[log.size() - 2], Info("Finish testZR4410 (v0.0.1)."));
+  EXPECT_EQ(log[log.size() - 2], Info("Finish testZR4410 (v" ZR4410_VERSION ")."));
 }
 
 TEST_F(CannotFail, AnInquiryThatBecomesACommandDuringTheExchangeFails) {

@@ -77,7 +77,7 @@ TEST_F(Clock, ALongerYearIsCutToFourteenDigitsInAll) {
     SetZone("UTC0");
     os.wallClock = static_cast<time_t>(327'403'753'689);  // 5 January 12345, 07:08:09
     EXPECT_EQ(DayTime(), "12345010507080");
-    os.wallClock = static_cast<time_t>(1) << (sizeof(time_t) * 8 - 2);  // its year does not fit an int
+    os.wallClock = static_cast<time_t>(1) << (sizeof(time_t) * 8 - 2);  // its year does not fit into an int
     EXPECT_EQ(DayTime().size(), 14U);
   }
 }
@@ -102,7 +102,13 @@ TEST_F(Clock, OnlyTheFirstEightCharactersOfTheRtcFileCount) {
   EXPECT_EQ(IsRtcTime(), 0);
 }
 
-TEST_F(Clock, AFileWithAnotherBeginningIsNoRtc) {
+TEST_F(Clock, TheRtcFileMayGetDescriptor0) {
+  os.files[kRtc] = "rtc_time";
+  os.nextFile = 0;
+  EXPECT_EQ(IsRtcTime(), 0);
+}
+
+TEST_F(Clock, AFileWithAnotherBeginningIsNotAnRtc) {
   for (const char* content : {"rtc_tim", "rtc_date\t: 2026-01-05\n", " rtc_time", "RTC_TIME", "\n"}) {
     os.files[kRtc] = content;
     EXPECT_EQ(IsRtcTime(), -1) << content;

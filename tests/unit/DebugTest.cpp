@@ -1,4 +1,4 @@
-// Bits of the debug level, and dumps in hex.
+// The bits of the debug level, and hex dumps.
 #include "tests/fakeos/Fixtures.h"
 
 namespace {

@@ -135,21 +135,21 @@ class DeviceActionsReadFault : public DeviceActions, public testing::WithParamIn
 INSTANTIATE_TEST_SUITE_P(Each, DeviceActionsReadFault, ValuesIn(InquiryFaults()),
                          FaultName<testing::TestParamInfo<Fault>>);
 
-TEST_P(DeviceActionsReadFault, IsLoggedForTheVersionAlsoWhenStopped) {
+TEST_P(DeviceActionsReadFault, IsLoggedForTheVersionEvenWhenStopped) {
   GetParam().arrange(os, {0x90, 0x50, 0x00, 0x01, 0x05, 0x06, 0x01, 0x23, 0x02, 0xFF});
   EXPECT_EQ(Camera(0, 0), 0);
   EXPECT_EQ(os.Output(), "");
   EXPECT_THAT(LinesAbove(os.Log(), GetParam(), 1), ElementsAre(Err("QM2150_VersionInq fail!\n")));
 }
 
-TEST_P(DeviceActionsReadFault, IsLoggedForTheSensorModeAlsoWhenStopped) {
+TEST_P(DeviceActionsReadFault, IsLoggedForTheSensorModeEvenWhenStopped) {
   GetParam().arrange(os, {0x90, 0x50, 0x00, 0x08, 0xFF});
   EXPECT_EQ(Camera(1, 0), 0);
   EXPECT_EQ(os.Output(), "");
   EXPECT_THAT(LinesAbove(os.Log(), GetParam(), 1), ElementsAre(Err("QM2150_GetSnrMode fail!\n")));
 }
 
-TEST_P(DeviceActionsReadFault, IsLoggedForAReadBackAlsoWhenStopped) {
+TEST_P(DeviceActionsReadFault, IsLoggedForAReadBackEvenWhenStopped) {
   os.Reply(kAck);
   os.On("usleep", 2, [this] { GetParam().arrange(os, {0x90, 0x50, 0x00, 0x08, 0xFF}); });
   EXPECT_EQ(Camera(2, 8), 0);
@@ -161,7 +161,7 @@ class DeviceActionsWriteFault : public DeviceActions, public testing::WithParamI
 INSTANTIATE_TEST_SUITE_P(Each, DeviceActionsWriteFault, ValuesIn(CommandFaults()),
                          FaultName<testing::TestParamInfo<Fault>>);
 
-TEST_P(DeviceActionsWriteFault, IsLoggedForTheSensorModeAlsoWhenStopped) {
+TEST_P(DeviceActionsWriteFault, IsLoggedForTheSensorModeEvenWhenStopped) {
   GetParam().arrange(os, kAck);
   EXPECT_EQ(Camera(2, 8), 0);
   EXPECT_EQ(os.Output(), "");

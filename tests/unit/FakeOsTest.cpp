@@ -1,4 +1,4 @@
-// The fake operating system itself, on which the other unit tests depend.
+// Tests of the fake operating system, on which the other unit tests depend.
 #include <fcntl.h>
 #include <gtest/gtest-spi.h>
 #include <sys/msg.h>
@@ -51,14 +51,12 @@ TEST_F(FakeOsTest, RecordsEverythingInOrder) {
   EXPECT_EQ(Receive(), -55);
   EXPECT_EQ(Receive(), -15);
   const std::string sleep = "sleep " + std::to_string(1000 * kPollMs);
-  EXPECT_THAT(os.Timeline(),
-              ElementsAre("receive 36", "receive nothing",
-                          "send 4711 AA AA 07 06 AA 10 01 01 44 55 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
-                          "00 00 00 00 00 00 00 00 00",
-                          sleep, "receive nothing", sleep, "receive error 7",
-                          Logged(Err("msgrcv len failed(-1)!7:Argument list too long")), sleep));
+  EXPECT_THAT(os.Timeline(), ElementsAre("receive 36", "receive nothing",
+                                         Sent({0xAA, 0xAA, 0x07, 0x06, 0xAA, 0x10, 0x01, 0x01, 0x44, 0x55}), sleep,
+                                         "receive nothing", sleep, "receive error 7",
+                                         Logged(Err("msgrcv len failed(-1)!7:Argument list too long")), sleep));
   EXPECT_EQ(os.ElapsedMs(), 3 * kPollMs);
-  os.RemovePoison();
+  os.RemoveOverlong();
   EXPECT_EQ(os.Waiting(), 0U);
 }
 
@@ -83,7 +81,7 @@ TEST_F(FakeOsTest, FailsTheCallsAskedFor) {
   EXPECT_EQ(os.Calls("msgsnd"), 2);
 }
 
-// A stream as a program may create one: the path is opened first, and the stream has a buffer of its own.
+// Creates a stream in the way that FakeOs allows: the path is opened first, and the stream has its own buffer.
 FILE* OpenStream(const char* path, const char* mode) {
   const int file = open(path, *mode == 'r' ? O_RDONLY : O_WRONLY | O_CREAT | O_TRUNC, 0666);
   if (file < 0) {
@@ -172,9 +170,9 @@ TEST_F(FakeOsTest, CapturesStandardOutput) {
   EXPECT_EQ(os.Output(), "");
 }
 
-// --- What FakeOs reports by itself ---
+// --- The checks that FakeOs makes itself ---
 
-// The failures that a FakeOs reports about this action.
+// Returns the failures that a FakeOs reports for the action.
 std::vector<std::string> Reported(const std::function<void()>& action) {
   testing::TestPartResultArray failures;
   {
@@ -198,17 +196,17 @@ void LogAs(const char* name) {
   closelog();
 }
 
-// `what` in front of the rest of a message: "... can interrupt WHAT".
+// Matches the message "a handler that logs can interrupt WHAT".
 auto Interrupts(const std::string& what) { return HasSubstr("a handler that logs can interrupt " + what); }
-// "WHAT while the handled signals are held back".
+// Matches the message "WHAT while the handled signals are held back".
 auto WithSignalsHeld(const std::string& what) { return HasSubstr(what + " while the handled signals are held back"); }
 
-TEST(FakeOsWatch, ReportsALogLineWithTheSignalsFree) {
+TEST(FakeOsChecks, ReportsALogLineWithTheSignalsFree) {
   EXPECT_THAT(Reported([] { LogAs("testZR4410"); }),
               ElementsAre(Interrupts("openlog"), Interrupts("syslog text"), Interrupts("closelog")));
 }
 
-TEST(FakeOsWatch, ReportsTheLocalTimeWithTheSignalsFree) {
+TEST(FakeOsChecks, ReportsTheLocalTimeWithTheSignalsFree) {
   EXPECT_THAT(Reported([] {
                 const time_t now = 0;
                 EXPECT_NE(localtime(&now), nullptr);
@@ -216,7 +214,7 @@ TEST(FakeOsWatch, ReportsTheLocalTimeWithTheSignalsFree) {
               ElementsAre(Interrupts("localtime")));
 }
 
-TEST(FakeOsWatch, ReportsEachUseOfAStreamWithTheSignalsFree) {
+TEST(FakeOsChecks, ReportsEachUseOfAStreamWithTheSignalsFree) {
   EXPECT_THAT(Reported([] {
                 for (const char* mode : {"r", "w"}) {
                   if (FILE* const file = fopen(kSettings, mode)) {
@@ -229,7 +227,7 @@ TEST(FakeOsWatch, ReportsEachUseOfAStreamWithTheSignalsFree) {
                           Interrupts("a stream's write"), Interrupts("fclose")));
 }
 
-TEST(FakeOsWatch, ReportsWhatMayWaitWithTheSignalsHeld) {
+TEST(FakeOsChecks, ReportsWhatMayWaitWithTheSignalsHeld) {
   EXPECT_THAT(Reported([] {
                 const SignalGuard guard;
                 const int file = open(kSettings, O_RDWR);
@@ -242,7 +240,7 @@ TEST(FakeOsWatch, ReportsWhatMayWaitWithTheSignalsHeld) {
                           WithSignalsHeld("writing /sysconf/conf.img")));
 }
 
-TEST(FakeOsWatch, ReportsASleepWithOneSignalHeld) {
+TEST(FakeOsChecks, ReportsASleepWithOneSignalHeld) {
   EXPECT_THAT(Reported([] {
                 sigset_t held;
                 sigemptyset(&held);
@@ -254,7 +252,7 @@ TEST(FakeOsWatch, ReportsASleepWithOneSignalHeld) {
               ElementsAre(WithSignalsHeld("sleeping")));
 }
 
-TEST(FakeOsWatch, ReportsAnotherNameInTheLog) {
+TEST(FakeOsChecks, ReportsAnotherNameInTheLog) {
   EXPECT_THAT(Reported([] {
                 const SignalGuard guard;
                 LogAs("other");
@@ -262,7 +260,7 @@ TEST(FakeOsWatch, ReportsAnotherNameInTheLog) {
               ElementsAre(HasSubstr("openlog other 3 8")));
 }
 
-TEST(FakeOsWatch, ReportsABlockingQueueCall) {
+TEST(FakeOsChecks, ReportsABlockingQueueCall) {
   EXPECT_THAT(Reported([] {
                 char message[sizeof(long) + 36];
                 msgrcv(FakeOs::kReplyQueue, message, 36, 0, 0);
@@ -270,7 +268,7 @@ TEST(FakeOsWatch, ReportsABlockingQueueCall) {
               ElementsAre(HasSubstr("msgrcv of 36 bytes, type 0, flags 0")));
 }
 
-TEST(FakeOsWatch, ThereIsNoneOutsideATest) {
+TEST(FakeOsChecks, WithoutAFakeOsLibcIsCalled) {
   EXPECT_EQ(FakeOs::current, nullptr);
   timespec now;
   EXPECT_EQ(clock_gettime(CLOCK_MONOTONIC, &now), 0);

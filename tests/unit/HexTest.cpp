@@ -93,7 +93,7 @@ TEST(HexHex2Byte, ReadsOtherTextAsStrtolDoes) {
   EXPECT_EQ(Hex2Byte("-1"), 0xFF);
 }
 
-// HexStr2Bytes returns `result` and writes these bytes at the front of its output, nothing more.
+// Expects that HexStr2Bytes returns `result` and writes these bytes at the front of its output, nothing else.
 void ExpectConverted(const std::string& text, int result, const Bytes& written) {
   constexpr uint8_t kJunk = 0xEE;
   std::array<uint8_t, 17> out;

@@ -1,4 +1,4 @@
-// The manual page names every number that -s, -m and -y take, and the poll interval.
+// Checks that the manual page names every number that -s, -m and -y accept, and the poll interval.
 #include <algorithm>
 #include <fstream>
 #include <functional>
@@ -11,7 +11,7 @@ namespace {
 
 using testing::HasSubstr;
 
-// Read before any test starts: a FakeOs has files of its own. Lines are joined.
+// The manual page with its lines joined. Read before any test starts, because a FakeOs has its own files.
 const std::string kManual = [] {
   std::ostringstream text;
   text << std::ifstream(ZR4410_MANUAL).rdbuf();
@@ -22,12 +22,12 @@ const std::string kManual = [] {
 
 class Manual : public Linked {
  protected:
-  // A device that answers everything.
+  // The device answers every request.
   Manual() {
     os.device = [this](const Request& request) { os.Answer(request, {0x10}); };
   }
 
-  // The entry of an option names each of the numbers from 0 to 255 that its action supports.
+  // Expects that the option's entry names each number from 0 to 255 that its action supports.
   void ExpectEach(const std::string& option, const std::function<bool()>& supports) {
     const size_t at = kManual.find("\\fB\\-" + option + "\\fR, ");
     ASSERT_NE(at, std::string::npos);

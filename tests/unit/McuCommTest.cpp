@@ -76,7 +76,7 @@ TEST_F(McuCommTest, EachCommandHasItsDescription) {
 
 TEST_F(McuCommTest, TheLongestDescriptionNeeds53Bytes) {
   char text[53];
-  EXPECT_EQ(MCU_Cmd2Str(0x05, text), 0);  // the sanitizer watches its end
+  EXPECT_EQ(MCU_Cmd2Str(0x05, text), 0);  // a sanitizer detects a write past its end
   EXPECT_EQ(strlen(text), 52U);
   char junk[64];
   memset(junk, 'x', sizeof junk);
@@ -246,7 +246,7 @@ TEST_F(McuCommTest, ALongerRequestIsRefusedButUsesUpAnId) {
     gtUart1Cmd = {};
     gtUart1Cmd.command = 0x33;
     gtUart1Cmd.length = length;
-    Bytes expected = BytesOf(gtZR4410MsgqCmdBuf.body);  // of the last request: all but header and id stays
+    Bytes expected = BytesOf(gtZR4410MsgqCmdBuf.body);  // as the last request left it, except for header and id
     expected[0] = expected[1] = 0xAA;
     ++expected[2];
     EXPECT_EQ(MCU_ProcessUart1(), -1);

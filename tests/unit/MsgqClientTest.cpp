@@ -15,7 +15,7 @@ using testing::Each;
 
 class MsgqClientOpen : public Machine {};
 
-// As they are when a program starts, before any test.
+// The ids as they are when a program starts, before any test.
 const int32_t kTxAtStart = giMsgIdTx, kRxAtStart = giMsgIdRx;
 
 TEST_F(MsgqClientOpen, NoQueueIsOpenWhenTheProgramStarts) {
@@ -178,7 +178,7 @@ TEST_F(MsgqClientSend, AnErrorDuringTheFlushIsLoggedAndTheMessageSent) {
               ElementsAre("receive error 43", Logged(Debug("Reflush Receive Msqg (43): Identifier removed")), kSent));
 }
 
-TEST_F(MsgqClientSend, APoisonMessageEndsEveryFlushAtOnce) {
+TEST_F(MsgqClientSend, AnOverlongMessageEndsEveryFlushAtOnce) {
   os.Arrive(Bytes(37));
   os.Arrive(Bytes(36));
   for (int i = 0; i < 2; ++i) {
@@ -206,7 +206,7 @@ TEST_F(MsgqClientSend, AnInterruptedSendIsAFailure) {
   EXPECT_EQ(os.Output(), "");
 }
 
-// The dump starts at the type word, as the machine stores it; 36 bytes of the 40.
+// The dump shows 36 of the 40 bytes. It starts with the type word, in the machine's byte order.
 constexpr bool kLittleEndian = std::endian::native == std::endian::little;
 
 TEST_F(MsgqClientSend, TheDebugFlagDumps36BytesFromTheTypeWordOn) {
@@ -226,14 +226,14 @@ class MsgqClientReceive : public Linked {
   RelayMessage message = Filled<RelayMessage>(0x5A);
 };
 
-TEST_F(MsgqClientReceive, SleepsBeforeTheFirstLook) {
+TEST_F(MsgqClientReceive, SleepsBeforeTheFirstPoll) {
   os.Arrive(Bytes(36, 0xC3));
   EXPECT_EQ(ZR4410_MsgQ_Receive(&message), 0);
   EXPECT_THAT(os.Timeline(), ElementsAre("sleep 50000", "receive 36"));
   EXPECT_THAT(message.body, Each(0xC3));
 }
 
-TEST_F(MsgqClientReceive, LooksOnceInEachInterval) {
+TEST_F(MsgqClientReceive, PollsOnceInEachInterval) {
   os.Arrive(Bytes(36, 0xC3), 140);
   EXPECT_EQ(ZR4410_MsgQ_Receive(&message), 0);
   EXPECT_THAT(os.Timeline(), ElementsAre("sleep 50000", "receive nothing", "sleep 50000", "receive nothing",
@@ -256,7 +256,7 @@ TEST_F(MsgqClientReceive, TakesTheFirstMessageOnly) {
   EXPECT_EQ(os.Waiting(), 1U);
 }
 
-TEST_F(MsgqClientReceive, GivesUpAfterStrictlyMoreThan2000Ms) {
+TEST_F(MsgqClientReceive, GivesUpAfterMoreThan2000Ms) {
   EXPECT_EQ(ZR4410_MsgQ_Receive(&message), -56);
   EXPECT_EQ(os.ElapsedMs(), 2050);
   EXPECT_EQ(os.Calls("msgrcv"), 41);
@@ -271,14 +271,14 @@ TEST_F(MsgqClientReceive, A2001stMillisecondIsTooLate) {
   EXPECT_EQ(os.ElapsedMs(), 2001);
 }
 
-TEST_F(MsgqClientReceive, TakesAMessageAtTheLastLook) {
+TEST_F(MsgqClientReceive, TakesAMessageAtTheLastPoll) {
   os.Arrive(Bytes(36, 0xC3), kTimeOutMs);
   EXPECT_EQ(ZR4410_MsgQ_Receive(&message), 0);
   os.Arrive(Bytes(36, 0xC3), kTimeOutMs + 1);
   EXPECT_EQ(ZR4410_MsgQ_Receive(&message), -56);
 }
 
-TEST_F(MsgqClientReceive, TheDebugFlagLogsEveryLookAndTheTimeout) {
+TEST_F(MsgqClientReceive, TheDebugFlagLogsEveryPollAndTheTimeOut) {
   gfDebugFlag = 1;
   EXPECT_EQ(ZR4410_MsgQ_Receive(&message), -56);
   std::vector<LogLine> expected(kPollsUntilTimeOut, Info("msgrcv len = 0\n"));
@@ -318,13 +318,13 @@ TEST_F(MsgqClientReceive, OnlyAStopFlagOfOneStops) {
   EXPECT_EQ(os.ElapsedMs(), 2 * kPollMs);
 }
 
-TEST_F(MsgqClientReceive, AStopEndsTheWaitAtAnyLook) {
-  for (int look = 1; look <= kPollsUntilTimeOut; ++look) {
+TEST_F(MsgqClientReceive, AStopEndsTheWaitAtAnyPoll) {
+  for (int poll = 1; poll <= kPollsUntilTimeOut; ++poll) {
     SetSigID(0);
     os.Forget();
-    os.StopAt("usleep", look);
-    EXPECT_EQ(ZR4410_MsgQ_Receive(&message), -15) << look;
-    EXPECT_EQ(os.ElapsedMs(), kPollMs * look);
+    os.StopAt("usleep", poll);
+    EXPECT_EQ(ZR4410_MsgQ_Receive(&message), -15) << poll;
+    EXPECT_EQ(os.ElapsedMs(), kPollMs * poll);
     EXPECT_THAT(os.Log(), IsEmpty());
   }
 }
@@ -351,18 +351,18 @@ TEST_F(MsgqClientReceive, AMessageOfAnotherLengthIsAnError) {
     message = Filled<RelayMessage>(0x5A);
     EXPECT_EQ(ZR4410_MsgQ_Receive(&message), -55) << length;
     EXPECT_EQ(message.type, 99);
-    Bytes left(36, 0x5A);  // what came, and the buffer's own bytes behind it
+    Bytes left(36, 0x5A);  // the received bytes, then the buffer's earlier bytes
     std::fill_n(left.begin(), length, uint8_t{0xC3});
     EXPECT_EQ(BytesOf(message.body), left);
     ASSERT_EQ(os.Log().size(), 1U);
     EXPECT_EQ(os.Log()[0].level, 3);
-    // errno is left over from before: only the length is known.
+    // errno is left over from an earlier call, so only the length is known.
     EXPECT_THAT(os.Log()[0].text, testing::StartsWith("msgrcv len failed(" + std::to_string(length) + ")!"));
     EXPECT_EQ(os.Waiting(), 0U);
   }
 }
 
-TEST_F(MsgqClientReceive, APoisonMessageFailsEveryReceiveUntilItIsRemoved) {
+TEST_F(MsgqClientReceive, AnOverlongMessageFailsEveryReceiveUntilItIsRemoved) {
   for (const size_t length : {37U, 8192U}) {
     os.Arrive(Bytes(length));
     os.Arrive(Bytes(36));
@@ -371,7 +371,7 @@ TEST_F(MsgqClientReceive, APoisonMessageFailsEveryReceiveUntilItIsRemoved) {
       EXPECT_EQ(ZR4410_MsgQ_Receive(&message), -55);
       EXPECT_THAT(os.Log(), ElementsAre(Err("msgrcv len failed(-1)!7:Argument list too long")));
     }
-    os.RemovePoison();
+    os.RemoveOverlong();
     EXPECT_EQ(ZR4410_MsgQ_Receive(&message), 0);
   }
 }
@@ -395,7 +395,7 @@ TEST_F(MsgqClientReceive, EveryOtherErrorOfTheQueueIsAnError) {
   }
 }
 
-TEST_F(MsgqClientReceive, WithoutAStartTimeItGivesUpAtTheFirstEmptyLook) {
+TEST_F(MsgqClientReceive, WithoutAStartTimeItGivesUpAtTheFirstEmptyPoll) {
   os.Fail("clock_gettime", EINVAL);
   EXPECT_EQ(ZR4410_MsgQ_Receive(&message), -56);
   EXPECT_THAT(os.Log(), ElementsAre(Info("GetMsFromStart failed!\n")));
@@ -404,24 +404,24 @@ TEST_F(MsgqClientReceive, WithoutAStartTimeItGivesUpAtTheFirstEmptyLook) {
 }
 
 TEST_F(MsgqClientReceive, AMissingStartTimeIs0) {
-  for (const auto& [first, looks] : {std::pair<uint64_t, int>{2000 - kPollMs, 2}, {2001 - kPollMs, 1}}) {
+  for (const auto& [first, polls] : {std::pair<uint64_t, int>{2000 - kPollMs, 2}, {2001 - kPollMs, 1}}) {
     os.Forget();
     os.SetClock(first * 1000000);
     os.Fail("clock_gettime", EINVAL);
     EXPECT_EQ(ZR4410_MsgQ_Receive(&message), -56);
-    EXPECT_EQ(os.Calls("msgrcv"), looks);
+    EXPECT_EQ(os.Calls("msgrcv"), polls);
   }
 }
 
-TEST_F(MsgqClientReceive, ALaterClockFailureKeepsTheLastTimeRead) {
-  os.Fail("clock_gettime", EINVAL, kPollsUntilTimeOut, 3);  // read n + 1 follows look n
+TEST_F(MsgqClientReceive, AfterALaterClockFailureTheLastTimeCounts) {
+  os.Fail("clock_gettime", EINVAL, kPollsUntilTimeOut, 3);  // clock reading n + 1 follows poll n
   EXPECT_EQ(ZR4410_MsgQ_Receive(&message), -56);
   EXPECT_EQ(os.ElapsedMs(), kTimeOutMs + 2 * kPollMs);
   EXPECT_THAT(os.Log(), ElementsAre(Info("GetMsFromStart failed!\n"), Info("GetMsFromStart failed!\n"),
                                     Info("GetMsFromStart failed!\n")));
 }
 
-TEST_F(MsgqClientReceive, AnEmptyLookIsLoggedBeforeTheClockIsRead) {
+TEST_F(MsgqClientReceive, AnEmptyPollIsLoggedBeforeTheClockIsRead) {
   gfDebugFlag = 1;
   os.Fail("clock_gettime", EINVAL, 2);
   os.StopAt("usleep", 2);
@@ -430,7 +430,7 @@ TEST_F(MsgqClientReceive, AnEmptyLookIsLoggedBeforeTheClockIsRead) {
 }
 
 TEST_F(MsgqClientReceive, WithAClockThatAlwaysFailsItKeepsWaiting) {
-  // The start is 0 and no later time is read: no time passes, however much it sleeps.
+  // The start is 0 and no later time can be read: for the routine no time passes, no matter how long it sleeps.
   os.Fail("clock_gettime", EINVAL, 1, 200);
   os.StopAt("usleep", 150);
   EXPECT_EQ(ZR4410_MsgQ_Receive(&message), -15);

@@ -45,7 +45,8 @@ using Words = std::vector<std::string>;
 
 class Options : public Machine {
  protected:
-  // Parses these arguments. Each is a copy of exactly its size: a sanitizer detects a read past its end.
+  // Parses these arguments. Each is copied into a buffer of exactly its size, so a sanitizer detects a read past its
+  // end.
   CommandLine Parse(const Words& words) {
     ResetProduct();
     os.Forget();
@@ -86,7 +87,7 @@ class Options : public Machine {
     EXPECT_THAT(os.Log(), ElementsAre(Err(line)));
   }
 
-  // The hex data of the command line: these bytes, then zeros.
+  // Expects these bytes as the hex data of the command line, followed by zeros.
   static void ExpectData(const Bytes& data) {
     EXPECT_EQ(giArgv1, static_cast<int32_t>(data.size()));
     Bytes padded = data;
@@ -113,9 +114,9 @@ TEST_F(Options, HelpIsUsageWithAnyOtherArguments) {
 
 struct ModeOption {
   const char *shortName, *longName;
-  int32_t mode;
-  Words values;   // good ones
-  int32_t first;  // what the first number is then: for hex data, the count of bytes
+  int32_t mode;  // written as a number, to check the MODE_... constants
+  Words values;
+  int32_t first;  // giArgv1: the first number or, for hex data, the count of bytes
 };
 
 TEST_F(Options, AModeTakesItsValuesAndOneMoreArgument) {
@@ -146,7 +147,8 @@ TEST_F(Options, AModeTakesItsValuesAndOneMoreArgument) {
 }
 
 TEST_F(Options, CameraActionsAndMcuCommandsTakeASecondNumber) {
-  for (const auto& [option, mode] : {std::pair{"-s", 1}, {"--sony", 1}, {"-m", 2}, {"--mcu", 2}}) {
+  for (const auto& [option, mode] :
+       {std::pair{"-s", MODE_CAMERA}, {"--sony", MODE_CAMERA}, {"-m", MODE_MCU}, {"--mcu", MODE_MCU}}) {
     ExpectRun({option, "16", "-"}, mode);
     EXPECT_EQ(giArgv2, 0);
     ExpectRun({option, "12", "1", "-g"}, mode);
@@ -155,35 +157,35 @@ TEST_F(Options, CameraActionsAndMcuCommandsTakeASecondNumber) {
 }
 
 TEST_F(Options, CommandsTakeHexData) {
-  ExpectRun({"-c", "0002"}, 4);
+  ExpectRun({"-c", "0002"}, MODE_COMMAND);
   ExpectData({0x00, 0x02});
-  ExpectRun({"--cmd", "aBcD", "-g"}, 4);
+  ExpectRun({"--cmd", "aBcD", "-g"}, MODE_COMMAND);
   ExpectData({0xAB, 0xCD});
 }
 
 TEST_F(Options, InquiriesTakeACategoryAndHexData) {
-  ExpectRun({"-i", "04", "2472"}, 5);
+  ExpectRun({"-i", "04", "2472"}, MODE_INQUIRY);
   EXPECT_EQ(giCategoryCode, 0x04);
   ExpectData({0x24, 0x72});
-  ExpectRun({"--inq", "7E", "7e", "-g"}, 5);
+  ExpectRun({"--inq", "7E", "7e", "-g"}, MODE_INQUIRY);
   EXPECT_EQ(giCategoryCode, 0x7E);
   ExpectData({0x7E});
 }
 
 TEST_F(Options, DebugAloneChoosesNoMode) {
   for (const char* option : {"-g", "--debug"}) {
-    ExpectRun({option}, 0);
+    ExpectRun({option}, MODE_NONE);
     EXPECT_EQ(gfDebugFlag, 1);
   }
-  ExpectRun({"-g", "1", "2", "3", "4", "5", "6", "7"}, 0);
+  ExpectRun({"-g", "1", "2", "3", "4", "5", "6", "7"}, MODE_NONE);
 }
 
-TEST_F(Options, AnArgumentThatIsNoOptionChoosesNoMode) {
-  ExpectRun({"word"}, 0);
-  ExpectRun({""}, 0);
-  ExpectRun({"-"}, 0);
-  ExpectRun({"--"}, 0);
-  ExpectRun({"--", "-h"}, 0);
+TEST_F(Options, AnArgumentThatIsNotAnOptionChoosesNoMode) {
+  ExpectRun({"word"}, MODE_NONE);
+  ExpectRun({""}, MODE_NONE);
+  ExpectRun({"-"}, MODE_NONE);
+  ExpectRun({"--"}, MODE_NONE);
+  ExpectRun({"--", "-h"}, MODE_NONE);
   EXPECT_EQ(gfDebugFlag, 0);
 }
 
@@ -235,52 +237,52 @@ TEST_F(Options, NumbersAreDecimalAndStoredIn32Bits) {
 }
 
 TEST_F(Options, BothNumbersAreStoredIn32Bits) {
-  ExpectRun({"-s", "4294967296", "4294967297"}, 1);
+  ExpectRun({"-s", "4294967296", "4294967297"}, MODE_CAMERA);
   EXPECT_EQ(giArgv1, LowerHalfOrNearest(0, kMost));
   EXPECT_EQ(giArgv2, LowerHalfOrNearest(1, kMost));
 }
 
-TEST_F(Options, TextThatIsNoNumberIsZero) {
-  ExpectRun({"-s", "abc", ""}, 1);
+TEST_F(Options, TextThatIsNotANumberIsZero) {
+  ExpectRun({"-s", "abc", ""}, MODE_CAMERA);
   EXPECT_EQ(giArgv1, 0);
   EXPECT_EQ(giArgv2, 0);
-  ExpectRun({"-m", "0x10", "0"}, 2);
+  ExpectRun({"-m", "0x10", "0"}, MODE_MCU);
   EXPECT_EQ(giArgv1, 0);
-  ExpectRun({"-y", "x"}, 6);
+  ExpectRun({"-y", "x"}, MODE_SYSTEM_INQUIRY);
   EXPECT_EQ(giArgv1, 0);
 }
 
 TEST_F(Options, ANegativeNumberIsAcceptedAsTheArgumentOfAnOption) {
-  ExpectRun({"-y", "-1"}, 6);
+  ExpectRun({"-y", "-1"}, MODE_SYSTEM_INQUIRY);
   EXPECT_EQ(giArgv1, -1);
-  ExpectRun({"--sony", "-1", "5"}, 1);
+  ExpectRun({"--sony", "-1", "5"}, MODE_CAMERA);
   EXPECT_EQ(giArgv1, -1);
 }
 
 // --- Values are always the second and third argument ---
 
 TEST_F(Options, ValuesAreReadFromTheSecondAndThirdArgument) {
-  ExpectRun({"-g", "-s", "1", "2"}, 1);
+  ExpectRun({"-g", "-s", "1", "2"}, MODE_CAMERA);
   EXPECT_EQ(giArgv1, 0);  // "-s"
   EXPECT_EQ(giArgv2, 1);
   EXPECT_EQ(gfDebugFlag, 1);
   ExpectUsage({"-g", "-s", "1", "2", "3"});
-  ExpectRun({"-g", "-y", "5"}, 6);
+  ExpectRun({"-g", "-y", "5"}, MODE_SYSTEM_INQUIRY);
   EXPECT_EQ(giArgv1, 0);  // "-y"
 }
 
 TEST_F(Options, OptionsMayShareADash) {
-  ExpectRun({"-sg", "1", "2"}, 1);
+  ExpectRun({"-sg", "1", "2"}, MODE_CAMERA);
   EXPECT_EQ(giArgv1, 1);
   EXPECT_EQ(giArgv2, 2);
   EXPECT_EQ(gfDebugFlag, 1);
-  ExpectRun({"-gs", "1", "2"}, 1);
+  ExpectRun({"-gs", "1", "2"}, MODE_CAMERA);
   EXPECT_EQ(giArgv1, 1);
   EXPECT_EQ(giArgv2, 2);
 }
 
-TEST_F(Options, AnOptionAfterItsValuesReadsThePermutedArguments) {
-  ExpectRun({"1", "2", "-s"}, 1);
+TEST_F(Options, TheValuesAreReadAtTheirPlacesInTheCommandLine) {
+  ExpectRun({"1", "2", "-s"}, MODE_CAMERA);
   EXPECT_EQ(giArgv1, 2);
   EXPECT_EQ(giArgv2, 0);  // "-s"
 }
@@ -288,31 +290,31 @@ TEST_F(Options, AnOptionAfterItsValuesReadsThePermutedArguments) {
 TEST_F(Options, TheArgumentOfALongOptionIsNotItsValue) {
   ExpectUsage({"--sony=1", "2"});  // one argument too few
   ExpectUsage({"--sys=0"});
-  ExpectRun({"--sony=1", "2", "3"}, 1);
+  ExpectRun({"--sony=1", "2", "3"}, MODE_CAMERA);
   EXPECT_EQ(giArgv1, 2);
   EXPECT_EQ(giArgv2, 3);
-  ExpectRun({"--sys=0", "4"}, 6);
+  ExpectRun({"--sys=0", "4"}, MODE_SYSTEM_INQUIRY);
   EXPECT_EQ(giArgv1, 4);
-  ExpectRun({"-y0", "4"}, 6);
+  ExpectRun({"-y0", "4"}, MODE_SYSTEM_INQUIRY);
   EXPECT_EQ(giArgv1, 4);
 }
 
 TEST_F(Options, LongOptionsMayBeAbbreviated) {
-  ExpectRun({"--so", "1", "2"}, 1);
+  ExpectRun({"--so", "1", "2"}, MODE_CAMERA);
   EXPECT_EQ(giArgv1, 1);
-  ExpectRun({"--sy", "3"}, 6);
-  ExpectRun({"--r"}, 3);
+  ExpectRun({"--sy", "3"}, MODE_SYSTEM_INQUIRY);
+  ExpectRun({"--r"}, MODE_READ);
   ExpectUsage({"--s", "1", "2"});  // ambiguous: sony or sys
   ExpectUsage({"--he"});
 }
 
 TEST_F(Options, TheLastModeWins) {
-  ExpectRun({"-sm", "16", "1"}, 2);
-  ExpectRun({"-mi", "04", "24"}, 5);
+  ExpectRun({"-sm", "16", "1"}, MODE_MCU);
+  ExpectRun({"-mi", "04", "24"}, MODE_INQUIRY);
   EXPECT_EQ(giArgv1, 1);
-  EXPECT_EQ(giArgv2, 24);  // of -m
+  EXPECT_EQ(giArgv2, 24);  // left over from -m
   EXPECT_EQ(giCategoryCode, 0x04);
-  ExpectRun({"-c", "77", "-s"}, 1);
+  ExpectRun({"-c", "77", "-s"}, MODE_CAMERA);
   EXPECT_EQ(giArgv1, 77);
 }
 
@@ -326,24 +328,24 @@ TEST_F(Options, AnEarlierModeIsCheckedToo) {
 // --- Hex data ---
 
 TEST_F(Options, AnOddLastDigitIsDropped) {
-  ExpectRun({"-c", "123"}, 4);
+  ExpectRun({"-c", "123"}, MODE_COMMAND);
   ExpectData({0x12});
-  ExpectRun({"-c", "1"}, 4);
+  ExpectRun({"-c", "1"}, MODE_COMMAND);
   ExpectData({});
 }
 
 TEST_F(Options, EmptyDataIsNoData) {
-  ExpectRun({"-c", ""}, 4);
+  ExpectRun({"-c", ""}, MODE_COMMAND);
   ExpectData({});
-  ExpectRun({"-i", "04", ""}, 5);
+  ExpectRun({"-i", "04", ""}, MODE_INQUIRY);
   ExpectData({});
   EXPECT_EQ(giCategoryCode, 0x04);
 }
 
 TEST_F(Options, EarlierDataIsCleared) {
-  ExpectRun({"-ic", "11223344", "5566"}, 4);
+  ExpectRun({"-ic", "11223344", "5566"}, MODE_COMMAND);
   ExpectData({0x11, 0x22, 0x33, 0x44});
-  ExpectRun({"-ci", "11223344", "5566"}, 5);
+  ExpectRun({"-ci", "11223344", "5566"}, MODE_INQUIRY);
   ExpectData({0x55, 0x66});
 }
 
@@ -351,9 +353,9 @@ TEST_F(Options, AtMostThirtyThreeDigits) {
   const std::string digits = "00112233445566778899AABBCCDDEEFF0";
   const Bytes bytes = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88, 0x99, 0xAA, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF};
   for (const size_t count : {32U, 33U}) {
-    ExpectRun({"-c", digits.substr(0, count)}, 4);
+    ExpectRun({"-c", digits.substr(0, count)}, MODE_COMMAND);
     ExpectData(bytes);
-    ExpectRun({"-i", "04", digits.substr(0, count)}, 5);
+    ExpectRun({"-i", "04", digits.substr(0, count)}, MODE_INQUIRY);
     ExpectData(bytes);
   }
   for (const size_t count : {34U, 35U, 5000U}) {
@@ -377,15 +379,15 @@ TEST_F(Options, DataThatIsNotHexIsRejected) {
 }
 
 TEST_F(Options, TheCategoryIsItsFirstTwoDigits) {
-  ExpectRun({"-i", "4", "00"}, 5);
+  ExpectRun({"-i", "4", "00"}, MODE_INQUIRY);
   EXPECT_EQ(giCategoryCode, 0x04);
-  ExpectRun({"-i", "123", "00"}, 5);
+  ExpectRun({"-i", "123", "00"}, MODE_INQUIRY);
   EXPECT_EQ(giCategoryCode, 0x12);
-  ExpectRun({"-i", "ff", "00"}, 5);
+  ExpectRun({"-i", "ff", "00"}, MODE_INQUIRY);
   EXPECT_EQ(giCategoryCode, 0xFF);
-  ExpectRun({"-i", "", "00"}, 5);  // nothing is read past its end
+  ExpectRun({"-i", "", "00"}, MODE_INQUIRY);  // nothing is read past its end
   EXPECT_EQ(giCategoryCode, 0x00);
-  ExpectRun({"-i", std::string(1000, '7'), "00"}, 5);
+  ExpectRun({"-i", std::string(1000, '7'), "00"}, MODE_INQUIRY);
   EXPECT_EQ(giCategoryCode, 0x77);
 }
 

@@ -5,7 +5,6 @@
 #include <csignal>
 #include <limits>
 
-#include "tests/fakeos/Faults.h"
 #include "tests/fakeos/Fixtures.h"
 
 extern "C" {
@@ -20,27 +19,22 @@ using testing::StartsWith;
 
 constexpr char kBanner[] = "===================================================";
 
-std::vector<LogLine> operator+(std::vector<LogLine> first, const std::vector<LogLine>& second) {
-  first.insert(first.end(), second.begin(), second.end());
-  return first;
-}
-
-const std::vector<LogLine> kStart = {Info(kBanner), Info("Start testZR4410 (v0.0.1)."), Info(kBanner)};
-const std::vector<LogLine> kFinish = {Info(kBanner), Info("Finish testZR4410 (v0.0.1)."), Info(kBanner)};
+const std::vector<LogLine> kStart = {Info(kBanner), Info("Start testZR4410 (v" ZR4410_VERSION ")."), Info(kBanner)};
+const std::vector<LogLine> kFinish = {Info(kBanner), Info("Finish testZR4410 (v" ZR4410_VERSION ")."), Info(kBanner)};
 
 LogLine DeltaLine(int64_t milliseconds) { return Info("Delta Time (ms) : " + std::to_string(milliseconds) + "\n"); }
 std::vector<LogLine> Delta(int64_t milliseconds) { return {DeltaLine(milliseconds)}; }
 
 // A message that arrives in the read loop.
 const Bytes kMessage(36, 0xC3);
-// The read loop polls the reply queue, and after each message sleeps this long.
+// How long the read loop sleeps before each poll of the reply queue, and after each message.
 constexpr unsigned kPollUs = 1000 * kPollMs, kLoopUs = 1000;
 const LogLine kLoopStart = Info("Start main loop."), kLoopFinish = Info("Finish main loop."),
               kLoopFailure = Err("ZR4410_MsgQ_Receive fail!\n");
 
 class Program : public Machine {
  protected:
-  // As before the first run.
+  // Resets everything to its state before the first run.
   void StartOver() {
     ResetProduct();
     os.Forget();
@@ -60,9 +54,9 @@ class Program : public Machine {
   }
 };
 
-// --- The course of a run ---
+// --- A run from start to finish ---
 
-TEST_F(Program, WithoutAModeItOnlyOpensTheQueuesAndTakesTheTime) {
+TEST_F(Program, WithoutAModeItOnlyOpensTheQueuesAndLogsTheTime) {
   for (const char* argument : {"-g", "--debug", "word"}) {
     StartOver();
     const std::vector<LogLine> keys = {Debug("MsgqClient keyTx = 0x62010042\n"),
@@ -82,15 +76,13 @@ TEST_F(Program, ItsStepsComeInOrder) {
   auto timeline = os.Timeline();
   std::erase_if(timeline, [](const std::string& event) { return event.starts_with("read "); });
   const std::string banner = Logged(Info(kBanner));
-  EXPECT_THAT(
-      timeline,
-      ElementsAre(banner, Logged(kStart[1]), banner, "sigaction 2", "sigaction 15", "sigaction 10", "sigaction 12",
-                  "sigaction 13", "open r /sysconf/conf.img", "close /sysconf/conf.img", "ftok /defconf/conf.ptz b",
-                  "ftok /defconf/conf.ptz a", "msgget 98", "msgget 97", "receive nothing",
-                  "send 4711 AA AA 01 06 AA 10 01 01 44 55 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
-                  "00 00 00 00 00 00 00 00 00",
-                  "sleep " + std::to_string(kPollUs), "receive 36", Logged(DeltaLine(kPollMs)), banner,
-                  Logged(kFinish[1]), banner));
+  EXPECT_THAT(timeline,
+              ElementsAre(banner, Logged(kStart[1]), banner, "sigaction 2", "sigaction 15", "sigaction 10",
+                          "sigaction 12", "sigaction 13", "open r /sysconf/conf.img", "close /sysconf/conf.img",
+                          "ftok /defconf/conf.ptz b", "ftok /defconf/conf.ptz a", "msgget 98", "msgget 97",
+                          "receive nothing", Sent({0xAA, 0xAA, 0x01, 0x06, 0xAA, 0x10, 0x01, 0x01, 0x44, 0x55}),
+                          "sleep " + std::to_string(kPollUs), "receive 36", Logged(DeltaLine(kPollMs)), banner,
+                          Logged(kFinish[1]), banner));
   EXPECT_EQ(os.Output(), "Version = 0x23\n");
   EXPECT_EQ(os.Calls("clock_gettime"), 3);  // start, receive, end
 }
@@ -109,7 +101,7 @@ TEST_F(Program, HandlesFourSignalsAndIgnoresBrokenPipes) {
   }
 }
 
-// In exit a handler that logs could wait for a lock of libc's forever.
+// During exit, a handler that logs could wait forever for a lock of libc.
 TEST_F(Program, SignalsAreHeldBackAtTheEnd) {
   for (const char* option : {"-g", "-h"}) {
     EXPECT_TRUE(RunProgram({option}).signalsHeld) << option;
@@ -299,13 +291,13 @@ TEST_F(Program, TheDeltaIsASigned64BitNumber) {
 
 // --- The modes; ReportsRunTest has raw packets and reports ---
 
-TEST_F(Program, ModeOneIsACameraAction) {
+TEST_F(Program, OptionSIsACameraAction) {
   os.Reply({0x90, 0x50, 0x00, 0x08, 0xFF});
   ExpectLog({"-s", "1", "0"}, Delta(kPollMs));
   EXPECT_EQ(os.Output(), "[GetSnrMode] 1080p 25fps\n");
 }
 
-TEST_F(Program, ModeTwoIsAnMcuCommand) {
+TEST_F(Program, OptionMIsAnMcuCommand) {
   os.Reply({0x10});
   ExpectLog({"-m", "12", "0"}, Delta(kPollMs));
   EXPECT_THAT(os.Frames(), ElementsAre(Bytes{0xAA, 0x0C, 0x01, 0x00, 0x49, 0x55}));
@@ -317,7 +309,7 @@ TEST_F(Program, AFailedActionDoesNotChangeTheExitStatus) {
   ExpectLog({"-m", "0x10", "0"}, std::vector<LogLine>{Err("Command ID is not supported.\n")} + Delta(0));
 }
 
-TEST_F(Program, ModeFourLogsACommandThatDoesNotFitTheFrame) {
+TEST_F(Program, OptionCLogsACommandThatDoesNotFitTheFrame) {
   ExpectLog({"-c", "00112233445566778899AABBCC"},
             std::vector<LogLine>{Err("Len > VISCA_PACKET_MAX_LEN"), Err("QM2150_FillZR4410 failed!"),
                                  Err("QM2150_ProcessVisca failed!"), Err("SnrQM2150_Command failed!\n")} +
@@ -325,7 +317,7 @@ TEST_F(Program, ModeFourLogsACommandThatDoesNotFitTheFrame) {
   EXPECT_THAT(os.Requests(), IsEmpty());
 }
 
-TEST_F(Program, ModeSixSendsTheInquiryOfAReport) {
+TEST_F(Program, OptionYSendsTheInquiryOfAReport) {
   EXPECT_EQ(RunProgram({"-y", "0"}).status, 0);
   ASSERT_FALSE(os.Packets().empty());
   EXPECT_EQ(os.Packets()[0], (Bytes{0x81, 0x09, 0x7E, 0x7E, 0x00, 0xFF}));

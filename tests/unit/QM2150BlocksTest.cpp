@@ -1,4 +1,4 @@
-// The block inquiries: what goes out, what each bit of the reply means, what is printed and logged, what fails.
+// The block inquiries: the request, the meaning of each bit of the reply, the output, the log lines and the failures.
 #include <cstddef>
 #include <cstdlib>
 #include <functional>
@@ -46,12 +46,12 @@ Values FieldsOf(const EnlargeFunction2Record& r) {
 
 struct Shown {
   unsigned value;
-  const char* text;  // as its log line ends
+  const char* text;  // the end of its log line
 };
 
 struct FieldCase {
   const char* name;
-  const char* label;  // as its log line begins
+  const char* label;  // the beginning of its log line
   Shown example, ones, zeros;
 };
 
@@ -259,7 +259,7 @@ class QM2150Blocks : public Linked, public testing::WithParamInterface<const Blo
  protected:
   const BlockCase& block = *GetParam();
 
-  // Calls the routine; its record starts as junk.
+  // Calls the routine with a record full of junk.
   int Get() {
     record.assign(block.recordSize, 0xA5);
     return block.get(&record);
@@ -286,7 +286,7 @@ class QM2150Blocks : public Linked, public testing::WithParamInterface<const Blo
     return lines;
   }
 
-  // What the bit table makes of any data bytes.
+  // Returns the fields that the bit table gives for these data bytes.
   Values ByTheBits(const Bytes& data) const {
     std::map<std::string, unsigned> fields = block.always;
     std::istringstream words(block.bits);
@@ -387,7 +387,7 @@ TEST_P(QM2150Blocks, PrintTheDumpBeforeTheFieldLines) {
   EXPECT_EQ(printed, block.exampleDump);
 }
 
-TEST_P(QM2150Blocks, LogTheSameFieldsUnderTheDebugSwitch) {
+TEST_P(QM2150Blocks, LogTheSameFieldsWithTheDebugFlag) {
   gfDebugFlag = 1;
   EXPECT_EQ(GetFrom(block.example), 0);
   EXPECT_EQ(os.Log(), Lines(&FieldCase::example));
@@ -434,7 +434,7 @@ TEST_P(QM2150Blocks, RefuseABadReply) {
     os.Forget();
     os.Reply(bad);
     EXPECT_EQ(Get(), -59);
-    EXPECT_EQ(os.Log().size(), 2U) << Hex(bad);  // by QM2150_ChecRespVisca and for its failure
+    EXPECT_EQ(os.Log().size(), 2U) << Hex(bad);  // one by QM2150_ChecRespVisca, one about its failure
     ExpectNothingDone();
   }
 }
@@ -452,25 +452,12 @@ class QM2150BlocksOddities : public Linked {
   }
 };
 
-TEST_F(QM2150BlocksOddities, HighNibblesAreMaskedAway) {
-  const Bytes ones(13, 0xFF);
-  EXPECT_EQ(From(QM2150_GetLensControl, ones).zoomPos, 0xFFFF);
-  EXPECT_EQ(From(QM2150_GetLensControl, ones).afMode, 3);
-  EXPECT_EQ(From(QM2150_GetCameraControl, ones).shutterPos, 0x1F);
-  EXPECT_EQ(From(QM2150_GetCameraControl, ones).gainPos, 0x0F);
-  EXPECT_EQ(From(QM2150_GetEnlargeFunction1, ones).colorGain, 7);
-}
-
 TEST_F(QM2150BlocksOddities, TheThirdDigitOfTheCameraIdIsAlwaysF) {
   for (unsigned d7 = 0; d7 < 256; ++d7) {
     const auto sent = static_cast<uint8_t>(d7);
     const unsigned id = From(QM2150_GetOtherControl, With(Bytes(13), {{7, sent}, {8, 0x05}, {9, 0x0A}})).cameraId;
     EXPECT_EQ(id & 0x0FFF, 0x0F5AU) << d7;
   }
-}
-
-TEST_F(QM2150BlocksOddities, TheCameraIdOfTheNibbles1234Is1F34) {
-  EXPECT_EQ(From(QM2150_GetOtherControl, With(Bytes(13), {{6, 1}, {7, 2}, {8, 3}, {9, 4}})).cameraId, 0x1F34);
 }
 
 TEST_F(QM2150BlocksOddities, TheHighNibbleOfD7ReachesTheTopOfTheCameraId) {
@@ -504,7 +491,7 @@ TEST_F(QM2150BlocksOddities, FocusPosIsLoggedWithAtLeastTwoDigits) {
 
 // --- The records are a contract with other programs ---
 
-// Bytes 0, 1, 2, ... in memory.
+// Returns a record whose bytes in memory are 0, 1, 2, ...
 template <typename Record>
 Record Counted() {
   Bytes bytes(sizeof(Record));

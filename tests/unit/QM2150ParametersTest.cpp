@@ -1,6 +1,6 @@
-// The 21 camera settings: each is read by one inquiry, and written by one command that is then read back.
+// The 21 camera settings: each is read with one inquiry, and written with one command and then read back.
 //
-// kMembers is a second reading of the wire protocol, independent of the product's table.
+// kSettings describes the wire protocol a second time, independently of the product's table.
 #include <algorithm>
 #include <functional>
 #include <string>
@@ -16,7 +16,7 @@ constexpr uint8_t kJunk = 0xE5;  // what an output holds before a call
 using ByteGetter = int (*)(uint8_t*);
 using ByteSetter = int (*)(uint8_t);
 
-// A member's pair of routines; both take the value as an unsigned.
+// The two routines of a setting; both take the value as an unsigned.
 struct Pair {
   std::function<int(unsigned&)> get;
   std::function<int(unsigned)> set;
@@ -66,7 +66,7 @@ unsigned Nibbles2And3(const Bytes& data) { return (data[2] * 16U + data[3]) % 25
 unsigned Bytes2And3(const Bytes& data) { return data[2] * 256U + data[3]; }
 unsigned Nibbles4And5(const Bytes& data) { return (data[4] * 16U + data[5]) % 256; }
 
-struct Member {
+struct Setting {
   const char* name;
   Pair pair;
   // p and q: the high and the low nibble of the value; vv: its low byte; hh: its high byte
@@ -74,7 +74,7 @@ struct Member {
   const char* inquiry;
   const char* reply;
   unsigned (*value)(const Bytes& data);
-  unsigned confirmed;  // the greatest value that a camera can confirm
+  unsigned confirmed;  // the largest value that a camera can confirm
   std::vector<size_t> zero;
   const char* lengthLine;
   const char* zeroLine;
@@ -82,16 +82,14 @@ struct Member {
   const char* secondReadLine;
   const char* mismatchLine;  // VV: the value passed, RR: the last one read
   int lengthResult = -59;
-  unsigned top = 0xFF;  // the greatest value that can be passed
+  unsigned top = 0xFF;  // the largest value that can be passed
 };
 
-constexpr char kZ1[] = "tVisca.bData[6] != 0x00 || tVisca.bData[7] != 0x00\n";
-constexpr char kZ2[] = "tVisca.bData[0] != 0x00 || tVisca.bData[1] != 0x00\n";
-constexpr char kZ3[] = "tVisca.bData[0] != 0x00 || tVisca.bData[1] != 0x00!\n";
-constexpr char kZ4[] = "tVisca.bData[0] != 0x00 || tVisca.bData[0] != 0x00!\n";
+constexpr char kNotZero[] = "tVisca.bData[0] != 0x00 || tVisca.bData[1] != 0x00\n";
+constexpr char kNotZeroMisprinted[] = "tVisca.bData[0] != 0x00 || tVisca.bData[0] != 0x00!\n";
 
 // clang-format off
-const std::vector<Member> kMembers = {
+const std::vector<Setting> kSettings = {
     {"NR", Byte(QM2150_GetNR, QM2150_SetNR),
      "81 01 04 53 0q FF", "81 09 04 53 FF", "90 50 0q FF", LowNibbleOf0, 15, {},
      "QM2150_GetNR len fail!\n", "",
@@ -100,7 +98,7 @@ const std::vector<Member> kMembers = {
     {"WdrParams", WdrParams(),
      "81 01 04 2D 01 02 03 04 0p 0q 00 00 FF", "81 09 04 2D FF", "90 50 01 02 03 04 0p 0q 00 00 FF",
      Nibbles4And5, 255, {6, 7},
-     "QM2150_GetWdrParams len fail!\n", kZ1,
+     "QM2150_GetWdrParams len fail!\n", "tVisca.bData[6] != 0x00 || tVisca.bData[7] != 0x00\n",
      "QM2150_GetWdrParams tReadWdrParams fail\n", "QM2150_GetWdrParams tReadWdrParams fail\n",
      "QM2150_SetWdrParams tWdrParam != tReadWdrParams\n"},
     {"WdrMode", Byte(QM2150_GetWdrMode, QM2150_SetWdrMode),
@@ -110,22 +108,22 @@ const std::vector<Member> kMembers = {
      "QM2150_SetWdrMode bWdrMode(0xVV) != bReadWdrMode(0xRR)\n"},
     {"Bgain", Byte(QM2150_GetBgain, QM2150_SetBgain),
      "81 01 04 44 00 00 0p 0q FF", "81 09 04 44 FF", "90 50 00 00 0p 0q FF", Nibbles2And3, 255, {0, 1},
-     "QM2150_GetBgain len fail!\n", kZ2,
+     "QM2150_GetBgain len fail!\n", kNotZero,
      "QM2150_GetBgain bReadValue fail\n", "QM2150_GetBgain bReadValue fail\n",
      "QM2150_SetBgain bValue(0xVV) != bReadValue(0xRR)\n"},
     {"Rgain", Byte(QM2150_GetRgain, QM2150_SetRgain),
      "81 01 04 43 00 00 0p 0q FF", "81 09 04 43 FF", "90 50 00 00 0p 0q FF", Nibbles2And3, 255, {0, 1},
-     "QM2150_GetRgain len fail!\n", kZ2,
+     "QM2150_GetRgain len fail!\n", kNotZero,
      "QM2150_GetRgain bReadValue fail\n", "QM2150_GetRgain bReadValue fail\n",
      "QM2150_SetRgain bValue(0xVV) != bReadValue(0xRR)\n"},
     {"IrisPos", Byte(QM2150_GetIrisPos, QM2150_SetIrisPos),
      "81 01 04 4B 00 00 0p 0q FF", "81 09 04 4B FF", "90 50 00 00 0p 0q FF", Nibbles2And3, 255, {0, 1},
-     "QM2150_GetIrisPos len fail!\n", kZ3,
+     "QM2150_GetIrisPos len fail!\n", "tVisca.bData[0] != 0x00 || tVisca.bData[1] != 0x00!\n",
      "QM2150_GetIrisPos bReadValue fail\n", "QM2150_GetIrisPos bReadValue fail\n",
      "QM2150_SetIrisPos bValue(0xVV) != bReadValue(0xRR)\n"},
     {"GainPos", Byte(QM2150_GetGainPos, QM2150_SetGainPos),
      "81 01 04 4C 00 00 0p 0q FF", "81 09 04 4C FF", "90 50 00 00 0p 0q FF", Nibbles2And3, 255, {0, 1},
-     "QM2150_GetGainPos len fail!\n", kZ2,
+     "QM2150_GetGainPos len fail!\n", kNotZero,
      "QM2150_GetGainPos bReadGainPos fail!\n", "QM2150_GetGainPos bReadGainPos fail!\n",
      "QM2150_SetGainPos bGainPos(0xVV) != bReadGainPos(0xRR)\n"},
     {"GainLimit", Byte(QM2150_GetGainLimit, QM2150_SetGainLimit),
@@ -140,7 +138,7 @@ const std::vector<Member> kMembers = {
      "QM2150_SetHighSensitivity bOnOrOff != bReadOnOrOff.\n"},
     {"ExpCompStep", Byte(QM2150_GetExpCompStep, QM2150_SetExpCompStep),
      "81 01 04 4E 00 00 0p 0q FF", "81 09 04 4E FF", "90 50 00 00 00 vv FF", Byte3, 15, {0, 1, 2},
-     "QM2150_GetExpCompStep len fail!\n", kZ4,
+     "QM2150_GetExpCompStep len fail!\n", kNotZeroMisprinted,
      "QM2150_GetExpCompStep bReadExpCompStep fail!\n", "QM2150_GetExpCompStep bReadExpCompStep fail!\n",
      "QM2150_SetExpCompStep bExpCompStep != bReadExpCompStep!\n"},
     {"ExpComp", Byte(QM2150_GetExpComp, QM2150_SetExpComp),
@@ -170,12 +168,12 @@ const std::vector<Member> kMembers = {
      "QM2150_SetAutoIcr bAutoIcr != bReadAutoIcr.\n"},
     {"ColorGain", Byte(QM2150_GetColorGain, QM2150_SetColorGain),
      "81 01 04 49 00 00 00 vv FF", "81 09 04 49 FF", "90 50 00 00 00 vv FF", Byte3, 255, {0, 1, 2},
-     "QM2150_GetColorGain len fail!\n", kZ4,
+     "QM2150_GetColorGain len fail!\n", kNotZeroMisprinted,
      "QM2150_GetColorGain sReadShutter fail!\n", "QM2150_GetColorGain bReadColorGain fail!\n",
      "QM2150_SetShutter bColorGain != bReadColorGain.\n"},
     {"Shutter", Shutter(),
      "81 01 04 4A 00 00 hh vv FF", "81 09 04 4A FF", "90 50 00 00 hh vv FF", Bytes2And3, 65535, {0, 1},
-     "QM2150_GetShtter len fail!\n", kZ4,
+     "QM2150_GetShtter len fail!\n", kNotZeroMisprinted,
      "QM2150_GetShutter sReadShutter fail!\n", "QM2150_GetShutter sReadShutter fail!\n",
      "QM2150_SetShutter sShutter != sReadShutter!\n", -59, 0xFFFF},
     {"AfMode", Byte(QM2150_GetAfMode, QM2150_SetAfMode),
@@ -200,7 +198,7 @@ const std::vector<Member> kMembers = {
      "QM2150_SetWbMode bWbMode != bReadWbMode!\n", -60},
 };
 
-// One value of each, written out in full: a check of the table above and of the letters in it.
+// One value of each setting, written out in full, to check the table above and the letters in it.
 struct Sample {
   const char* name;
   unsigned value;
@@ -242,7 +240,7 @@ void Replace(std::string& text, const std::string& what, unsigned value, size_t 
   }
 }
 
-// A packet of the table with its letters replaced.
+// Returns a packet of the table with its letters replaced by the value's digits.
 std::string Packet(std::string text, unsigned value) {
   Replace(text, "p", value / 16, 1, true);
   Replace(text, "q", value, 1, true);
@@ -251,8 +249,8 @@ std::string Packet(std::string text, unsigned value) {
   return text;
 }
 
-LogLine Mismatch(const Member& member, unsigned passed, unsigned read) {
-  std::string text = member.mismatchLine;
+LogLine Mismatch(const Setting& setting, unsigned passed, unsigned read) {
+  std::string text = setting.mismatchLine;
   Replace(text, "VV", passed, 2, false);
   Replace(text, "RR", read, 2, false);
   return Err(text);
@@ -260,27 +258,27 @@ LogLine Mismatch(const Member& member, unsigned passed, unsigned read) {
 
 using QM2150Parameters = Linked;
 
-class QM2150ParametersEach : public Linked, public testing::WithParamInterface<Member> {
+class QM2150ParametersEach : public Linked, public testing::WithParamInterface<Setting> {
  protected:
-  const Member& member = GetParam();
-  const Story command{Packet(member.command, 5)};  // most tests write the value 5
+  const Setting& setting = GetParam();
+  const Story command{Packet(setting.command, 5)};  // most tests write the value 5
   const Story wait{"50 ms"};
-  const Story inquiry{member.inquiry};
+  const Story inquiry{setting.inquiry};
 
   void Acknowledge() { os.Reply({0x10}); }
-  void Holds(unsigned value) { os.Reply(FromHex(Packet(member.reply, value))); }
+  void Holds(unsigned value) { os.Reply(FromHex(Packet(setting.reply, value))); }
   Bytes GoodData() const {
-    const Bytes packet = FromHex(Packet(member.reply, 5));
+    const Bytes packet = FromHex(Packet(setting.reply, 5));
     return {packet.begin() + 2, packet.end() - 1};
   }
 
-  // A read that must fail and leave its output unchanged.
+  // Expects that a read fails and leaves its output unchanged.
   void ExpectReadFails(int result) {
     unsigned value = 0;
-    EXPECT_EQ(member.pair.get(value), result);
+    EXPECT_EQ(setting.pair.get(value), result);
     EXPECT_EQ(value, kJunk);
   }
-  // The same, for what the reader itself finds wrong.
+  // The same for data that the getter itself refuses, with its log line.
   void ExpectRefused(const Bytes& data, int result, const char* line) {
     os.Reply(Completed(data));
     ExpectReadFails(result);
@@ -292,7 +290,7 @@ class QM2150ParametersEach : public Linked, public testing::WithParamInterface<M
 TEST_P(QM2150ParametersEach, IsReadByOneInquiry) {
   Holds(5);
   unsigned value = 0;
-  EXPECT_EQ(member.pair.get(value), 0);
+  EXPECT_EQ(setting.pair.get(value), 0);
   EXPECT_EQ(value, 5U);
   EXPECT_EQ(StoryOf(os), inquiry);
 }
@@ -300,12 +298,12 @@ TEST_P(QM2150ParametersEach, IsReadByOneInquiry) {
 TEST_P(QM2150ParametersEach, EveryReplyValueIsRead) {
   const Bytes good = GoodData();
   const Bytes others = {0x00, 0x01, 0x05, 0x0F, 0x10, 0xF0, 0xFF};
-  // Two neighbouring bytes at a time, so that sums that overflow occur too.
+  // Two neighbouring bytes at a time, so that some sums overflow.
   for (size_t i = 0; i < good.size(); ++i) {
     const auto required = [this](size_t place) {
-      return std::find(member.zero.begin(), member.zero.end(), place) != member.zero.end();
+      return std::find(setting.zero.begin(), setting.zero.end(), place) != setting.zero.end();
     };
-    if (required(i) || (member.name == std::string("WdrParams") && i < 4)) {
+    if (required(i) || (setting.name == std::string("WdrParams") && i < 4)) {
       continue;
     }
     for (const uint8_t other : others) {
@@ -317,8 +315,8 @@ TEST_P(QM2150ParametersEach, EveryReplyValueIsRead) {
         }
         os.Reply(Completed(data));
         unsigned value = 0;
-        ASSERT_EQ(member.pair.get(value), 0) << Hex(data);
-        ASSERT_EQ(value, member.value(data)) << Hex(data);
+        ASSERT_EQ(setting.pair.get(value), 0) << Hex(data);
+        ASSERT_EQ(value, setting.value(data)) << Hex(data);
       }
     }
     os.Forget();
@@ -329,28 +327,28 @@ TEST_P(QM2150ParametersEach, EveryOtherLengthIsRefused) {
   const size_t expected = GoodData().size();
   for (size_t length = 0; length <= 16; ++length) {
     if (length != expected) {
-      ExpectRefused(Bytes(length, 0x01), member.lengthResult, member.lengthLine);  // checked before any zero byte
-      ExpectRefused(Bytes(length, 0x00), member.lengthResult, member.lengthLine);
+      ExpectRefused(Bytes(length, 0x01), setting.lengthResult, setting.lengthLine);  // checked before any zero byte
+      ExpectRefused(Bytes(length, 0x00), setting.lengthResult, setting.lengthLine);
     }
   }
 }
 
 TEST_P(QM2150ParametersEach, ANonZeroByteWhereZeroIsRequiredIsRefused) {
   const Bytes good = GoodData();
-  for (const size_t place : member.zero) {
+  for (const size_t place : setting.zero) {
     for (unsigned byte = 1; byte < 256; ++byte) {
-      ExpectRefused(With(good, {{place, static_cast<uint8_t>(byte)}}), -59, member.zeroLine);
+      ExpectRefused(With(good, {{place, static_cast<uint8_t>(byte)}}), -59, setting.zeroLine);
     }
   }
 }
 
 TEST_P(QM2150ParametersEach, ABadReplyIsNotAValue) {
-  const Bytes good = FromHex(Packet(member.reply, 5));
+  const Bytes good = FromHex(Packet(setting.reply, 5));
   for (const Bytes& bad :
        {Bytes{0x90, 0x60, 0x41, 0xFF}, With(good, {{0, 0xA0}}), With(good, {{good.size() - 1, 0xFE}})}) {
     os.Reply(bad);
     ExpectReadFails(-59);
-    EXPECT_EQ(os.Log().size(), 2U) << Hex(bad);  // by QM2150_ChecRespVisca and for its failure
+    EXPECT_EQ(os.Log().size(), 2U) << Hex(bad);  // one by QM2150_ChecRespVisca, one about its failure
     os.Forget();
   }
 }
@@ -358,7 +356,7 @@ TEST_P(QM2150ParametersEach, ABadReplyIsNotAValue) {
 TEST_P(QM2150ParametersEach, AFailedInquiryIsPassedOn) {
   for (const Fault& fault : InquiryFaults()) {
     SCOPED_TRACE(fault.name);
-    fault.arrange(os, FromHex(Packet(member.reply, 5)));
+    fault.arrange(os, FromHex(Packet(setting.reply, 5)));
     ExpectReadFails(fault.result);
     EXPECT_THAT(LinesAbove(os.Log(), fault, 2), IsEmpty());
     StartOver();
@@ -370,56 +368,56 @@ TEST_P(QM2150ParametersEach, EveryValueIsSentAndConfirmedOrRefused) {
   std::string wrong;
   os.device = [&](const Request& request) {
     const std::string packet = Hex(request.Payload());
-    if (packet == member.inquiry) {
+    if (packet == setting.inquiry) {
       // a camera that keeps a nibble keeps the low one
-      os.Answer(request, FromHex(Packet(member.reply, passed <= member.confirmed ? passed : passed % 16)));
+      os.Answer(request, FromHex(Packet(setting.reply, passed <= setting.confirmed ? passed : passed % 16)));
     } else {
-      wrong = packet == Packet(member.command, passed) ? wrong : packet;
+      wrong = packet == Packet(setting.command, passed) ? wrong : packet;
       os.Answer(request, {0x10});
     }
   };
-  for (passed = 0; passed <= member.top; ++passed) {
-    const int result = member.pair.set(passed);
+  for (passed = 0; passed <= setting.top; ++passed) {
+    const int result = setting.pair.set(passed);
     ASSERT_EQ(wrong, "") << passed;
-    if (passed <= member.confirmed) {
+    if (passed <= setting.confirmed) {
       ASSERT_EQ(result, 0) << passed;
       ASSERT_EQ(os.Requests().size(), 2U) << passed;
       ASSERT_THAT(os.Log(), IsEmpty()) << passed;
     } else {
       ASSERT_EQ(result, -60) << passed;
-      ASSERT_EQ(StoryOf(os), (Story{Packet(member.command, passed), "50 ms", member.inquiry, "50 ms", member.inquiry,
-                                    Mismatch(member, passed, passed % 16)}));
+      ASSERT_EQ(StoryOf(os), (Story{Packet(setting.command, passed), "50 ms", setting.inquiry, "50 ms", setting.inquiry,
+                                    Mismatch(setting, passed, passed % 16)}));
     }
     os.Forget();
   }
 }
 
-TEST_P(QM2150ParametersEach, IsConfirmedByTheFirstReading) {
+TEST_P(QM2150ParametersEach, IsConfirmedByTheFirstReadBack) {
   Acknowledge();
   Holds(5);
-  EXPECT_EQ(member.pair.set(5), 0);
+  EXPECT_EQ(setting.pair.set(5), 0);
   EXPECT_EQ(StoryOf(os), command + wait + inquiry);
 }
 
-TEST_P(QM2150ParametersEach, IsConfirmedByTheSecondReading) {
+TEST_P(QM2150ParametersEach, IsConfirmedByTheSecondReadBack) {
   Acknowledge();
   Holds(9);
   Holds(5);
-  EXPECT_EQ(member.pair.set(5), 0);
+  EXPECT_EQ(setting.pair.set(5), 0);
   EXPECT_EQ(StoryOf(os), command + wait + inquiry + wait + inquiry);
 }
 
-TEST_P(QM2150ParametersEach, IsGivenUpAfterTwoReadings) {
+TEST_P(QM2150ParametersEach, IsGivenUpAfterTwoReadBacks) {
   Acknowledge();
   Holds(9);
   Holds(2);
-  EXPECT_EQ(member.pair.set(5), -60);
-  EXPECT_EQ(StoryOf(os), (command + wait + inquiry + wait + inquiry + Story{Mismatch(member, 5, 2)}));
+  EXPECT_EQ(setting.pair.set(5), -60);
+  EXPECT_EQ(StoryOf(os), (command + wait + inquiry + wait + inquiry + Story{Mismatch(setting, 5, 2)}));
 }
 
 TEST_P(QM2150ParametersEach, ARefusedCommandIsNotReadBack) {
   os.Reply({0x40});
-  EXPECT_EQ(member.pair.set(5), -1);
+  EXPECT_EQ(setting.pair.set(5), -1);
   EXPECT_EQ(os.Requests().size(), 1U);
   EXPECT_EQ(os.Log().size(), 1U);
 }
@@ -428,15 +426,15 @@ TEST_P(QM2150ParametersEach, AFailedCommandIsNotReadBack) {
   for (const Fault& fault : CommandFaults()) {
     SCOPED_TRACE(fault.name);
     fault.arrange(os, {0x10});
-    EXPECT_EQ(member.pair.set(5), fault.result);
+    EXPECT_EQ(setting.pair.set(5), fault.result);
     EXPECT_LE(os.Requests().size(), 1U);
     EXPECT_EQ(LinesAbove(os.Log(), fault, 1).size(), 1U);
     StartOver();
   }
 }
 
-// A stop is not logged by the reader, but by the writer like any other failure.
-TEST_P(QM2150ParametersEach, AFailedReadingEndsIt) {
+// The getter does not log a stop; the setter logs it like any other failure.
+TEST_P(QM2150ParametersEach, AFailedReadBackEndsTheSetter) {
   for (const bool first : {true, false}) {
     for (const Fault& fault : InquiryFaults()) {
       SCOPED_TRACE(fault.name);
@@ -444,29 +442,29 @@ TEST_P(QM2150ParametersEach, AFailedReadingEndsIt) {
       if (!first) {
         Holds(9);
       }
-      os.On("usleep", first ? 2 : 4, [&] { fault.arrange(os, FromHex(Packet(member.reply, 5))); });  // in the wait
-      EXPECT_EQ(member.pair.set(5), fault.result);
+      os.On("usleep", first ? 2 : 4, [&] { fault.arrange(os, FromHex(Packet(setting.reply, 5))); });  // in the wait
+      EXPECT_EQ(setting.pair.set(5), fault.result);
       EXPECT_THAT(LinesAbove(os.Log(), fault, 2),
-                  ElementsAre(Err(first ? member.firstReadLine : member.secondReadLine)));
+                  ElementsAre(Err(first ? setting.firstReadLine : setting.secondReadLine)));
       StartOver();
     }
   }
 }
 
-TEST_P(QM2150ParametersEach, AReadingOfAnotherLengthEndsItWithItsOwnResult) {
+TEST_P(QM2150ParametersEach, AReadBackOfAnotherLengthEndsTheSetterWithItsOwnResult) {
   Acknowledge();
   Holds(9);
-  os.Reply(Completed(Bytes(3, 0x00)));  // no member has three data bytes
-  EXPECT_EQ(member.pair.set(5), member.lengthResult);
-  EXPECT_THAT(os.Log(), ElementsAre(Err(member.lengthLine), Err(member.secondReadLine)));
+  os.Reply(Completed(Bytes(3, 0x00)));  // no setting has three data bytes
+  EXPECT_EQ(setting.pair.set(5), setting.lengthResult);
+  EXPECT_THAT(os.Log(), ElementsAre(Err(setting.lengthLine), Err(setting.secondReadLine)));
 }
 
-INSTANTIATE_TEST_SUITE_P(All, QM2150ParametersEach, testing::ValuesIn(kMembers),
+INSTANTIATE_TEST_SUITE_P(All, QM2150ParametersEach, testing::ValuesIn(kSettings),
                          [](const auto& test) { return std::string(test.param.name); });
 
-void PrintTo(const Member& member, std::ostream* out) { *out << member.name; }
+void PrintTo(const Setting& setting, std::ostream* out) { *out << setting.name; }
 
-// --- What is particular to one member or another ---
+// --- What only some of the settings do ---
 
 TEST_F(QM2150Parameters, AFailedCommandIsLogged) {
   const tWdrParam params{};
@@ -477,18 +475,18 @@ TEST_F(QM2150Parameters, AFailedCommandIsLogged) {
 }
 
 TEST_F(QM2150Parameters, ASampleOfEachWrittenOutInFull) {
-  ASSERT_EQ(kSamples.size(), kMembers.size());
+  ASSERT_EQ(kSamples.size(), kSettings.size());
   for (size_t i = 0; i < kSamples.size(); ++i) {
     const Sample& sample = kSamples[i];
-    ASSERT_STREQ(sample.name, kMembers[i].name);
+    ASSERT_STREQ(sample.name, kSettings[i].name);
     os.Reply({0x10});
     os.Reply(FromHex(sample.reply));
-    EXPECT_EQ(kMembers[i].pair.set(sample.value), 0) << sample.name;
-    EXPECT_EQ(StoryOf(os), (Story{sample.command, "50 ms", kMembers[i].inquiry})) << sample.name;
+    EXPECT_EQ(kSettings[i].pair.set(sample.value), 0) << sample.name;
+    EXPECT_EQ(StoryOf(os), (Story{sample.command, "50 ms", kSettings[i].inquiry})) << sample.name;
     os.Forget();
     os.Reply(FromHex(sample.reply));
     unsigned value = 0;
-    EXPECT_EQ(kMembers[i].pair.get(value), 0) << sample.name;
+    EXPECT_EQ(kSettings[i].pair.get(value), 0) << sample.name;
     EXPECT_EQ(value, sample.value) << sample.name;
     os.Forget();
   }
@@ -525,17 +523,8 @@ TEST_F(QM2150Parameters, MismatchesShowTheValuePassedAndTheLastRead) {
   }
 }
 
-TEST_F(QM2150Parameters, NoiseReduction0x12SendsItsLowNibbleAndIsNeverConfirmed) {
-  os.Reply({0x10});
-  os.Reply({0x90, 0x50, 0x02, 0xFF});
-  os.Reply({0x90, 0x50, 0x02, 0xFF});
-  EXPECT_EQ(QM2150_SetNR(0x12), -60);
-  EXPECT_EQ(StoryOf(os), (Story{"81 01 04 53 02 FF", "50 ms", "81 09 04 53 FF", "50 ms", "81 09 04 53 FF",
-                                Err("QM2150_SetNR bValue(0x12) != bReadValue(0x02)\n")}));
-}
-
-// Readings are masked too: a camera that reports 0x1A whole does not confirm it either.
-TEST_F(QM2150Parameters, NibbleMembersMaskWhatTheyRead) {
+// A value read back is masked too: a camera that reports all of 0x1A does not confirm it either.
+TEST_F(QM2150Parameters, NibblesAreMaskedWhenRead) {
   uint8_t value = kJunk;
   os.Reply({0x90, 0x50, 0x12, 0xFF});
   EXPECT_EQ(QM2150_GetNR(&value), 0);
@@ -549,22 +538,6 @@ TEST_F(QM2150Parameters, NibbleMembersMaskWhatTheyRead) {
   os.Reply({0x90, 0x50, 0x1A, 0xFF});
   EXPECT_EQ(QM2150_SetGainLimit(0x1A), -60);
   EXPECT_THAT(os.Log(), ElementsAre(Err("QM2150_SetGainLimit bGainLimit(0x1a) != bReadGainLimit(0x0a)\n")));
-}
-
-TEST_F(QM2150Parameters, Shutter0x0115IsSentAsTwoWholeBytes) {
-  os.Reply({0x10});
-  os.Reply({0x90, 0x50, 0x00, 0x00, 0x01, 0x15, 0xFF});
-  EXPECT_EQ(QM2150_SetShutter(0x0115), 0);
-  EXPECT_EQ(StoryOf(os), (Story{"81 01 04 4A 00 00 01 15 FF", "50 ms", "81 09 04 4A FF"}));
-}
-
-TEST_F(QM2150Parameters, ExposureCompensationStep0x20IsNeverConfirmed) {
-  os.Reply({0x10});
-  os.Reply({0x90, 0x50, 0x00, 0x00, 0x00, 0x00, 0xFF});
-  os.Reply({0x90, 0x50, 0x00, 0x00, 0x00, 0x00, 0xFF});
-  EXPECT_EQ(QM2150_SetExpCompStep(0x20), -60);
-  EXPECT_EQ(StoryOf(os), (Story{"81 01 04 4E 00 00 02 00 FF", "50 ms", "81 09 04 4E FF", "50 ms", "81 09 04 4E FF",
-                                Err("QM2150_SetExpCompStep bExpCompStep != bReadExpCompStep!\n")}));
 }
 
 // A camera that keeps both nibbles reports them where zero is required.
@@ -642,7 +615,7 @@ TEST_F(QM2150Parameters, EachWideDynamicRangeParameterIsConfirmedUpToItsWidth) {
     for (unsigned value = 0; value < 256; ++value) {
       Bytes fields = {1, 2, 3, 4, 5};
       fields[field] = static_cast<uint8_t>(value);
-      // Sent, and held by the camera, in nibbles.
+      // The command carries these as nibbles, and the camera keeps them so.
       const auto nibble = [](unsigned number) { return static_cast<uint8_t>(number % 16); };
       const Bytes sent = {nibble(fields[0]),
                           nibble(fields[1]),
@@ -654,7 +627,7 @@ TEST_F(QM2150Parameters, EachWideDynamicRangeParameterIsConfirmedUpToItsWidth) {
                           0x00};
       const bool fits = field == 4 || value < 16;
       os.Reply({0x10});
-      for (int readings = fits ? 1 : 2; readings > 0; --readings) {
+      for (int readBacks = fits ? 1 : 2; readBacks > 0; --readBacks) {
         os.Reply(FromHex("90 50 " + Hex(sent) + " FF"));
       }
       const tWdrParam params{fields[0], fields[1], fields[2], fields[3], fields[4]};

@@ -1,4 +1,4 @@
-// The camera's register bank, sensor mode and version.
+// The camera's register bank, sensor mode, version and white balance trigger.
 #include "tests/fakeos/Faults.h"
 #include "tests/fakeos/Fixtures.h"
 
@@ -15,8 +15,8 @@ const Bytes kReadMode = {0x81, 0x09, 0x04, 0x24, 0x72, 0xFF};
 
 class QM2150Registers : public Linked {
  protected:
-  // What earlier exchanges may have left.
-  void FillBothRecords() {
+  // Fills the request frame and the reply frame with bytes that earlier exchanges could have left.
+  void FillBothFrames() {
     gtUart1ViscaCmdInq = Filled<ViscaRequestFrame>(0x5A);
     gtUart1ViscaResp = Filled<ViscaReplyFrame>(0x5A);
   }
@@ -41,8 +41,8 @@ TEST_F(QM2150Registers, AWriteThatIsNotAcknowledgedFailsSilently) {
   EXPECT_THAT(os.Log(), IsEmpty());
 }
 
-TEST_F(QM2150Registers, AWriteClearsBothRecordsFirst) {
-  FillBothRecords();
+TEST_F(QM2150Registers, AWriteClearsBothFramesFirst) {
+  FillBothFrames();
   os.Reply(kAck);
   EXPECT_EQ(QM2150_SetRegisterValue(0x72, 0x1A), 0);
   EXPECT_EQ(Hex(BytesOf(gtUart1ViscaCmdInq)),
@@ -50,8 +50,8 @@ TEST_F(QM2150Registers, AWriteClearsBothRecordsFirst) {
   EXPECT_THAT(BytesOf(gtUart1ViscaResp), Each(0));
 }
 
-TEST_F(QM2150Registers, AReadClearsBothRecordsFirst) {
-  FillBothRecords();
+TEST_F(QM2150Registers, AReadClearsBothFramesFirst) {
+  FillBothFrames();
   uint8_t value = 0;
   os.Reply({0x90, 0x50, 0x07, 0xFF});
   EXPECT_EQ(QM2150_GetRegisterValue(0x72, &value), 0);
@@ -76,8 +76,8 @@ TEST_F(QM2150Registers, AReadUsesTheReplyAsItIs) {
     uint8_t value;
   };
   for (const Example& example :
-       {Example{{0x90, 0x50, 0x07, 0xFF}, 0x70},        // one byte: the other counts as 0
-        Example{{0x90, 0x50, 0xFF}, 0x00},              // none
+       {Example{{0x90, 0x50, 0x07, 0xFF}, 0x70},        // one data byte: the second counts as 0
+        Example{{0x90, 0x50, 0xFF}, 0x00},              // no data byte
         Example{{0x90, 0x60, 0x02, 0xFF}, 0x20},        // an error reply is not checked
         Example{{0x12, 0x34, 0x01, 0x0A, 0x00}, 0x1A},  // neither header nor terminator
         Example{{0x90, 0x50, 0x12, 0x34, 0xFF}, 0x54},  // the nibbles are not masked
@@ -118,7 +118,7 @@ TEST_F(QM2150Registers, AWrittenSensorModeIsReadBackAfter50Ms) {
   EXPECT_THAT(os.Log(), IsEmpty());
 }
 
-TEST_F(QM2150Registers, ASensorModeMayTakeUntilTheSecondReadBack) {
+TEST_F(QM2150Registers, ASensorModeMayBeConfirmedByTheSecondReadBack) {
   os.Reply(kAck);
   os.Reply(kMode6);
   os.Reply(kMode8);
@@ -128,7 +128,7 @@ TEST_F(QM2150Registers, ASensorModeMayTakeUntilTheSecondReadBack) {
   EXPECT_THAT(os.Log(), IsEmpty());
 }
 
-TEST_F(QM2150Registers, ARefusedSensorModeIsLoggedButSucceeds) {
+TEST_F(QM2150Registers, ASensorModeThatDoesNotReadBackIsOnlyLogged) {
   os.Reply(kAck);
   os.Reply(kMode6);
   os.Reply(kMode6);
@@ -155,8 +155,8 @@ TEST_F(QM2150Registers, TheVersionReplyHoldsModelAndRomVersion) {
   EXPECT_THAT(os.Frames(), ElementsAre(Bytes{0xAA, 0x02, 0x05, 0x81, 0x09, 0x00, 0x02, 0xFF, 0xC4, 0x55}));
 }
 
-TEST_F(QM2150Registers, TheVersionInquiryClearsBothRecordsFirst) {
-  FillBothRecords();
+TEST_F(QM2150Registers, TheVersionInquiryClearsBothFramesFirst) {
+  FillBothFrames();
   uint16_t model = 0xEEEE, romVersion = 0xEEEE;
   os.Reply({0x90, 0x50, 0x00, 0x01, 0x05, 0xFF});
   EXPECT_EQ(QM2150_GetVersion(&model, &romVersion), 0);
@@ -217,7 +217,7 @@ TEST_P(QM2150RegistersReadFault, FailsTheVersion) {
   EXPECT_EQ(romVersion, 0xEEEE);
 }
 
-// A failed read-back is logged with one more line, even for a stop.
+// QM2150_SetSnrMode adds its own line for a failed read-back, even after a stop request.
 TEST_P(QM2150RegistersReadFault, FailsTheFirstReadBackOfASensorMode) {
   os.Reply(kAck);
   os.On("usleep", 2, [this] { GetParam().arrange(os, kMode8); });

@@ -57,12 +57,12 @@ TEST_F(QM2150Transaction, ACommandOf13To16DataBytesIsRefusedByTheLink) {
                                       Err("QM2150_ProcessVisca failed!")));
     EXPECT_THAT(os.Requests(), IsEmpty());
   }
-  EXPECT_EQ(gbSeqId, 4);  // each used up an id
+  EXPECT_EQ(gbSeqId, 4);  // each request used up an id
 }
 
 TEST_F(QM2150Transaction, ALongerCommandIsRefusedSilently) {
   EXPECT_EQ(QM2150_Command(17, kData), -1);
-  EXPECT_EQ(QM2150_Command(256, kData), -1);  // not cut to a byte
+  EXPECT_EQ(QM2150_Command(256, kData), -1);  // the length is not truncated to a byte
   EXPECT_EQ(QM2150_Command(0xFFFFFFFF, nullptr), -1);
   EXPECT_THAT(os.Timeline(), IsEmpty());
   EXPECT_EQ(gbSeqId, 0);
@@ -82,7 +82,8 @@ TEST_F(QM2150Transaction, AnAcknowledgementMayCarryMoreData) {
 }
 
 TEST_F(QM2150Transaction, AnEmptyAcknowledgementCountsAsTheEarlierOne) {
-  // The record of plain replies is not cleared here: an acknowledgement without data leaves the last one's.
+  // The record of plain replies is not cleared here, so an acknowledgement without data leaves the data of the last
+  // one.
   os.Reply(kAck);
   EXPECT_EQ(QM2150_Command(1, kData), 0);
   os.Reply({});
@@ -131,7 +132,7 @@ TEST_F(QM2150Transaction, NothingOfAnEarlierReplyIsLeft) {
   EXPECT_EQ(Hex(BytesOf(reply)), "90 50 01 09 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 FF");
 }
 
-TEST_F(QM2150Transaction, TheVersionInquirysCategoryIsPassedOn) {
+TEST_F(QM2150Transaction, TheCategoryIsPassedOn) {
   for (const uint8_t category : Bytes{0x00, 0x04, 0x7E, 0xFF}) {
     os.Forget();
     os.Reply(kCompletion);

@@ -1,4 +1,4 @@
-// The relay body and the frames in it, wrapped, unwrapped and checked.
+// Wrapping, unwrapping and checking the relay body and the frames in it.
 #include <cstring>
 
 #include "tests/fakeos/Fixtures.h"
@@ -24,7 +24,7 @@ class Relay : public Machine {};
 
 // --- Camera request ---
 
-// The request with N data bytes 01, 02, 03 ..., junk behind them, and the right checksum.
+// A request with `count` data bytes 01, 02, 03 ..., junk behind them, and this checksum.
 ViscaRequestFrame CameraRequest(uint8_t count, uint8_t checksum) {
   ViscaRequestFrame frame{0xAA,     0x02, static_cast<uint8_t>(count + 4), 0x81, 0x09, 0x04, count, {}, 0xFF,
                           checksum, 0x55};
@@ -47,7 +47,7 @@ TEST_F(Relay, TheChecksumUsesTheFieldsAsTheyAre) {
   ViscaRequestFrame frame{};
   EXPECT_EQ(QM2150_ChecksumViscaCmd(&frame), 0x00);
   frame = {0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x02, {0x10, 0x20, 0x40}, 0x80, 0x77, 0x88};
-  EXPECT_EQ(QM2150_ChecksumViscaCmd(&frame), 0x3B);  // neither count, third data byte, checksum nor stop
+  EXPECT_EQ(QM2150_ChecksumViscaCmd(&frame), 0x3B);  // not count, third data byte, checksum or stop
 }
 
 TEST_F(Relay, ACountOutOfRangeSumsSixteenDataBytesAtMost) {
@@ -94,10 +94,10 @@ TEST_F(Relay, TheTailOfALongerRequestStays) {
                                     0)));
 }
 
-TEST_F(Relay, TheIdFollowsTheBodysOwn) {
+TEST_F(Relay, TheIdIsOneMoreThanTheBodysOwn) {
   const ViscaRequestFrame frame = CameraRequest(0, 0xC3);
   Body body = BodyOf({0, 0, 0});
-  gbSeqId = 99;  // only remembers, does not count
+  gbSeqId = 99;  // only a copy: the counter is in the body
   EXPECT_EQ(QM2150_FillZR4410(&frame, body.bytes), 0);
   EXPECT_EQ(body.bytes[2], 1);
   EXPECT_EQ(gbSeqId, 1);
@@ -232,7 +232,7 @@ TEST_F(Relay, TheFirstFaultOfAReplyDecides) {
 }
 
 TEST_F(Relay, EveryByteOfAReplyIsSummed) {
-  for (const size_t place : {1U, 2U, 3U, 4U, 6U, 7U, 22U}) {  // not the count, nor the middle beyond it
+  for (const size_t place : {1U, 2U, 3U, 4U, 6U, 7U, 22U}) {  // not the count and the unused part of the middle
     ViscaReplyFrame frame = GoodReply();
     uint8_t* const byte = &frame.start + place;
     ++*byte;
@@ -269,7 +269,7 @@ PlainFrame GoodPlain() {
   return {0xAA, 0x90, 0x02, {0x23, 0x42, 0xDD}, 0x5F, 0x55};
 }
 
-TEST_F(Relay, ThePlainChecksumMatchesTheWorkedExamples) {
+TEST_F(Relay, ThePlainChecksumMatchesKnownValues) {
   PlainFrame frame{0xAA, 0x10, 1, {0x01, 0xDD}, 0xEE, 0xEE};
   EXPECT_EQ(MCU_ChecksumCmdResp(&frame), 0x44);
   frame = {0xAA, 0x0C, 1, {0x01}, 0, 0};
@@ -351,7 +351,7 @@ TEST_F(Relay, TheFirstFaultOfAPlainReplyDecides) {
                           Err("UART1 RESP CMD Code failed!"), Err("Checksum failed!"), Err("_UART1_CMD_STOP failed!")));
 }
 
-TEST_F(Relay, TheRecordsHaveTheirSizes) {
+TEST_F(Relay, TheRecordsHaveFixedSizes) {
   EXPECT_EQ(sizeof(ViscaRequestFrame), 26U);
   EXPECT_EQ(sizeof(ViscaReplyFrame), 25U);
   EXPECT_EQ(sizeof(PlainFrame), 21U);

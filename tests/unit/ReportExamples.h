@@ -1,5 +1,5 @@
-// One example of each system report: what the camera answers, and what the report sends, logs and prints. The lines of
-// the block's fields, which come first, are left to QM2150BlocksTest.
+// One example of each system report: what the camera answers, and what the report sends, logs and prints. The log lines
+// of the block's fields, which come first, are left to QM2150BlocksTest.
 #ifndef ZR4410_TESTS_UNIT_REPORTEXAMPLES_H
 #define ZR4410_TESTS_UNIT_REPORTEXAMPLES_H
 
@@ -15,12 +15,14 @@ struct ReportExample {
   std::string output;
 };
 
-inline void PrintTo(const ReportExample& report, std::ostream* out) { *out << "report " << report.number; }
-
-inline std::vector<LogLine> operator+(std::vector<LogLine> first, const std::vector<LogLine>& second) {
-  first.insert(first.end(), second.begin(), second.end());
-  return first;
+// Makes the device answer the next requests as in the example.
+inline void Answer(FakeOs& os, const ReportExample& report) {
+  for (const Bytes& reply : report.replies) {
+    os.Reply(reply);
+  }
 }
+
+inline void PrintTo(const ReportExample& report, std::ostream* out) { *out << "report " << report.number; }
 
 inline const LogLine kSeparator = Info("===================================================");
 

@@ -1,5 +1,6 @@
-// The settings writer, killed or failing at each of its system calls and at each two of them: afterwards the file is
-// the old one or the new one, complete, and the next write works. First in memory, then in a real directory.
+// The settings writer, killed or failing at any of its system calls, or at any two of them. Afterwards the file is
+// either the complete old one or the complete new one, and the next write works. The first tests run in memory, the
+// others in a real directory.
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -48,7 +49,7 @@ class SettingsCrash : public testing::TestWithParam<Contents> {
     Device() { os.files[kPath] = GetParam().before; }
     FakeOs os;
   };
-  // The file calls of a write that succeeds.
+  // Returns the file steps of a write that succeeds.
   static std::vector<std::string> Steps() {
     Device device;
     EXPECT_EQ(Write(), 0);
@@ -176,14 +177,14 @@ class SettingsCrashOnDisk : public testing::Test {
     char name[] = "/tmp/settings.XXXXXX";
     directory_ = mkdtemp(name);
     path_ = directory_ + "/conf.img";
-    Lay(path_, kOld);
+    Create(path_, kOld);
   }
   ~SettingsCrashOnDisk() override {
     chmod(directory_.c_str(), 0700);
     std::filesystem::remove_all(directory_);
   }
 
-  static void Lay(const std::string& path, const std::string& content) { std::ofstream(path) << content; }
+  static void Create(const std::string& path, const std::string& content) { std::ofstream(path) << content; }
   static std::string Read(const std::string& path) {
     std::ostringstream text;
     text << std::ifstream(path).rdbuf();
@@ -193,7 +194,8 @@ class SettingsCrashOnDisk : public testing::Test {
     return sysconf_fset(path.c_str(), "EXT_DEBUG", value);
   }
 
-  // What the action returns, run in a child process. Root becomes another user there: permissions do not stop root.
+  // Runs the action in a child process and returns its result. If this is root, the child becomes another user, because
+  // permissions do not stop root.
   template <typename Action>
   static int AsOrdinaryUser(Action action) {
     const pid_t child = fork();
@@ -219,9 +221,16 @@ TEST_F(SettingsCrashOnDisk, AWriteReplacesTheFile) {
   EXPECT_FALSE(std::filesystem::exists(path_ + ".tmp"));
 }
 
+TEST_F(SettingsCrashOnDisk, TheNewFileHasThePermissionsThatTheUmaskLeaves) {
+  const mode_t before = umask(0);
+  EXPECT_EQ(Write(path_), 0);
+  umask(before);
+  EXPECT_EQ(static_cast<unsigned>(std::filesystem::status(path_).permissions()), 0666U);
+}
+
 TEST_F(SettingsCrashOnDisk, AKillAtAnyTime) {
   const std::string one = Large("EXT_DEBUG=1\n"), two = Large("EXT_DEBUG=2\n");
-  Lay(path_, one);
+  Create(path_, one);
   int ones = 0, twos = 0;
   for (int round = 0; round < 60; ++round) {
     const pid_t child = fork();
@@ -246,7 +255,7 @@ TEST_F(SettingsCrashOnDisk, AKillAtAnyTime) {
 
 TEST_F(SettingsCrashOnDisk, NoRoomForTheNewFile) {
   const std::string old = Large("EXT_DEBUG=5\n");
-  Lay(path_, old);
+  Create(path_, old);
   for (const rlim_t room : {rlim_t{0}, rlim_t{1}, rlim_t{4096}, rlim_t{old.size() - 1}}) {
     const int result = AsOrdinaryUser([&] {
       chmod(directory_.c_str(), 0777);
@@ -293,11 +302,11 @@ TEST_F(SettingsCrashOnDisk, ABrokenLinkIsAFileThatDoesNotOpen) {
 }
 
 TEST_F(SettingsCrashOnDisk, WhatIsAtTheTemporaryPathIsOverwrittenUnlessItIsADirectory) {
-  Lay(path_ + ".tmp", Large("left over\n"));
+  Create(path_ + ".tmp", Large("left over\n"));
   EXPECT_EQ(Write(path_), 0);
   EXPECT_EQ(Read(path_), kNewOnDisk);
 
-  Lay(path_, kOld);
+  Create(path_, kOld);
   std::filesystem::create_directory(path_ + ".tmp");
   EXPECT_EQ(Write(path_), -1);
   EXPECT_EQ(Read(path_), kOld);
@@ -315,7 +324,7 @@ TEST_F(SettingsCrashOnDisk, PathsUpToTheLongestOne) {
   for (const size_t length : {size_t{122}, size_t{123}, size_t{124}, size_t{127}, size_t{128}, size_t{250}}) {
     const std::string path = directory_ + "/" + std::string(length - directory_.size() - 1, 'p');
     ASSERT_EQ(path.size(), length);
-    Lay(path, kOld);
+    Create(path, kOld);
     EXPECT_EQ(Write(path), length <= 123 ? 0 : -1) << length;
     EXPECT_EQ(Read(path), length <= 123 ? kNewOnDisk : kOld) << length;
   }

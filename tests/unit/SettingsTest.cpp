@@ -1,5 +1,5 @@
-// Reading and writing the settings file: which line counts, what a value is, and every error.
-// SettingsCrashTest has the writer interrupted at each of its system calls.
+// Reading and writing the settings file: which line is used, what its value is, and every error.
+// SettingsCrashTest interrupts the writer at each of its system calls.
 #include <cerrno>
 #include <cstring>
 #include <string>
@@ -14,7 +14,7 @@ constexpr char kUnchanged[] = "unchanged";  // what the caller's buffer holds be
 
 class Settings : public Machine {
  protected:
-  // The value that the reader finds in a file with this content, kUnchanged if it finds none.
+  // Returns the value that the reader finds in a file with this content; kUnchanged if it finds none.
   std::string Value(std::string content, const char* key = "EXT_DEBUG") {
     os.files[kPath] = std::move(content);
     char value[256] = "unchanged";
@@ -23,7 +23,7 @@ class Settings : public Machine {
     return value;
   }
 
-  // The file after the writer has set the key's value in it.
+  // Returns the file's content after the writer has set the key's value.
   std::string Written(std::string content, const char* value, const char* key = "EXT_DEBUG") {
     os.files[kPath] = std::move(content);
     EXPECT_EQ(sysconf_fset(kPath, key, value), 0);
@@ -88,6 +88,7 @@ const Reading kReadings[] = {
     {"without the key the buffer is unchanged", "OTHER=1\n", kUnchanged},
     {"without the key the buffer is unchanged", "\n\n\n", kUnchanged},
     {"without the key the buffer is unchanged", "", kUnchanged},
+    {"the last line may end without a line feed", "EXT_DEBUG=" + std::string(244, 'v'), std::string(244, 'v')},
     {"a value may be as long as a line", "EXT_DEBUG=" + std::string(245, 'v') + "\n", std::string(245, 'v')},
     {"a value may be as long as a line", "EXT_DEBUG=" + std::string(245, 'v') + "cut", std::string(245, 'v')},
     {"a value may be as long as a line", "=" + std::string(254, 'v'), std::string(254, 'v'), ""},
@@ -150,7 +151,15 @@ TEST_F(Settings, AStreamThatCannotBeCreatedCountsAsAFileThatDoesNotOpen) {
     EXPECT_EQ(sysconf_fset(kPath, "EXT_DEBUG", "3"), -1);
     EXPECT_THAT(os.Log(), ElementsAre(Err(line)));
     EXPECT_EQ(os.files[kPath], "EXT_DEBUG=0\n");
+    EXPECT_EQ(os.OpenFiles(), 1U);  // the settings file of the first case, as the header says
   }
+}
+
+TEST_F(Settings, TheFileMayGetDescriptor0) {
+  os.nextFile = 0;
+  EXPECT_EQ(Value("EXT_DEBUG=5\n"), "5");
+  os.nextFile = 0;
+  EXPECT_EQ(Written("EXT_DEBUG=5\n", "3"), "EXT_DEBUG=3\n");
 }
 
 TEST_F(Settings, TheReaderNeverWrites) {
@@ -184,7 +193,7 @@ TEST_F(Settings, TheWriterKeepsAllOtherLines) {
   for (const char* content : {"#EXT_DEBUG=9\n", "\n\n", "OTHER=1\n\n  EXT_DEBUG=2\n", "", "\r\n", "no line feed"}) {
     EXPECT_EQ(Written(content, "3"), content);
   }
-  const std::string longLines = std::string(1000, 'x') + "\n" + std::string(254, 'y') + "\nend";
+  const std::string longLines = std::string(1000, 'x') + "\n" + std::string(254, 'y') + "\n" + std::string(254, 'z');
   EXPECT_EQ(Written(longLines, "3"), longLines);
   const std::string zeros("A=1\0B=2\n\0\n", 10);
   EXPECT_EQ(Written(zeros, "3"), zeros);
@@ -228,7 +237,7 @@ TEST_F(Settings, TheWriterLogsATemporaryFileThatCannotBeCreated) {
   EXPECT_EQ(sysconf_fset(kPath, "EXT_DEBUG", "3"), -1);
   EXPECT_THAT(os.Log(), ElementsAre(Err("Can not create a temp file for write.")));
   EXPECT_EQ(os.files[kPath], "EXT_DEBUG=0\n");
-  EXPECT_EQ(os.OpenFiles(), 1U);  // Intentional: the settings file stays open.
+  EXPECT_EQ(os.OpenFiles(), 1U);  // the settings file stays open: existing behaviour
 }
 
 TEST_F(Settings, TheWriterLogsAFailedRename) {

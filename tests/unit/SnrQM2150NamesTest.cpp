@@ -40,7 +40,7 @@ const Names kWbModes = {
     {0x05, "Manual"}, {0x06, "Outdoor Auto"}, {0x07, "Sodium Lamp Auto"}, {0x08, "Sodium Lamp"},
 };
 
-// Every code up to 0x1FF and some far ones: its name, or -59 and the text as it was.
+// Expects for every code up to 0x1FF, and some far larger ones, its name, or -59 and an unchanged text.
 void ExpectNames(Lookup lookup, const Names& names) {
   FakeOs os;
   std::vector<uint32_t> codes = {0x10000, 0x7FFFFFFF, 0x80000000, 0x80000001, 0xFFFFFF00, 0xFFFFFFFF};
@@ -69,25 +69,9 @@ TEST(SnrQM2150Names, EveryExposureModeAndNoOther) { ExpectNames(SnrQM2150_AeMode
 
 TEST(SnrQM2150Names, EveryWhiteBalanceModeAndNoOther) { ExpectNames(SnrQM2150_WbMode2Str, kWbModes); }
 
-TEST(SnrQM2150Names, TheLastSensorModeIs0x12) {
-  char text[64] = "as it was";
-  EXPECT_EQ(SnrQM2150_SnrMode2Str(0x13, text), -59);
-  EXPECT_STREQ(text, "as it was");
-  EXPECT_EQ(SnrQM2150_SnrMode2Str(0x12, text), 0);
-  EXPECT_STREQ(text, "PAL, Stop Digital Output");
-}
-
-TEST(SnrQM2150Names, ExposureModesHaveGaps) {
-  char text[64] = "as it was";
-  EXPECT_EQ(SnrQM2150_AeMode2Str(0x0C, text), -59);
-  EXPECT_STREQ(text, "as it was");
-  EXPECT_EQ(SnrQM2150_AeMode2Str(0x0D, text), 0);
-  EXPECT_STREQ(text, "Bright");
-}
-
 TEST(SnrQM2150Names, ANameNeeds26BytesAtMost) {
   char text[26];
-  EXPECT_EQ(SnrQM2150_SnrMode2Str(0x03, text), 0);  // the sanitizer watches its end
+  EXPECT_EQ(SnrQM2150_SnrMode2Str(0x03, text), 0);  // a sanitizer detects a write past its end
   EXPECT_EQ(strlen(text), 25U);
 }
 

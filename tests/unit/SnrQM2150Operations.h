@@ -17,19 +17,19 @@ class SnrQM2150Operations : public Linked {
  protected:
   void TearDown() override { EXPECT_EQ(os.Unused(), 0U) << "answers that no request took"; }
 
-  // --- The answers to the requests to come, one after the other ---
+  // --- These script the answers to the next requests, in order ---
   void Acknowledge() { os.Reply({0x10}); }
   void Refuse() { os.Reply({0x40}); }
   void Mode(uint8_t mode) { Data({static_cast<uint8_t>(mode / 16), static_cast<uint8_t>(mode % 16)}); }
   void Data(const Bytes& data) { os.Reply(Completed(data)); }
   void Broken() { os.Reply({}).Header(0xAA, 0x55); }  // fails at once with -1
   void Silence() { os.NoReply(); }                    // fails with -56 after the time-out
-  void Stop() {                                       // the stop flag is set while it is waited for
+  void Stop() {                                       // sets the stop flag during the wait for the answer
     os.NoReply();
     os.StopAt("msgsnd", static_cast<int>(os.Unused()));
   }
 
-  // From a sensor mode to another, up to the wait for the camera to wake up.
+  // A change from one sensor mode to another, up to the wait for the camera to wake up.
   void PowerCycle(uint8_t from = 0x06, uint8_t to = 0x08) {
     Mode(from);
     Acknowledge();
@@ -38,14 +38,14 @@ class SnrQM2150Operations : public Linked {
     Acknowledge();
   }
 
-  // Starts over within a test.
-  void Anew() {
+  // Clears the stop flag and what was recorded. Answers that no request took stay, so that TearDown reports them.
+  void NextCase() {
     SetSigID(0);
     os.Forget();
   }
 
-  // What was sent, slept and logged by the operations themselves: their lines begin with '[' or "MCU Ver", or end with
-  // "failed!" and a line feed. The lines of the routines below them are left to those routines' tests.
+  // The story with only the log lines of the operations themselves, which begin with '[' or "MCU Ver", or end with
+  // " failed!" and a line feed. The lines of the routines that they call are left to those routines' tests.
   Story OwnStory() const {
     return StoryOf(os, [](std::string_view line) {
       return line.starts_with("[") || line.starts_with("MCU Ver") || line.ends_with(" failed!\n");
@@ -76,7 +76,7 @@ inline const Story kWakeUpFailed{Err("[init] Waiting for QM2150 wake up: QM2150_
 inline const Story kPowerCycle50 = kRead + kWrite50 + kPowerOff + kPowerOn;
 inline const Story kPowerCycle60 = kRead + kWrite60 + kPowerOff + kPowerOn;
 
-// How long it takes, from the second exchange on: the sleeps and one poll for each exchange.
+// How long the change takes, from the second exchange on: the sleeps, and one poll for each exchange.
 inline constexpr int kReadBackMs = 50;
 inline constexpr int kChangeMs = 9000 + kReadBackMs + 5 * kPollMs;
 inline constexpr int kFailedMs = 2000 + kReadBackMs + 4 * kPollMs + 10 * (1000 + kPollMs);  // ten attempts fail at once

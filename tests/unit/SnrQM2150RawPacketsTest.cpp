@@ -10,12 +10,12 @@ TEST_F(SnrQM2150RawPackets, ACommandIsSentUnchanged) {
   Acknowledge();
   EXPECT_EQ(SnrQM2150_Command(2, data.data()), 0);
   EXPECT_EQ(OwnStory(), (Story{"81 01 04 00 02 FF"}));
-  Anew();
+  NextCase();
 
   Acknowledge();
   EXPECT_EQ(SnrQM2150_Command(0, data.data()), 0);
   EXPECT_EQ(OwnStory(), (Story{"81 01 04 FF"}));
-  Anew();
+  NextCase();
 
   const Bytes twelve{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12};
   Acknowledge();
@@ -28,18 +28,18 @@ TEST_F(SnrQM2150RawPackets, TheResultOfACommandIsPassedOnWithoutALine) {
   Refuse();
   EXPECT_EQ(SnrQM2150_Command(2, data.data()), -1);
   EXPECT_EQ(OwnStory(), (Story{"81 01 04 01 01 FF"}));
-  Anew();
+  NextCase();
   Stop();
   EXPECT_EQ(SnrQM2150_Command(2, data.data()), -15);
   EXPECT_EQ(OwnStory(), (Story{"81 01 04 01 01 FF (stop)"}));
-  Anew();
+  NextCase();
   Silence();
   EXPECT_EQ(SnrQM2150_Command(2, data.data()), -56);
   EXPECT_EQ(OwnStory(), (Story{"81 01 04 01 01 FF (silence)"}));
-  Anew();
+  NextCase();
   EXPECT_EQ(SnrQM2150_Command(13, data.data()), -57);
   EXPECT_THAT(OwnStory(), IsEmpty());
-  Anew();
+  NextCase();
   EXPECT_EQ(SnrQM2150_Command(17, data.data()), -1);
   EXPECT_EQ(SnrQM2150_Command(UINT32_MAX, data.data()), -1);
   EXPECT_THAT(os.Timeline(), IsEmpty());
@@ -48,7 +48,7 @@ TEST_F(SnrQM2150RawPackets, TheResultOfACommandIsPassedOnWithoutALine) {
 class SnrQM2150RawPacketsInquiry : public SnrQM2150Operations {
  protected:
   int Inquire(uint32_t size) { return SnrQM2150_Inquiry(0x04, 1, code, size, text); }
-  // What follows the first count characters of the text.
+  // Returns what follows the first count characters of the text.
   std::string Behind(size_t count) const { return {text + count, sizeof text - count}; }
 
   const uint8_t code[1] = {0x47};
@@ -70,7 +70,7 @@ TEST_F(SnrQM2150RawPacketsInquiry, PassesCategoryCountAndBytes) {
   Data({});
   EXPECT_EQ(SnrQM2150_Inquiry(0x7E, 3, data.data(), 64, text), 0);
   EXPECT_EQ(OwnStory(), (Story{"81 09 7E 7E 00 AB FF"}));
-  Anew();
+  NextCase();
   Data({});
   EXPECT_EQ(SnrQM2150_Inquiry(0x00, 0, data.data(), 64, text), 0);
   EXPECT_EQ(OwnStory(), (Story{"81 09 00 FF"}));
@@ -116,24 +116,24 @@ TEST_F(SnrQM2150RawPacketsInquiry, TheLongestTextAndItsZeroTake57Bytes) {
   EXPECT_STREQ(exact, "90 50 55 55 55 55 55 55 55 55 55 55 55 55 55 55 55 55 ff");
 }
 
-TEST_F(SnrQM2150RawPacketsInquiry, AFailedInquiryIsLoggedAndLeavesTheTextUnchanged) {
+TEST_F(SnrQM2150RawPacketsInquiry, AFailedInquiryLeavesTheTextUnchanged) {
   Silence();
   EXPECT_EQ(Inquire(64), -56);
   EXPECT_EQ(OwnStory(), (Story{"81 09 04 47 FF (silence)"}));
-  Anew();
+  NextCase();
   os.Reply({0x90, 0x50, 0xFF}).Stop(0x56);
   EXPECT_EQ(Inquire(64), -58);
-  Anew();
+  NextCase();
   EXPECT_EQ(SnrQM2150_Inquiry(0x04, 17, code, 64, text), -1);
   EXPECT_EQ(OwnStory(), (Story{}));
   EXPECT_EQ(Behind(0), std::string(80, 'x'));
 }
 
-TEST_F(SnrQM2150RawPacketsInquiry, AnErrorReplyIsLoggedAndLeavesTheTextUnchanged) {
+TEST_F(SnrQM2150RawPacketsInquiry, AnErrorReplyLeavesTheTextUnchanged) {
   os.Reply({0x90, 0x60, 0x02, 0xFF});
   EXPECT_EQ(Inquire(64), -59);
   EXPECT_EQ(OwnStory(), (Story{"81 09 04 47 FF"}));
-  Anew();
+  NextCase();
   os.Reply({0x91, 0x50, 0x02, 0xFF});
   EXPECT_EQ(Inquire(64), -59);
   EXPECT_EQ(OwnStory(), (Story{"81 09 04 47 FF"}));
@@ -145,7 +145,7 @@ TEST_F(SnrQM2150RawPacketsInquiry, AStopIsSilentAndLeavesTheTextUnchanged) {
   EXPECT_EQ(Inquire(64), -15);
   EXPECT_EQ(OwnStory(), (Story{"81 09 04 47 FF (stop)"}));
   EXPECT_EQ(Behind(0), std::string(80, 'x'));
-  Anew();
+  NextCase();
   SetSigID(1);
   EXPECT_EQ(Inquire(64), -15);
   EXPECT_THAT(OwnStory(), IsEmpty());

@@ -7,7 +7,7 @@ class SnrQM2150SensorMode : public SnrQM2150Operations {
  protected:
   SnrQM2150SensorMode() { gtParams = {0x11, 0x2222, 0x3333, 0x44, 0x55, 0x66, 0x77, 0x8888}; }
 
-  // Only the sensor mode ever changes.
+  // Expects this sensor mode in gtParams, and the other parameters unchanged.
   static void ExpectModeInParams(unsigned mode) {
     EXPECT_EQ(ParamsNow(), Params(0x11, 0x2222, 0x3333, mode, 0x55, 0x66, 0x77, 0x8888));
   }
@@ -26,7 +26,7 @@ TEST_F(SnrQM2150SensorMode, AModeThatIsAlreadySetNeedsNoPowerCycle) {
   EXPECT_EQ(SnrQM2150_SetSnrMode(50), 0);
   EXPECT_EQ(OwnStory(), (kRead + Story{Info("[init] 50 Hz SnrMode = 0x08\n")}));
   ExpectModeInParams(0x08);
-  Anew();
+  NextCase();
 
   Mode(0x06);
   EXPECT_EQ(SnrQM2150_SetSnrMode(60), 0);
@@ -35,7 +35,7 @@ TEST_F(SnrQM2150SensorMode, AModeThatIsAlreadySetNeedsNoPowerCycle) {
   EXPECT_EQ(os.Output(), "");
 }
 
-TEST_F(SnrQM2150SensorMode, For50Hz) {
+TEST_F(SnrQM2150SensorMode, ChangesTo50HzWithAPowerCycle) {
   PowerCycle();
   Mode(0x08);
   EXPECT_EQ(SnrQM2150_SetSnrMode(50), 0);
@@ -51,7 +51,7 @@ TEST_F(SnrQM2150SensorMode, For50Hz) {
   EXPECT_EQ(os.Output(), "");
 }
 
-TEST_F(SnrQM2150SensorMode, For60Hz) {
+TEST_F(SnrQM2150SensorMode, ChangesTo60HzWithAPowerCycle) {
   PowerCycle(0x12, 0x06);
   Mode(0x06);
   EXPECT_EQ(SnrQM2150_SetSnrMode(60), 0);
@@ -81,7 +81,7 @@ TEST_F(SnrQM2150SensorMode, TwoFailedFirstReadsEndItWithTheSecondResult) {
   Silence();
   EXPECT_EQ(SnrQM2150_SetSnrMode(50), -56);
   EXPECT_EQ(OwnStory(), (kRead + kSilentRead + Story{Err("[init] QM2150_GetSnrMode failed!\n")}));
-  Anew();
+  NextCase();
 
   Silence();
   Broken();
@@ -97,7 +97,7 @@ TEST_F(SnrQM2150SensorMode, AStopAtTheFirstReadEndsItSilently) {
   ExpectModeInParams(0x44);
 }
 
-TEST_F(SnrQM2150SensorMode, AStopBeforeItIsLoggedByTheSenderOnly) {
+TEST_F(SnrQM2150SensorMode, AStopBeforeTheFirstReadEndsItSilently) {
   SetSigID(1);
   EXPECT_EQ(SnrQM2150_SetSnrMode(50), -15);
   EXPECT_THAT(OwnStory(), IsEmpty());
@@ -169,7 +169,7 @@ TEST_F(SnrQM2150SensorMode, AStopAtTheRegisterWriteIsLoggedAndIgnored) {
   Acknowledge();
   Acknowledge();
   Mode(0x08);
-  os.On("sleep", 1, [] { SetSigID(0); });  // so that what follows can be seen
+  os.On("sleep", 1, [] { SetSigID(0); });  // so that the change continues
   EXPECT_EQ(SnrQM2150_SetSnrMode(50), 0);
   EXPECT_EQ(OwnStory(),
             (kRead + Story{"81 01 04 24 72 00 08 FF (stop)", Err("[init] QM2150_SetSnrMode failed!\n")} + kPowerOff +
@@ -213,7 +213,7 @@ TEST_F(SnrQM2150SensorMode, ARefusedPowerCommandIsIgnored) {
     EXPECT_EQ(OwnStory(),
               (kRead + kWrite50 + Story{"1 s", "MCU 0C 00"} + failed + Story{Info("[init] QM2150 Power Off.\n")} +
                kPowerOn + Story{"1 s"} + kRead + Settled(50, "0x08", kChangeMs)));
-    Anew();
+    NextCase();
 
     Mode(0x06);
     Acknowledge();
@@ -225,7 +225,7 @@ TEST_F(SnrQM2150SensorMode, ARefusedPowerCommandIsIgnored) {
     EXPECT_EQ(OwnStory(),
               (kRead + kWrite50 + kPowerOff + Story{"1 s", "MCU 0C 01"} + failed +
                Story{Info("[init] QM2150 Power On.\n")} + Story{"1 s"} + kRead + Settled(50, "0x08", kChangeMs)));
-    Anew();
+    NextCase();
   }
 }
 
@@ -253,7 +253,7 @@ TEST_F(SnrQM2150SensorMode, AStopAtEitherPowerCommandEndsItSilently) {
   EXPECT_EQ(SnrQM2150_SetSnrMode(50), -15);
   EXPECT_EQ(OwnStory(), (kRead + kWrite50 + Story{"1 s", "MCU 0C 00 (stop)"}));
   ExpectModeInParams(0x06);
-  Anew();
+  NextCase();
 
   Mode(0x06);
   Acknowledge();
@@ -272,7 +272,7 @@ TEST_F(SnrQM2150SensorMode, AStopInASleepIsNoticedByTheNextExchange) {
   os.StopAt("sleep", 1);
   EXPECT_EQ(SnrQM2150_SetSnrMode(50), -15);
   EXPECT_EQ(OwnStory(), (kRead + kWrite50 + Story{"1 s"}));
-  Anew();
+  NextCase();
 
   Mode(0x06);
   Acknowledge();
@@ -281,13 +281,13 @@ TEST_F(SnrQM2150SensorMode, AStopInASleepIsNoticedByTheNextExchange) {
   os.StopAt("sleep", 2);
   EXPECT_EQ(SnrQM2150_SetSnrMode(50), -15);
   EXPECT_EQ(OwnStory(), (kRead + kWrite50 + kPowerOff + Story{"1 s"}));
-  Anew();
+  NextCase();
 
   PowerCycle();
   os.StopAt("sleep", 3);
   EXPECT_EQ(SnrQM2150_SetSnrMode(50), -15);
   EXPECT_EQ(OwnStory(), (kPowerCycle50 + Story{"1 s"}));
-  Anew();
+  NextCase();
 
   PowerCycle();
   Mode(0x08);
@@ -310,7 +310,7 @@ TEST_F(SnrQM2150SensorMode, WakesAtEachOfTenAttemptsAfterFailures) {
               (story + Story{"1 s"} + kRead + Settled(50, "0x08", kChangeMs + (attempt - 1) * (1000 + kPollMs))))
         << attempt;
     ExpectModeInParams(0x08);
-    Anew();
+    NextCase();
   }
 }
 
@@ -327,7 +327,7 @@ TEST_F(SnrQM2150SensorMode, WakesAtEachOfTenAttemptsAfterOtherModes) {
     EXPECT_EQ(OwnStory(),
               (story + Story{"1 s"} + kRead + Settled(50, "0x08", kChangeMs + (attempt - 1) * (1000 + kPollMs))))
         << attempt;
-    Anew();
+    NextCase();
   }
 }
 
@@ -358,7 +358,7 @@ TEST_F(SnrQM2150SensorMode, TenFailedAttemptsEndItWithTheLastResult) {
     EXPECT_EQ(OwnStory(), (story + Story{Err("[init] 50 Hz SnrQM2150_SetSnrMode = 0x00 failed!\n"),
                                          TimeLine(kFailedMs + (silent ? 10 * (kTimeOutMs - kPollMs) : 0))}));
     ExpectModeInParams(0x06);
-    Anew();
+    NextCase();
   }
 }
 
@@ -371,7 +371,8 @@ TEST_F(SnrQM2150SensorMode, TheLineOfTenFailedAttemptsHasTheFrequency) {
   EXPECT_THAT(OwnStory(), testing::Contains(Err("[init] 60 Hz SnrQM2150_SetSnrMode = 0x00 failed!\n")));
 }
 
-// The machine has run for 50 days: 32 bits of milliseconds are used up. The clock jumps ahead in the middle.
+// The machine has run for 50 days, which is more milliseconds than 32 bits hold. The clock jumps ahead during the
+// change.
 TEST_F(SnrQM2150SensorMode, TheTimeIsCountedIn64Bits) {
   os.SetClock(4'320'000'000'000'000);
   PowerCycle();
@@ -432,11 +433,11 @@ TEST_F(SnrQM2150SensorMode, AStopAtAnyWakeUpReadEndsItSilently) {
     EXPECT_EQ(SnrQM2150_SetSnrMode(50), -15) << attempt;
     EXPECT_EQ(OwnStory(), (story + Story{"1 s"} + kStoppedRead)) << attempt;
     ExpectModeInParams(0x06);
-    Anew();
+    NextCase();
   }
 }
 
-// A register reply is used as it is, even an error reply: 0x41 is cut to the mode 0x10.
+// A register reply is used unchecked, even an error reply: 0x41 in place of the high nibble gives mode 0x10.
 TEST_F(SnrQM2150SensorMode, AnErrorReplyIsReadAsAMode) {
   PowerCycle();
   os.Reply({0x90, 0x60, 0x41, 0xFF});

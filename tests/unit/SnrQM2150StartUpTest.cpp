@@ -146,7 +146,7 @@ TEST_F(SnrQM2150StartUp, TheVersionIsTriedFiveTimes) {
     EXPECT_EQ(SnrQM2150_init(50), 0) << failures;
     EXPECT_EQ(OwnStory(), (story + kGetVersionOk + kLaterReads + kReport)) << failures;
     EXPECT_EQ(ParamsNow(), Params(0x23, 0x0506, 0x0123, 0x08, 0x0D, 0x05, 0x01, 0x0115));
-    Anew();
+    NextCase();
   }
 }
 
@@ -163,7 +163,7 @@ TEST_F(SnrQM2150StartUp, FiveFailedVersionsEndItWithTheLastResult) {
             (modeIsSet + kGetMcuVersion + kGetVersionFailed + kGetVersionFailed + kGetVersionFailed +
              kGetVersionFailed + Story{"81 09 00 02 FF (silence)", Err("[init] QM2150_GetVersion fail!\n")}));
   EXPECT_EQ(ParamsNow(), Params(0x23, 0, 0, 0x08, 0, 0, 0, 0));
-  Anew();
+  NextCase();
 
   Mode(0x08);
   McuVersion();
@@ -208,11 +208,11 @@ TEST_F(SnrQM2150StartUp, EachLaterReadThatFailsIsLoggedAndIgnored) {
     EXPECT_EQ(SnrQM2150_init(50), 0);
     EXPECT_EQ(OwnStory(), (story + Story(kReport.begin(), kReport.begin() + 4) + reportWithout[failing]));
     EXPECT_EQ(ParamsNow(), paramsWithout[failing]);
-    Anew();
+    NextCase();
   }
 }
 
-TEST_F(SnrQM2150StartUp, EverythingThatMayFailFails) {
+TEST_F(SnrQM2150StartUp, ContinuesIfEverythingThatMayFailFails) {
   Broken();
   Broken();
   Broken();
@@ -242,10 +242,10 @@ TEST_F(SnrQM2150StartUp, TheParametersAreClearedFirst) {
   EXPECT_EQ(ParamsNow(), Params(0, 0, 0, 0, 0, 0, 0, 0));
 }
 
-// The start-up with a sensor-mode change has twelve exchanges, written out in `story` with a stop at each.
+// The start-up with a sensor-mode change has twelve exchanges. Each test is stopped at one of them.
 class SnrQM2150StartUpStop : public SnrQM2150StartUp, public testing::WithParamInterface<int> {
  protected:
-  // Answers the exchanges before the one that is stopped.
+  // Scripts the answers to the exchanges before the one that is stopped.
   void AnswersBefore(int stopped) {
     const std::function<void()> answers[] = {[this] { Mode(0x06); },    [this] { Acknowledge(); },
                                              [this] { Mode(0x08); },    [this] { Acknowledge(); },
@@ -266,7 +266,7 @@ class SnrQM2150StartUpStop : public SnrQM2150StartUp, public testing::WithParamI
   }
   const Story story = kPowerCycle50 + Story{"1 s"} + kRead + Settled(50, "0x08", kChangeMs) + kGetMcuVersion +
                       kGetVersionOk + kLaterReads;
-  // The places of the exchanges in `story`.
+  // The positions of the exchanges in `story`.
   static constexpr int kPlaces[] = {0, 1, 3, 5, 8, 11, 15, 16, 18, 19, 20, 21};
   Story Before(int stopped) const { return {story.begin(), story.begin() + kPlaces[stopped - 1]}; }
 };
@@ -277,9 +277,7 @@ TEST_P(SnrQM2150StartUpStop, WhileWaitingForAReplyEndsItSilently) {
   Stop();
   EXPECT_EQ(SnrQM2150_init(50), -15);
   const Story end{story[static_cast<size_t>(kPlaces[stopped - 1])].text + " (stop)"};
-  if (stopped == 2) {  // only the register write is logged and ignored, until the next exchange
-    EXPECT_EQ(OwnStory(), (Before(stopped) + end + Story{Err("[init] QM2150_SetSnrMode failed!\n"), "1 s"}));
-  } else if (stopped == 3) {  // and so is its read-back
+  if (stopped == 2 || stopped == 3) {  // logged and ignored; the next exchange ends it
     EXPECT_EQ(OwnStory(), (Before(stopped) + end + Story{Err("[init] QM2150_SetSnrMode failed!\n"), "1 s"}));
   } else {
     EXPECT_EQ(OwnStory(), (Before(stopped) + end));
@@ -287,13 +285,13 @@ TEST_P(SnrQM2150StartUpStop, WhileWaitingForAReplyEndsItSilently) {
   EXPECT_EQ(ParamsNow(), ParamsBefore(stopped));
 }
 
-TEST_P(SnrQM2150StartUpStop, BeforeARequestIsLoggedByTheSenderOnly) {
+TEST_P(SnrQM2150StartUpStop, BeforeARequestEndsItSilently) {
   const int stopped = GetParam();
   AnswersBefore(stopped);
   if (stopped == 1) {
     SetSigID(1);
   } else {
-    os.StopAt("msgrcv", 2 * (stopped - 1));  // as the reply to the request before it is taken
+    os.StopAt("msgrcv", 2 * (stopped - 1));  // when the previous request's reply is received
   }
   EXPECT_EQ(SnrQM2150_init(50), -15);
   if (stopped == 2) {
@@ -309,7 +307,7 @@ TEST_P(SnrQM2150StartUpStop, BeforeARequestIsLoggedByTheSenderOnly) {
 
 INSTANTIATE_TEST_SUITE_P(AtExchange, SnrQM2150StartUpStop, testing::Range(1, 13));
 
-TEST_F(SnrQM2150StartUp, AStopAtALaterTryOfTheVersionEndsItSilently) {
+TEST_F(SnrQM2150StartUp, AStopAtAnyTryOfTheVersionEndsItSilently) {
   for (int attempt = 1; attempt <= 5; ++attempt) {
     Story story = modeIsSet + kGetMcuVersion;
     Mode(0x08);
@@ -321,7 +319,7 @@ TEST_F(SnrQM2150StartUp, AStopAtALaterTryOfTheVersionEndsItSilently) {
     Stop();
     EXPECT_EQ(SnrQM2150_init(50), -15) << attempt;
     EXPECT_EQ(OwnStory(), (story + Story{"81 09 00 02 FF (stop)"})) << attempt;
-    Anew();
+    NextCase();
   }
 }
 

@@ -1,4 +1,4 @@
-// Does not compile: a format that does not fit its argument or, with NO_LITERAL, any text as the format.
+// Must not compile: the format does not match its argument or, with NO_LITERAL, is not a literal.
 #include "support/Log.h"
 
 void LogWrongly(const char* text) {
