@@ -17,7 +17,7 @@ REFUSED = ["unshare", "setns", "mount", "umount2", "pivot_root", "open_tree", "m
 rules = seccomp.SyscallFilter(seccomp.ALLOW)
 if platform.machine() == "x86_64":
     # As container runtimes do. Otherwise a program that makes a system call of one of these architectures would be
-    # killed; proot makes one to skip a call.
+    # killed; proot makes such a call in order to skip a system call.
     rules.add_arch(seccomp.Arch.X86)
     rules.add_arch(seccomp.Arch.X32)
 for name in REFUSED:
