@@ -35,8 +35,6 @@ constexpr int kMostStreams = 24;  // clients that wait for a message; the other 
 constexpr int kSocketPort = 80;   // the library requires a port even for a Unix-domain socket, and ignores it
 constexpr time_t kReadSeconds = 5;
 constexpr time_t kWriteSeconds = 10;
-constexpr std::size_t kMostAtOnce = 64;               // messages in one write to a stream
-constexpr auto kHeartbeat = std::chrono::seconds(5);  // sent on an idle stream, to notice a client that is unreachable
 constexpr auto kStopRetry = std::chrono::milliseconds(2);
 constexpr long kMostDescriptors = 65536;
 long MostDescriptors() { return std::min(sysconf(_SC_OPEN_MAX), kMostDescriptors); }
@@ -172,7 +170,12 @@ bool IsServed(const sockaddr_un& address) {
 
 void Put(httplib::Response& response, const Answer& answer) {
   response.status = answer.status;
-  response.set_content(answer.body, kJson);
+  response.set_content(answer.body, answer.policy.empty() ? kJson : "text/html; charset=utf-8");
+  if (!answer.policy.empty()) {
+    response.set_header("Content-Security-Policy", answer.policy);
+    response.set_header("Cache-Control", "no-store");
+    response.set_header("X-Content-Type-Options", "nosniff");
+  }
 }
 
 }  // namespace
@@ -186,7 +189,7 @@ struct Control::Server {
   void OpenPath();
   std::string OpenPort();
   void Answers(const httplib::Request& request, const std::string& body, httplib::Response& response);
-  void Stream(const MessageLog::Filter& filter, httplib::Response& response);
+  void Send(Stream stream, httplib::Response& response);
   static std::optional<Answer> Unreadable(const httplib::Request& request);
   std::optional<Answer> Refused(const httplib::Request& request) const;
   bool KnownHost(const std::string& header) const;
@@ -264,16 +267,16 @@ void Control::Server::Answers(const httplib::Request& request, const std::string
   if (request.path == "/events" && request.has_header("Last-Event-ID")) {
     query["since"] = request.get_header_value("Last-Event-ID");
   }
-  const bool waits = request.path == "/wait" || request.path == "/events";
+  const bool waits = request.path == "/wait" || request.path == "/events" || request.path == "/view/events";
   if (waits && ++streams > kMostStreams) {
     --streams;
     Put(response, Refusal(kBusy, "too many clients wait for messages (" + std::to_string(kMostStreams) + ")"));
     return;
   }
-  const Answer answer = routes.Handle(request.method == "HEAD" ? "GET" : request.method, request.path, query, body,
+  Answer answer = routes.Handle(request.method == "HEAD" ? "GET" : request.method, request.path, query, body,
                                       [] { return HasLeft(connection); });
   if (answer.stream && request.method != "HEAD") {
-    Stream(*answer.stream, response);  // which decrements `streams` when it ends
+    Send(std::move(answer.stream), response);  // which decrements `streams` when it ends
     return;
   }
   if (waits) {
@@ -282,27 +285,14 @@ void Control::Server::Answers(const httplib::Request& request, const std::string
   Put(response, answer);
 }
 
-void Control::Server::Stream(const MessageLog::Filter& filter, httplib::Response& response) {
+void Control::Server::Send(Stream stream, httplib::Response& response) {
   response.set_header("Cache-Control", "no-cache");
   response.set_chunked_content_provider(
       "text/event-stream",
-      [this, next = filter, first = true](std::size_t, httplib::DataSink& sink) mutable {
-        std::string text = first ? ": messages\n\n" : "";
-        if (!first) {
-          const auto left = [] { return HasLeft(connection); };
-          const auto end = std::chrono::steady_clock::now() + kHeartbeat;
-          const MessageLog::List list = log.Wait(next, kMostAtOnce, end, left);
-          if (left()) {
-            return false;
-          }
-          next.since = list.last;
-          text = list.dropped != 0 ? DroppedEvent(list.dropped) : list.messages.empty() ? ":\n\n" : "";
-          for (const MessageLog::Message& message : list.messages) {
-            text += MessageEvent(message);
-          }
-        }
-        first = false;
-        return !log.stopped() && sink.write(text.data(), text.size());
+      [this, next = std::move(stream)](std::size_t, httplib::DataSink& sink) {
+        const auto left = [] { return HasLeft(connection); };
+        const std::string text = next(left);
+        return !left() && !log.stopped() && sink.write(text.data(), text.size());
       },
       [this](bool) { --streams; });
 }
@@ -524,9 +514,9 @@ std::optional<Answer> Control::Send(const std::string& where, const std::string&
   }
   const httplib::Result result = client.send(request);
   if (!result) {
-    return result.error() == httplib::Error::Connection ? std::nullopt : std::optional(Answer{kNoAnswer, "", {}});
+    return result.error() == httplib::Error::Connection ? std::nullopt : std::optional(Answer{kNoAnswer, ""});
   }
-  return Answer{result->status, result->body, {}};
+  return Answer{result->status, result->body};
 }
 
 }  // namespace sim

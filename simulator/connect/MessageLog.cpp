@@ -112,6 +112,11 @@ MessageLog::List MessageLog::Wait(const Filter& filter, std::size_t most, std::c
   }
 }
 
+bool MessageLog::WaitForStop(std::chrono::steady_clock::time_point end) {
+  std::unique_lock lock(mutex_);
+  return stop_.wait_until(lock, end, [this] { return stopped_; });
+}
+
 std::uint64_t MessageLog::Last() const {
   const std::lock_guard lock(mutex_);
   return last_;
@@ -121,6 +126,7 @@ void MessageLog::Stop() {
   const std::lock_guard lock(mutex_);
   stopped_ = true;
   more_.notify_all();
+  stop_.notify_all();
 }
 
 bool MessageLog::stopped() const {

@@ -47,6 +47,8 @@ class MessageLog {
   // returns true. `left` is called several times per second, without a lock; it may be empty.
   using Left = std::function<bool()>;
   List Wait(const Filter& filter, std::size_t most, std::chrono::steady_clock::time_point end, const Left& left = {});
+  // Waits until `end` or Stop, regardless of messages. Returns whether the log has been stopped.
+  bool WaitForStop(std::chrono::steady_clock::time_point end);
   // The number of the last message; 0 if there was none.
   std::uint64_t Last() const;
   // Ends all waits. From now on Wait returns at once.
@@ -69,7 +71,7 @@ class MessageLog {
   std::uint64_t described_ = 0;  // number of the last message that the dissector has seen
 
   mutable std::mutex mutex_;  // covers the members below; held for a short time only, because Add waits for it
-  std::condition_variable more_;
+  std::condition_variable more_, stop_;
   std::deque<Entry> entries_;
   std::size_t bytes_ = 0;   // in the bodies of entries_
   std::uint64_t last_ = 0;  // number of the last message added

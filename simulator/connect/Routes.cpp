@@ -5,10 +5,10 @@
 #include <charconv>
 #include <chrono>
 #include <limits>
-#include <nlohmann/json.hpp>
 #include <set>
 
-#include "simulator/connect/Capture.h"
+#include "simulator/connect/Json.h"
+#include "simulator/connect/View.h"
 #include "simulator/model/Change.h"
 #include "simulator/model/Device.h"
 #include "simulator/model/Error.h"
@@ -28,8 +28,8 @@ struct RouteCall {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
-
+constexpr std::size_t kMostAtOnce = 64;               // messages in one part of a stream
+constexpr auto kHeartbeat = std::chrono::seconds(5);  // sent on an idle stream, to notice a client that is unreachable
 constexpr int kCreated = 201;
 constexpr int kBadRequest = 400;
 constexpr int kNotFound = 404;
@@ -37,16 +37,7 @@ constexpr int kMethodNotAllowed = 405;
 constexpr int kTimeout = 408;
 constexpr int kConflict = 409;
 
-// Bytes that are not UTF-8 are shown as U+FFFD.
-std::string Text(const Json& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace); }
-
-Answer Reply(const Json& json, int status = 200) { return {status, Text(json) + "\n", {}}; }
-
-Json MessageJson(const MessageLog::Message& message) {
-  Json json = {{"number", message.event.number}};
-  json.update(EventJson(message.event, message.meaning));
-  return json;
-}
+Answer Reply(const Json& json, int status = 200) { return {status, JsonText(json) + "\n"}; }
 
 std::uint64_t Number(const std::string& key, const std::string& text, std::uint64_t greatest) {
   std::uint64_t value = 0;
@@ -148,19 +139,7 @@ Answer StateAnswer(const RouteCall& call, const Change& change) {
     state = device.state();
     supply = device.CableConnected();
   });
-  Json json = {{"camera", Json::object()}, {"mcu", Json::object()}, {"registers", Json::object()}, {"supply", supply}};
-  for (std::size_t i = 0; i < kVarCount; ++i) {
-    const Var var{static_cast<std::uint8_t>(i)};
-    if (const std::string section(VariableSection(var)); !section.empty()) {
-      json[section][std::string(Info(var).name)] = {{"value", state[var]}, {"text", ValueText(var, state[var])}};
-    }
-  }
-  const std::uint8_t mode = state.registers[kSensorModeRegister];  // shown as a variable too
-  json["camera"]["sensor_mode"] = {{"value", mode}, {"text", std::to_string(mode)}};
-  for (std::size_t number = 0; number < state.registers.size(); ++number) {
-    json["registers"]["0x" + ToHex(Bytes{static_cast<std::uint8_t>(number)})] = state.registers[number];
-  }
-  return Reply(json);
+  return Reply(StateJson(state, supply));
 }
 
 Answer GetState(const RouteCall& call) { return StateAnswer(call, {}); }
@@ -180,23 +159,10 @@ Answer PatchState(const RouteCall& call) {
   return StateAnswer(call, change);
 }
 
-Json FaultJson(const ActiveFault& active) {
-  return {
-      {"id", active.id}, {"fault", FaultText(active.fault)}, {"counted", active.counted}, {"struck", active.struck}};
-}
-
-std::vector<ActiveFault> Faults(const RouteCall& call) {
+Answer GetFaults(const RouteCall& call) {
   std::vector<ActiveFault> faults;
   WithDevice(call, [&](Device& device, Time) { faults = device.Faults(); });
-  return faults;
-}
-
-Answer GetFaults(const RouteCall& call) {
-  Json list = Json::array();
-  for (const ActiveFault& active : Faults(call)) {
-    list.push_back(FaultJson(active));
-  }
-  return Reply({{"faults", list}});
+  return Reply({{"faults", FaultsJson(faults)}});
 }
 
 // The text of a fault's key, as --fault takes it.
@@ -288,7 +254,29 @@ Answer GetWait(const RouteCall& call) {
 
 Answer GetEvents(const RouteCall& call) {
   Answer answer;
-  answer.stream = FilterOf(call, call.log.Last());
+  answer.stream = [&log = call.log, next = FilterOf(call, call.log.Last()), first = true](const auto& left) mutable {
+    if (std::exchange(first, false)) {
+      return std::string(": messages\n\n");
+    }
+    const MessageLog::List list = log.Wait(next, kMostAtOnce, std::chrono::steady_clock::now() + kHeartbeat, left);
+    next.since = list.last;
+    std::string text = list.messages.empty() ? ":\n\n" : "";
+    if (list.dropped != 0) {
+      text = ServerEvent("dropped", {{"dropped", list.dropped}});
+    }
+    for (const MessageLog::Message& message : list.messages) {
+      text += "id: " + std::to_string(message.event.number) + "\n" + ServerEvent("", MessageJson(message));
+    }
+    return text;
+  };
+  return answer;
+}
+
+Answer GetView(const RouteCall&) { return ViewPage(); }
+
+Answer GetViewEvents(const RouteCall& call) {
+  Answer answer;
+  answer.stream = ViewStream(call.options, call.log);
   return answer;
 }
 
@@ -306,6 +294,8 @@ constexpr Route kRoutes[] = {
     {"GET", "/messages", false, "since match", "the last messages", GetMessages},
     {"GET", "/wait", false, "since match timeout_ms", "waits for a message", GetWait},
     {"GET", "/events", false, "since match", "the messages as they arrive, as server-sent events", GetEvents},
+    {"GET", "/view", true, "", "a web page that shows the device", GetView},
+    {"GET", "/view/events", true, "", "what that page needs; may differ in every version", GetViewEvents},
 };
 // clang-format on
 
@@ -334,14 +324,6 @@ bool HasWord(std::string_view words, std::string_view word) {
 std::span<const Route> RouteTable() { return kRoutes; }
 
 Answer Refusal(int status, const std::string& text) { return Reply({{"error", text}}, status); }
-
-std::string MessageEvent(const MessageLog::Message& message) {
-  return "id: " + std::to_string(message.event.number) + "\ndata: " + Text(MessageJson(message)) + "\n\n";
-}
-
-std::string DroppedEvent(std::uint64_t dropped) {
-  return "event: dropped\ndata: " + Text({{"dropped", dropped}}) + "\n\n";
-}
 
 Answer Routes::Handle(const std::string& method, const std::string& path, const Query& query, const std::string& body,
                       const MessageLog::Left& left) const {

@@ -21,11 +21,15 @@ using Query = std::map<std::string, std::string>;
 
 constexpr int kNoAnswer = 0;  // the status that a client reports if no answer came
 
+// Waits for the next part of an answer that is a stream of server-sent events, and returns its text. Returns after a few
+// seconds even if there is nothing to report, and early if `left` returns true or the log has been stopped.
+using Stream = std::function<std::string(const MessageLog::Left& left)>;
+
 struct Answer {
-  int status = 200;  // as in HTTP, or kNoAnswer
-  std::string body;  // a JSON object
-  // If set, the answer is a stream of these messages instead of `body`.
-  std::optional<MessageLog::Filter> stream;
+  int status = 200;          // as in HTTP, or kNoAnswer
+  std::string body;          // a JSON object, unless `policy` is set
+  Stream stream{};           // if set, the answer instead of `body`
+  std::string policy{};      // if set, `body` is a web page, with this Content-Security-Policy
 };
 
 // How long GET /wait waits for a message: by default, and at most.
@@ -70,8 +74,5 @@ class Routes {
 
 // Returns the answer {"error": "..."}.
 Answer Refusal(int status, const std::string& text);
-// Return the texts of server-sent events: a message, and how many messages were dropped before it.
-std::string MessageEvent(const MessageLog::Message& message);
-std::string DroppedEvent(std::uint64_t dropped);
 
 }  // namespace sim

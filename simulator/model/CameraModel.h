@@ -30,6 +30,7 @@ class CameraModel {
 
   // In all routines `now` must not decrease from call to call.
   void SetSupply(bool on, Time now);
+  bool Supplied() const { return supply_; }
   bool Awake(Time now) const { return supply_ && now >= awake_at_; }
   bool Shows50Hz() const;  // false: 60 Hz
   // Sets variables without a command. A motor whose position is set stops there.

@@ -55,6 +55,8 @@ class Device : public Peer, private FaultTarget {
   bool CableConnected() const { return cable_; }
   // Whether the camera has its supply and has woken up.
   bool CameraAwake(Time now) const { return camera_->Awake(now); }
+  // Whether the camera has its supply: its cable is connected, the MCU has switched it on, and no fault has cut it.
+  bool CameraSupplied() const { return camera_->Supplied(); }
   // The duration of one field of the picture. The camera accepts one command per field.
   Time Field() const;
   // How long that many bytes take on a serial line.

@@ -184,6 +184,22 @@ constexpr Var kFirstKept = Var::power;
 constexpr Var kFirstMcu = Var::mcu_version;
 constexpr Var kFirstTransient = Var::register_number;
 
+// The groups in which the view shows the variables: each begins with a variable and ends before the next group.
+struct VarGroup {
+  Var first;
+  std::string_view title;
+};
+inline constexpr VarGroup kVarGroups[] = {
+    {Var::ae_mode, "Exposure"},
+    {Var::wdr_mode, "Wide dynamic range"},
+    {Var::wb_mode, "White balance and colour"},
+    {Var::nr, "Picture"},
+    {Var::icr, "Day and night"},
+    {Var::zoom_pos, "Lens"},
+    {Var::power, "Camera"},
+    {Var::mcu_version, "Pan, tilt and alarms"},
+};
+
 struct VarInfo {
   std::string_view name;
   std::uint32_t start, least, greatest, wire;

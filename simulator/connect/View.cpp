@@ -1,0 +1,145 @@
+// Compares the device's state with what the page has last been sent.
+#include "simulator/connect/View.h"
+
+#include <algorithm>
+#include <chrono>
+#include <random>
+#include <utility>
+
+#include "simulator/connect/Json.h"
+#include "simulator/model/Change.h"
+#include "simulator/model/Device.h"
+
+namespace sim {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr auto kInterval = std::chrono::milliseconds(100);  // between two events
+constexpr auto kHeartbeat = std::chrono::seconds(5);        // the longest time without a text
+constexpr std::size_t kMostMessages = 50;                   // of one event; the page keeps a few hundred
+
+// Returns what each variable may be set to by a command, with its group and the names of its values.
+Json Variables() {
+  Json list = Json::array();
+  const auto* group = std::begin(kVarGroups);
+  for (std::size_t i = 0; i < static_cast<std::size_t>(kFirstTransient); ++i) {
+    const Var var{static_cast<std::uint8_t>(i)};
+    const VarInfo& info = Info(var);
+    if (std::next(group) != std::end(kVarGroups) && std::next(group)->first == var) {
+      ++group;
+    }
+    Json names = Json::array();
+    for (const ValueName& name : info.names) {
+      names.push_back({name.value, name.name});
+    }
+    list.push_back({{"section", VariableSection(var)},
+                    {"name", info.name},
+                    {"group", group->title},
+                    {"least", info.least},
+                    {"greatest", info.greatest},
+                    {"names", names}});
+  }
+  return list;
+}
+
+Json Hello(const std::string& version) {
+  Json kinds = Json::array();
+  for (const FaultKind& kind : FaultTable()) {
+    kinds.push_back({{"name", kind.name}, {"text", kind.text}});
+  }
+  return {{"version", version}, {"variables", Variables()}, {"kinds", kinds}};
+}
+
+// Returns what the page shows of the device, except for the messages.
+Json Shown(const Routes::Options& options) {
+  State state;
+  bool cable = false;
+  std::string picture;
+  std::vector<ActiveFault> faults;
+  options.locked([&](Device& device, Time now) {
+    device.Apply({}, now);
+    state = device.state();
+    cable = device.CableConnected();
+    faults = device.Faults();
+    picture = !device.CameraSupplied()    ? "no supply"
+              : !device.CameraAwake(now)  ? "waking up"
+              : state[Var::power] != kOn ? "standby"
+                                          : "on";
+  });
+  Json json = StateJson(state, cable);
+  json["picture"] = picture;
+  json["faults"] = FaultsJson(faults);
+  return json;
+}
+
+// Returns the members of `now` that differ from those of `before`; of objects within them, only what differs there.
+Json Changes(const Json& before, const Json& now) {
+  Json changes = Json::object();
+  for (const auto& [key, value] : now.items()) {
+    const auto old = before.find(key);
+    if (old == before.end()) {
+      changes[key] = value;
+    } else if (*old != value) {
+      changes[key] = value.is_object() ? Changes(*old, value) : value;
+    }
+  }
+  return changes;
+}
+
+}  // namespace
+
+Answer ViewPage() {
+  std::random_device random;
+  std::string nonce;
+  for (int i = 0; i < 4; ++i) {  // 128 bits
+    const unsigned word = random();
+    for (unsigned shift = 0; shift < 32; shift += 8) {
+      nonce += ToHex(Bytes{static_cast<std::uint8_t>(word >> shift)});
+    }
+  }
+  const std::string place = "nonce=\"";
+  std::string page(kViewPage);
+  for (std::size_t at = 0; (at = page.find(place + "\"", at)) != std::string::npos; at += place.size()) {
+    page.insert(at + place.size(), nonce);
+  }
+  Answer answer{200, std::move(page)};
+  answer.policy = "default-src 'none'; script-src 'nonce-" + nonce + "'; style-src 'nonce-" + nonce +
+                  "'; connect-src 'self'; img-src data:; base-uri 'none'; form-action 'none'; frame-ancestors 'none'";
+  return answer;
+}
+
+Stream ViewStream(const Routes::Options& options, MessageLog& log) {
+  const std::uint64_t last = log.Last();
+  return [&options, &log, shown = Json(), since = last - std::min<std::uint64_t>(last, kMostMessages),
+          next = Clock::now()](const MessageLog::Left& left) mutable {
+    if (shown.is_null()) {
+      shown = Json::object();
+      return "retry: 500\n" + ServerEvent("hello", Hello(options.version));
+    }
+    for (const auto end = Clock::now() + kHeartbeat; !log.WaitForStop(next) && !left() && Clock::now() < end;) {
+      next = Clock::now() + kInterval;
+      Json now = Shown(options);
+      Json event = Changes(shown, now);
+      shown = std::move(now);
+      if (log.Last() > since) {
+        const MessageLog::List list = log.After({.since = since, .match = {}});
+        const std::size_t count = std::min(list.messages.size(), kMostMessages);
+        const std::uint64_t skipped = list.last - since - count;
+        since = list.last;
+        Json messages = Json::array();
+        for (auto it = list.messages.end() - static_cast<std::ptrdiff_t>(count); it != list.messages.end(); ++it) {
+          messages.push_back(MessageJson(*it));
+        }
+        event["messages"] = messages;
+        event["skipped"] = skipped;
+      }
+      if (!event.empty()) {
+        return ServerEvent("view", event);
+      }
+    }
+    return ServerEvent("beat", nullptr);
+  };
+}
+
+}  // namespace sim
