@@ -274,7 +274,7 @@ void Control::Server::Answers(const httplib::Request& request, const std::string
     return;
   }
   Answer answer = routes.Handle(request.method == "HEAD" ? "GET" : request.method, request.path, query, body,
-                                      [] { return HasLeft(connection); });
+                                [] { return HasLeft(connection); });
   if (answer.stream && request.method != "HEAD") {
     Send(std::move(answer.stream), response);  // which decrements `streams` when it ends
     return;

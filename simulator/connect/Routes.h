@@ -22,14 +22,15 @@ using Query = std::map<std::string, std::string>;
 constexpr int kNoAnswer = 0;  // the status that a client reports if no answer came
 
 // Waits for the next part of an answer that is a stream of server-sent events, and returns its text. Returns after a few
-// seconds even if there is nothing to report, and early if `left` returns true or the log has been stopped.
+// seconds even if there is nothing to report, and early if `left`, which may be empty, returns true or the log has been
+// stopped.
 using Stream = std::function<std::string(const MessageLog::Left& left)>;
 
 struct Answer {
-  int status = 200;          // as in HTTP, or kNoAnswer
-  std::string body;          // a JSON object, unless `policy` is set
-  Stream stream{};           // if set, the answer instead of `body`
-  std::string policy{};      // if set, `body` is a web page, with this Content-Security-Policy
+  int status = 200;      // as in HTTP, or kNoAnswer
+  std::string body;      // a JSON object, unless `policy` is set
+  Stream stream{};       // if set, the answer instead of `body`
+  std::string policy{};  // if set, `body` is a web page, with this Content-Security-Policy
 };
 
 // How long GET /wait waits for a message: by default, and at most.

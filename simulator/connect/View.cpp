@@ -55,20 +55,22 @@ Json Hello(const std::string& version) {
 Json Shown(const Routes::Options& options) {
   State state;
   bool cable = false;
-  std::string picture;
+  std::string picture, description;
   std::vector<ActiveFault> faults;
   options.locked([&](Device& device, Time now) {
     device.Apply({}, now);
     state = device.state();
     cable = device.CableConnected();
     faults = device.Faults();
-    picture = !device.CameraSupplied()    ? "no supply"
-              : !device.CameraAwake(now)  ? "waking up"
+    description = device.setup().description;
+    picture = !device.CameraSupplied()   ? "no supply"
+              : !device.CameraAwake(now) ? "waking up"
               : state[Var::power] != kOn ? "standby"
-                                          : "on";
+                                         : "on";
   });
   Json json = StateJson(state, cable);
   json["picture"] = picture;
+  json["description"] = description;
   json["faults"] = FaultsJson(faults);
   return json;
 }
@@ -117,7 +119,8 @@ Stream ViewStream(const Routes::Options& options, MessageLog& log) {
       shown = Json::object();
       return "retry: 500\n" + ServerEvent("hello", Hello(options.version));
     }
-    for (const auto end = Clock::now() + kHeartbeat; !log.WaitForStop(next) && !left() && Clock::now() < end;) {
+    const auto end = Clock::now() + kHeartbeat;
+    while (!log.WaitForStop(next) && !(left && left()) && Clock::now() < end) {
       next = Clock::now() + kInterval;
       Json now = Shown(options);
       Json event = Changes(shown, now);

@@ -199,6 +199,7 @@ void Read(const toml::table& root, Setup& setup) {
       if (!node.is_string()) {
         Refuse(node, "description: must be a string");
       }
+      setup.description = node.ref<std::string>();
     } else if (name == "device") {
       ReadDevice(Table(node, name), setup);
     } else if (name == "fault") {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -21,6 +22,7 @@ struct Moment {
 };
 
 struct Setup {
+  std::string description{};  // for people
   State state{};
   std::vector<Fault> faults{};      // if several apply to a request, the first takes effect
   std::vector<Moment> time_line{};  // in any order; entries with the same time take effect in this order

@@ -226,12 +226,98 @@ TEST_F(Routes, EventsAreAStreamFromNowOn) {
   Add(7, kVersion);
   const sim::Answer answer = Ask("GET", "/events", "", {{"match", "10"}});
   ASSERT_TRUE(answer.stream);
-  EXPECT_EQ(answer.stream->since, 7U);
-  EXPECT_EQ(answer.stream->match, B("10"));
-  EXPECT_EQ(Ask("GET", "/events", "", {{"since", "3"}}).stream->since, 3U);
-  const std::string event = sim::MessageEvent(log_.After({}).messages.at(0));
-  EXPECT_TRUE(event.starts_with("id: 7\ndata: {\"number\":7,") && event.ends_with("}\n\n")) << event;
-  EXPECT_EQ(sim::DroppedEvent(3), "event: dropped\ndata: {\"dropped\":3}\n\n");
+  EXPECT_EQ(answer.stream({}), ": messages\n\n");
+  Add(8, "AA AA 02 06 AA 11 01 00 44 55");
+  Add(9, kVersion);
+  const std::string event = answer.stream({});
+  EXPECT_TRUE(event.starts_with("id: 9\ndata: {\"number\":9,") && event.ends_with("}\n\n")) << event;
+  const sim::Answer earlier = Ask("GET", "/events", "", {{"since", "3"}});
+  earlier.stream({});
+  EXPECT_TRUE(earlier.stream({}).starts_with("event: dropped\ndata: {\"dropped\":3}\n\nid: 7\ndata: "));
+  EXPECT_EQ(answer.stream([] { return true; }), ":\n\n");
+}
+
+TEST_F(Routes, ViewIsAPageWithAPolicyForItsOwnScript) {
+  const sim::Answer answer = Ask("GET", "/view");
+  const std::string& policy = answer.policy;
+  const std::size_t begin = policy.find("script-src 'nonce-") + 18;
+  const std::string nonce = policy.substr(begin, policy.find('\'', begin) - begin);
+  EXPECT_EQ(nonce.size(), 32U);
+  EXPECT_EQ(policy, "default-src 'none'; script-src 'nonce-" + nonce + "'; style-src 'nonce-" + nonce +
+                        "'; connect-src 'self'; img-src data:; base-uri 'none'; form-action 'none'; "
+                        "frame-ancestors 'none'");
+  EXPECT_TRUE(answer.body.starts_with("<!DOCTYPE html>"));
+  EXPECT_NE(answer.body.find("<style nonce=\"" + nonce + "\">"), std::string::npos);
+  EXPECT_NE(answer.body.find("<script nonce=\"" + nonce + "\">"), std::string::npos);
+  EXPECT_EQ(answer.body.find("nonce=\"\""), std::string::npos);
+  EXPECT_NE(Ask("GET", "/view").policy, policy);
+}
+
+// Returns the JSON of a server-sent event of that name.
+Json EventOf(const std::string& text, const std::string& name) {
+  const std::size_t at = text.find("event: " + name + "\ndata: ");
+  EXPECT_NE(at, std::string::npos) << text;
+  return Json::parse(text.substr(at + name.size() + 14));
+}
+
+TEST_F(Routes, ViewEventsDescribeEverythingAndThenTheChanges) {
+  Add(1, kVersion);
+  const sim::Stream next = Ask("GET", "/view/events").stream;
+  const Json hello = EventOf(next({}), "hello");
+  EXPECT_EQ(hello.at("version"), "1.2.3");
+  EXPECT_EQ(hello.at("kinds").size(), sim::FaultTable().size());
+  EXPECT_EQ(hello.at("variables").size(), static_cast<std::size_t>(sim::kFirstTransient));
+  std::vector<std::string> groups;
+  for (const Json& variable : hello.at("variables")) {
+    if (groups.empty() || variable.at("group") != groups.back()) {
+      groups.push_back(variable.at("group").get<std::string>());
+    }
+  }
+  ASSERT_EQ(groups.size(), std::size(sim::kVarGroups));
+  for (std::size_t i = 0; i < groups.size(); ++i) {
+    EXPECT_EQ(groups[i], sim::kVarGroups[i].title);
+  }
+
+  Json all = EventOf(next({}), "view");
+  EXPECT_EQ(all.at("messages").size(), 1U);
+  EXPECT_EQ(all.at("skipped"), 0);
+  EXPECT_EQ(all.at("picture"), "on");
+  EXPECT_EQ(all.at("description"), "");
+  const Json state = Get("/state");
+  for (const char* key : {"camera", "mcu", "registers", "supply"}) {
+    EXPECT_EQ(all.at(key), state.at(key)) << key;
+  }
+
+  Done("PATCH", "/state", R"({"camera": {"ae_mode": "manual"}, "registers": {"0x50": 1}})");
+  EXPECT_EQ(EventOf(next({}), "view"), Json::parse(R"({"camera": {"ae_mode": {"value": 3, "text": "manual"}},
+                                                      "registers": {"0x50": 1}})"));
+  Done("POST", "/faults", R"({"kind": "no-reply"})", 201);
+  EXPECT_EQ(EventOf(next({}), "view"),
+            Json::parse(R"({"faults": [{"id": 1, "fault": "no-reply", "counted": 0, "struck": 0}]})"));
+  for (std::uint64_t number = 2; number <= 70; ++number) {
+    Add(number, kVersion);
+  }
+  const Json last = EventOf(next({}), "view");
+  EXPECT_EQ(last.at("messages").size(), 50U);
+  EXPECT_EQ(last.at("messages").back().at("number"), 70);
+  EXPECT_EQ(last.at("skipped"), 19);
+  Done("POST", "/scenario", "description = \"A test.\"");
+  EXPECT_EQ(EventOf(next({}), "view").at("description"), "A test.");
+  log_.Stop();
+  EXPECT_EQ(next({}), "event: beat\ndata: null\n\n");
+}
+
+TEST_F(Routes, ViewSaysWhyThereIsNoPicture) {
+  Done("POST", "/scenario", "[device]\nwake_up_ms = 1000");
+  const sim::Stream next = Ask("GET", "/view/events").stream;
+  next({});
+  next({});
+  Done("PATCH", "/state", R"({"camera": {"power": "off"}})");
+  EXPECT_EQ(EventOf(next({}), "view").at("picture"), "standby");
+  Done("POST", "/supply", R"({"on": false})");
+  EXPECT_EQ(EventOf(next({}), "view").at("picture"), "no supply");
+  Done("POST", "/supply", R"({"on": true})");
+  EXPECT_EQ(EventOf(next({}), "view").at("picture"), "waking up");
 }
 
 TEST_F(Routes, WrongParametersAreRefused) {
