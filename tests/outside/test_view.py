@@ -1,5 +1,9 @@
-"""The page at /view, in a real browser."""
+"""The page at /view, in a real browser.
 
+The README's picture of the page is made by: ZR4410_SCREENSHOT=$PWD/docs/view.webp script/test release -R view
+"""
+
+import base64
 import http.client
 import json
 import math
@@ -561,8 +565,10 @@ def test_the_option_prints_the_address(chromium):
     page = Page(chromium, address)
     assert page.text("description") == ""
     if picture := os.environ.get("ZR4410_SCREENSHOT"):
-        page.set(tilt=80, zoom_pos=0, display=ON)
+        page.request("POST", "/faults", {"kind": "late", "nth": [3]})
+        page.set(tilt=80, display=ON, title_display=ON)
         page.browser.set_window_size(1200, 760)
-        page.browser.save_screenshot(picture)
+        shot = page.browser.execute_cdp_cmd("Page.captureScreenshot", {"format": "webp", "quality": 60})
+        Path(picture).write_bytes(base64.b64decode(shot["data"]))
     chromium.get("about:blank")
     assert run.communicate("go\n", timeout=TIME_LIMIT)[0].startswith("Pan = 32000, ")
