@@ -112,6 +112,19 @@ MessageLog::List MessageLog::Wait(const Filter& filter, std::size_t most, std::c
   }
 }
 
+std::vector<Event> MessageLog::Newest(std::uint64_t since, std::size_t most) const {
+  const std::lock_guard lock(mutex_);
+  std::vector<Event> events;
+  for (auto it = entries_.rbegin(); it != entries_.rend() && events.size() < most; ++it) {
+    if (it->message.event.number <= since) {
+      break;
+    }
+    events.push_back(it->message.event);
+  }
+  std::ranges::reverse(events);
+  return events;
+}
+
 bool MessageLog::WaitForStop(std::chrono::steady_clock::time_point end) {
   std::unique_lock lock(mutex_);
   return stop_.wait_until(lock, end, [this] { return stopped_; });

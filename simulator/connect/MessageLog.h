@@ -47,6 +47,8 @@ class MessageLog {
   // returns true. `left` is called several times per second, without a lock; it may be empty.
   using Left = std::function<bool()>;
   List Wait(const Filter& filter, std::size_t most, std::chrono::steady_clock::time_point end, const Left& left = {});
+  // Returns the newest messages after `since`, at most `most`, in order. Takes a short time, because it describes none.
+  std::vector<Event> Newest(std::uint64_t since, std::size_t most) const;
   // Waits until `end` or Stop, regardless of messages. Returns whether the log has been stopped.
   bool WaitForStop(std::chrono::steady_clock::time_point end);
   // The number of the last message; 0 if there was none.

@@ -5,10 +5,12 @@
 #include <chrono>
 #include <random>
 #include <utility>
+#include <vector>
 
 #include "simulator/connect/Json.h"
 #include "simulator/model/Change.h"
 #include "simulator/model/Device.h"
+#include "simulator/model/Dissector.h"
 
 namespace sim {
 namespace {
@@ -113,7 +115,8 @@ Answer ViewPage() {
 
 Stream ViewStream(const Routes::Options& options, MessageLog& log) {
   const std::uint64_t last = log.Last();
-  return [&options, &log, shown = Json(), since = last - std::min<std::uint64_t>(last, kMostMessages),
+  return [&options, &log, dissector = Dissector(), shown = Json(),
+          since = last - std::min<std::uint64_t>(last, kMostMessages),
           next = Clock::now()](const MessageLog::Left& left) mutable {
     if (shown.is_null()) {
       shown = Json::object();
@@ -125,17 +128,20 @@ Stream ViewStream(const Routes::Options& options, MessageLog& log) {
       Json now = Shown(options);
       Json event = Changes(shown, now);
       shown = std::move(now);
-      if (log.Last() > since) {
-        const MessageLog::List list = log.After({.since = since, .match = {}});
-        const std::size_t count = std::min(list.messages.size(), kMostMessages);
-        const std::uint64_t skipped = list.last - since - count;
-        since = list.last;
+      // Only a few messages are described: the page must not slow down a device that answers thousands per second.
+      // The first ones are not shown, because a reply is described by its request.
+      const std::vector<Event> events = log.Newest(since, 2 * kMostMessages);
+      if (!events.empty()) {
         Json messages = Json::array();
-        for (auto it = list.messages.end() - static_cast<std::ptrdiff_t>(count); it != list.messages.end(); ++it) {
-          messages.push_back(MessageJson(*it));
+        for (const Event& one : events) {
+          const std::string meaning = dissector.Meaning(one);
+          if (events.back().number - one.number < kMostMessages) {
+            messages.push_back(MessageJson({one, meaning}));
+          }
         }
-        event["messages"] = messages;
-        event["skipped"] = skipped;
+        event["skipped"] = events.back().number - since - messages.size();
+        event["messages"] = std::move(messages);
+        since = events.back().number;
       }
       if (!event.empty()) {
         return ServerEvent("view", event);
