@@ -62,12 +62,12 @@ build() {
   quiet cmake --build "$1" ${2:+--target "${@:2}"}
 }
 
-# Some tests mostly wait, so there is one more at a time than processors.
 # run_tests DIRECTORY [CTEST-OPTION]...: runs the tests built there. If all pass, shows only ctest's summary and why
 # pytest skipped any.
 run_tests() {
   local log=$1/ctest.log status=0
-  ctest --test-dir "$1" --parallel $(($(nproc) + 1)) --no-tests=error --no-label-summary --output-on-failure "${@:2}" 2>&1 |
+  local jobs=$(($(nproc) + 1)) # some tests mostly wait
+  ctest --test-dir "$1" --parallel "$jobs" --no-tests=error --no-label-summary --output-on-failure "${@:2}" 2>&1 |
     progress >"$log" || status=$?
   if [ "$status" = 0 ]; then
     sed -n '/% tests passed/,$p' "$log"

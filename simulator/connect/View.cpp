@@ -58,6 +58,7 @@ Json Shown(const Routes::Options& options) {
   State state;
   bool cable = false;
   std::string picture, description;
+  std::int64_t fields = 0;
   std::vector<ActiveFault> faults;
   options.locked([&](Device& device, Time now) {
     device.Apply({}, now);
@@ -65,6 +66,7 @@ Json Shown(const Routes::Options& options) {
     cable = device.CableConnected();
     faults = device.Faults();
     description = device.setup().description;
+    fields = (kSecond + device.Field() / 2) / device.Field();
     picture = !device.CameraSupplied()   ? "no supply"
               : !device.CameraAwake(now) ? "waking up"
               : state[Var::power] != kOn ? "standby"
@@ -73,6 +75,7 @@ Json Shown(const Routes::Options& options) {
   Json json = StateJson(state, cable);
   json["picture"] = picture;
   json["description"] = description;
+  json["fields"] = fields;
   json["faults"] = FaultsJson(faults);
   return json;
 }
@@ -120,7 +123,7 @@ Stream ViewStream(const Routes::Options& options, MessageLog& log) {
           next = Clock::now()](const MessageLog::Left& left) mutable {
     if (shown.is_null()) {
       shown = Json::object();
-      return "retry: 500\n" + ServerEvent("hello", Hello(options.version));
+      return ServerEvent("hello", Hello(options.version));
     }
     const auto end = Clock::now() + kHeartbeat;
     while (!log.WaitForStop(next) && !(left && left()) && Clock::now() < end) {

@@ -257,7 +257,12 @@ LOOKS = [
     ({}, "spot_ae", (ON, OFF)),
     ({"spot_ae": ON}, "spot_ae_pos", (0, 15)),
     ({}, "privacy_zone", (0, 1)),
+    ({}, "advanced_privacy", (0, 1)),
     ({}, "alarm_out", (0, 1)),
+    ({}, "alarm", (0, 1)),
+    ({}, "md", (0, 1)),
+    ({}, "auto_icr_alarm", (0, 1)),
+    ({"freeze": ON}, "display", (ON, OFF)),
     ({"focus_mode": OFF}, "focus_pos", (0x2000, 0xF000)),
     ({"focus_pos": 0xF000}, "focus_mode", (ON, OFF)),
     ({"ae_mode": 3, "gain_pos": 15, "iris_pos": 5}, "nr", (0, 7)),
@@ -304,11 +309,45 @@ def test_settings_of_the_look(device):
 
 
 def test_modes_in_the_caption(device):
-    for name, modes in (("af_mode", {0: "normal", 1: "interval"}), ("sensor_mode", {6: "mode 6.", 8: "mode 8."}),
+    for name, modes in (("af_mode", {0: "normal", 1: "interval"}),
+                        ("sensor_mode", {6: "sensor mode 6", 8: "sensor mode 8"}),
                         ("wb_mode", {3: "one push", 4: "atw"}), ("ae_mode", {0: "fully auto", 11: "iris priority"})):
         for number, text in modes.items():
             device.set(**{name: number})
-            assert [other for other in modes.values() if other in device.text("caption")] == [text]
+            caption = device.text("caption") + ","
+            assert [other for other in modes.values() if other + "," in caption] == [text]
+
+
+def test_the_caption_agrees_with_the_tool(device):
+    for mode, shutter, iris in ((6, 6, 14), (8, 4, 17), (8, 6, 10), (6, 21, 5)):  # 60 and 50 fields per second
+        device.request("POST", "/scenario", f"[camera]\nsensor_mode = {mode}\nae_mode = 'manual'\n"
+                                            f"shutter = {shutter}\niris_pos = {iris}\ngain_pos = 4\n")
+        device.tool(":>/var/log/messages; testZR4410 -y 1")
+        until(lambda: "[AE] Manual" in device.tool("cat /var/log/messages"))
+        log = device.tool("cat /var/log/messages")
+        line = re.search(r"\[AE\] Manual, (1/\d+)s, x[\d.]+\(([\d.]+)dB\), F([\d.]+)", log)
+        text = f"{line[1]} s, F{float(line[3]):.1f}, {float(line[2]):.0f} dB,"
+        until(lambda: text in device.text("caption"))
+
+
+@pytest.mark.parametrize("header, value", [("Origin", "http://example.org"), ("Host", "example.org"),
+                                           ("Sec-Fetch-Site", "cross-site")])
+def test_other_origins_are_refused(device, header, value):
+    for path in ("/view", "/view/events"):
+        connection = http.client.HTTPConnection(device.address, timeout=TIME_LIMIT)
+        connection.request("GET", path, headers={header: value})
+        response = connection.getresponse()
+        assert response.status == 403 and header in json.loads(response.read())["error"]
+
+
+def test_the_page_has_a_policy_and_is_not_kept(device):
+    connection = http.client.HTTPConnection(device.address, timeout=TIME_LIMIT)
+    connection.request("GET", "/view")
+    response = connection.getresponse()
+    assert response.getheader("Content-Security-Policy").startswith("default-src 'none'; script-src 'nonce-")
+    assert response.getheader("Cache-Control") == "no-store"
+    assert response.getheader("X-Content-Type-Options") == "nosniff"
+    assert response.getheader("Content-Type") == "text/html; charset=utf-8"
 
 
 def test_the_night_is_grey(device):
@@ -417,6 +456,23 @@ def test_a_value_that_is_being_edited_is_not_overwritten(device):
     until(lambda: device.value("mcu.pan") == "100")
 
 
+def test_a_value_that_the_device_limits(device):
+    device.run("document.querySelector('details[title=Lens]').open = true")
+    number = device.element("camera.zoom_pos")
+    number.send_keys(Keys.CONTROL, "a")
+    number.send_keys("31424", Keys.ENTER)  # beyond the optical end, with the digital zoom off
+    until(lambda: device.value("camera.zoom_pos") == "16384")
+
+
+def test_a_value_that_no_command_may_set(device):
+    before = device.run("return document.getElementById('camera.ae_mode').options.length")
+    device.set(ae_mode=1)
+    option = "return [...document.getElementById('camera.ae_mode').options].map(option => option.disabled)"
+    assert device.value("camera.ae_mode") == "1" and device.run(option) == before * [False] + [True]
+    device.set(ae_mode=0)
+    assert device.run(option) == before * [False]
+
+
 def test_registers(device):
     device.run("document.querySelector('details[title=Registers]').open = true")
     register = device.element("registers.0x50")
@@ -433,8 +489,13 @@ def test_a_command_of_the_tool_reaches_the_page(device):
             device.tool(command)
             times.append(until(lambda: device.value("camera.ae_mode") == number))
     assert min(times) < 0.5
-    assert device.run("return rows['camera.ae_mode'].element.getAnimations().length") == 1  # the change stands out
-    assert device.run("return rows['camera.iris_pos'].element.getAnimations().length") == 0
+    # The change stands out, also in a group that is closed.
+    device.run("document.querySelector('details[title=Picture]').open = false")
+    device.set(nr=5)
+    stand_out = "return ['camera.nr', 'camera.ae_mode', 'camera.iris_pos'].map(name => rows[name].element)"
+    assert device.run(stand_out + ".map(element => element.getAnimations().length)") == [1, 1, 0]
+    summary = "return document.querySelector('details[title=Picture] summary').getAnimations().length"
+    assert device.run(summary) == 1
 
 
 def test_faults(device):
@@ -468,6 +529,10 @@ def test_messages(device):
     device.tool("testZR4410 -m 17 0")
     until(lambda: device.run("return messages.length") == len(before) + 4)
     assert len(shown()) == len(before) + 2
+    device.element("filter").send_keys("get ptz")
+    until(lambda: shown() and all("Get PTZ" in line for line in shown()))
+    device.element("filter").send_keys(Keys.CONTROL, "a", Keys.BACKSPACE)
+    until(lambda: len(shown()) == len(before) + 2)
     device.element("pause").click()
     until(lambda: len(shown()) == len(before) + 4)
 
@@ -524,6 +589,7 @@ def test_after_a_restart_the_page_goes_on(chromium, simulator):
     until(lambda: page.value("mcu.pan") == "5")
     first.terminate()
     until(lambda: page.text("link") == "connection lost, trying again")
+    until(lambda: page.text("told") == "No connection to the simulator.")
     simulator(address)
     until(lambda: page.text("link") == "connected" and page.value("mcu.pan") == "32000")
     page.request("PATCH", "/state", {"mcu": {"pan": 6}})
