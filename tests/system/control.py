@@ -6,8 +6,9 @@ import socket
 
 from device import TIME_LIMIT
 
-# Requests of stalled clients: EVENTS and WAIT keep their connections open, HALF is never completed.
+# Requests of stalled clients: EVENTS, VIEW and WAIT keep their connections open, HALF is never completed.
 EVENTS = "GET /events HTTP/1.1\r\nHost: x\r\n\r\n"
+VIEW = "GET /view/events HTTP/1.1\r\nHost: x\r\n\r\n"
 WAIT = "GET /wait?timeout_ms=600000 HTTP/1.1\r\nHost: x\r\n\r\n"
 HALF = "POST /supply HTTP/1.1\r\nContent-Le"
 

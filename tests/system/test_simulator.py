@@ -15,7 +15,7 @@ from pathlib import Path
 import pytest
 import sysv_ipc
 
-from control import EVENTS, HALF, WAIT, Client
+from control import EVENTS, HALF, VIEW, WAIT, Client
 from device import (CAMERA_FAILED, ERROR, INFO, MODE_FAILED, READY, SIMULATOR, TIME_LIMIT, UNDER_PROOT, all_queues,
                     errors, frame, ftok, open_queue, relay, remove_all_queues, until)
 
@@ -280,7 +280,7 @@ def daemon_away(run):
 
 def clients_connected(run):
     run.ready("--control", CONTROL)
-    for text in [EVENTS, WAIT, HALF] * 5:
+    for text in [EVENTS, VIEW, WAIT, HALF] * 5:
         client = Client(CONTROL)
         run.stack.callback(client.close)
         client.send_text(text)
