@@ -21,9 +21,9 @@ using Query = std::map<std::string, std::string>;
 
 constexpr int kNoAnswer = 0;  // the status that a client reports if no answer came
 
-// Waits for the next part of an answer that is a stream of server-sent events, and returns its text. Returns after a few
-// seconds even if there is nothing to report, and early if `left`, which may be empty, returns true or the log has been
-// stopped.
+// Waits for the next part of an answer that is a stream of server-sent events, and returns its text. Returns after a
+// few seconds even if there is nothing to report, and early if `left`, which may be empty, returns true or the log has
+// been stopped.
 using Stream = std::function<std::string(const MessageLog::Left& left)>;
 
 struct Answer {

@@ -14,9 +14,8 @@ extern const std::string_view kViewPage;  // view.html
 Answer ViewPage();
 
 // Returns the events for the page. The first is "hello": the tables of variables and faults. It is followed by "view",
-// at most ten times per second: the variables, the faults and the messages that have changed or come since the last; and
-// "beat" every few seconds if there is nothing else.
-// The routes and the log must outlive the stream.
+// at most ten times per second: the variables and faults that have changed since the last, and the new messages. If
+// nothing has changed, "beat" is sent every few seconds. The routes and the log must outlive the stream.
 Stream ViewStream(const Routes::Options& options, MessageLog& log);
 
 }  // namespace sim
