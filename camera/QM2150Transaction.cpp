@@ -74,7 +74,7 @@ int UnwrapAcknowledgement() {
   return LogFailure(MCU_CheckUart1Resp(&gtUart1Resp), "MCU_CheckUart1Resp failed!");
 }
 
-// Adds the second log line of a failed exchange.
+// Adds one more log line to those of a failed exchange.
 int LogExchangeFailure(int result) { return LogFailureUnlessStopped(result, "QM2150_ProcessVisca failed!"); }
 
 struct ViscaError {

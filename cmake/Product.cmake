@@ -27,16 +27,16 @@ target_compile_options(zr4410_options INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>
   -fvisibility=hidden -ffunction-sections -fdata-sections)
 
-# The C++ library's assertions call a routine of its run-time library. They are on by default without optimisation from
-# g++ 15 on, and some distributions turn them on.
+# The C++ library's assertions call a routine of its run-time library, which is not linked. g++ 15 and later enable them
+# in builds without optimisation, and some distributions in all builds.
 target_compile_options(zr4410_options INTERFACE -U_GLIBCXX_ASSERTIONS -D_GLIBCXX_NO_ASSERTIONS)
 
-# No code here is ever unwound, and a build with -g has .debug_frame for debuggers. Unwind tables would be a tenth of
-# the tool.
+# No code here is ever unwound, and a build with -g has .debug_frame for debuggers. Unwind tables would add a
+# tenth to the size of the tool.
 target_compile_options(zr4410_options INTERFACE -fno-asynchronous-unwind-tables)
 
-# Conversions give the same bits on every machine and with every compiler, so fused multiply-add and x87 registers are
-# not used, and pow is not replaced (Clang would call exp2); this applies to the tests too.
+# Conversions must give the same bits on every machine and with every compiler. Therefore fused multiply-add and x87
+# registers are not used, and pow is not replaced (Clang would call exp2). This applies to the tests too.
 add_library(zr4410_arithmetic INTERFACE)
 target_compile_options(zr4410_arithmetic INTERFACE -ffp-contract=off -fno-builtin-pow)
 if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND CMAKE_SYSTEM_PROCESSOR MATCHES "^(i[3-6]86|x86_64|AMD64)$")
@@ -74,7 +74,7 @@ function(zr4410_link_as_c target)
 endfunction()
 
 # The public headers as users include them, <zr4410/QM2150.h>: in one folder, with <zr4410/zr4410.h> for all of them.
-# This folder is used by the tests and by a project that this one is part of, and is installed.
+# The tests and a parent project use this folder, and its headers are installed.
 set(ZR4410_INCLUDE ${PROJECT_BINARY_DIR}/include)
 set(ZR4410_USER_HEADERS ${ZR4410_INCLUDE}/zr4410/zr4410.h)
 set(includes "")

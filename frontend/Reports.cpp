@@ -233,7 +233,7 @@ int GetEnlargeFun2Inquiry(void) {
   if (const int result = QM2150_GetEnlargeFunction2(&gtEnlargeFun2); result < 0) {
     return LogFailure(result, "QM2150_GetEnlargeFunction2 failed!\n");
   }
-  // Intentional: only in this report the separator ends with a line feed, because scripts may read the report.
+  // Intentional: in this report only, the separator ends with a line feed, because scripts may read the report.
   LOG(LOG_INFO, "===================================================\n");
   LOG(LOG_INFO, "[WideD mode]%s\n", Word(kModes, wideD.wideDMode));
   // Intentional: no line for wideDScreenDisplay, because scripts may expect these five lines.

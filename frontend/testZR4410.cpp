@@ -91,7 +91,8 @@ void RawCommand() {
   }
 }
 
-// The results are ignored, so they do not change the exit status; each action logs its own failures.
+// The results are ignored, so they do not change the exit status. Each action logs its own failures; an unknown report
+// number alone is not logged.
 void RunAction() {
   switch (giOption) {
     case MODE_CAMERA:

@@ -21,9 +21,9 @@ int32_t GetSigID(void);
 
 /* The signal handler. SIGINT and SIGTERM set the stop flag, SIGUSR1 and SIGUSR2 set giUsr1SigID and giUsr2SigID; any
    other signal is only logged. Logs each signal at debug level. Leaves errno unchanged.
-   Install it for these four signals only: the library holds them back while it logs, so the handler never waits for a
-   lock that the interrupted code holds. A program must hold them back around its own calls of syslog, localtime and
-   malloc too. */
+   Install it for these four signals only: the library blocks them while it logs and around its other calls that take
+   the same locks, so the handler never waits for a lock that the interrupted code holds. A program must also block them
+   around its own calls of syslog, localtime and malloc. */
 void SignalHandler(int signal);
 
 ZR4410_END_DECLS

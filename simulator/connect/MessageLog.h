@@ -44,7 +44,8 @@ class MessageLog {
   // Returns the messages that the filter selects, in order.
   List After(const Filter& filter);
   // The same, but at most `most` messages; if there are none, waits for one until `end` or Stop, or until `left`
-  // returns true. `left` is called several times per second, without a lock; it may be empty.
+  // returns true because the client has left. `left` is called several times per second, without a lock; it may be
+  // empty.
   using Left = std::function<bool()>;
   List Wait(const Filter& filter, std::size_t most, std::chrono::steady_clock::time_point end, const Left& left = {});
   // Returns the newest messages after `since`, at most `most`, in order. Takes a short time, because it describes none.

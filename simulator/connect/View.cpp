@@ -1,4 +1,4 @@
-// Compares the device's state with what the page has last been sent.
+// Serves the page and sends it what has changed since the last event.
 #include "simulator/connect/View.h"
 
 #include <algorithm>
@@ -18,7 +18,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr auto kInterval = std::chrono::milliseconds(100);  // between two events
-constexpr auto kHeartbeat = std::chrono::seconds(5);        // the longest time without a text
+constexpr auto kHeartbeat = std::chrono::seconds(5);        // the longest time without an event
 constexpr std::size_t kMostMessages = 50;                   // of one event; the page keeps a few hundred
 
 // Returns what each variable may be set to by a command, with its group and the names of its values.
@@ -132,7 +132,7 @@ Stream ViewStream(const Routes::Options& options, MessageLog& log) {
       Json event = Changes(shown, now);
       shown = std::move(now);
       // Only a few messages are described: the page must not slow down a device that answers thousands per second.
-      // The first ones are not shown, because a reply is described by its request.
+      // Of more than kMostMessages, the first are described but not sent: the description of a reply needs its request.
       const std::vector<Event> events = log.Newest(since, 2 * kMostMessages);
       if (!events.empty()) {
         Json messages = Json::array();

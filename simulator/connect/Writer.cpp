@@ -20,8 +20,8 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr std::size_t kBatch = 64;                // items that are written together
-constexpr auto kLook = milliseconds(2);           // how often Finish looks whether the thread has ended
-constexpr auto kMostPatience = milliseconds(50);  // after the deadline; a regular file always accepts more
+constexpr auto kLook = milliseconds(2);           // how often Finish checks whether the thread has ended
+constexpr auto kMostPatience = milliseconds(50);  // after the deadline, while the descriptor accepts more
 constexpr auto kInterrupting = milliseconds(30);  // how long to interrupt a thread before it is left behind
 constexpr int kShortWait = 20;                    // ms
 
@@ -32,7 +32,7 @@ std::size_t Size(const Writer::Item& item) {
   return sizeof item + std::get<std::string>(item).size();
 }
 
-// Waits up to `wait_ms` until write would return at once. Returns whether it would.
+// Waits up to `wait_ms` until the descriptor accepts some bytes. Returns whether it does.
 bool Takes(int descriptor, int wait_ms) {
   pollfd ready{descriptor, POLLOUT, 0};
   return poll(&ready, 1, wait_ms) == 1;
@@ -59,7 +59,7 @@ struct Writer::Shared {
   std::condition_variable end;
   std::deque<Entry> waiting;
   std::size_t bytes = 0;
-  bool full = false;          // since the last item that did not fit, until half of the limits is free
+  bool full = false;          // an item did not fit: only half of each limit applies until one fits again
   std::uint64_t dropped = 0;  // items after the last entry
   bool closed = false;
   bool abandoned = false;

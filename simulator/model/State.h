@@ -121,7 +121,7 @@ inline constexpr std::span<const ValueName> kNumber = {};
   X(af_active_time,      5,    0, 255,    0xFF,   kNumber)        \
   X(af_interval_time,    5,    0, 255,    0xFF,   kNumber)        \
   X(low_contrast,        0,    0, 1,      1,      kYesNo)         \
-  /* the camera itself; kept without supply */                    \
+  /* the camera itself; kept when the supply is cut, but it comes back with power on */ \
   X(power,               2,    2, 3,      0xFF,   kOnOff)         \
   X(camera_id,           0x1234, 0, 0xFFFF, 0xFFFF, kNumber)      \
   X(model,               0x0720, 0, 0xFFFF, 0xFFFF, kNumber)      \
@@ -179,7 +179,7 @@ enum class Var : std::uint8_t {
 };
 constexpr std::size_t kVarCount = static_cast<std::size_t>(Var::count);
 // The variables in order: those that the camera resets when its supply returns (except the positions of zoom and focus,
-// which it keeps), those that it keeps, those of the MCU, the transient ones.
+// which it keeps), those that it keeps (except power, which is then on), those of the MCU, the transient ones.
 constexpr Var kFirstKept = Var::power;
 constexpr Var kFirstMcu = Var::mcu_version;
 constexpr Var kFirstTransient = Var::register_number;

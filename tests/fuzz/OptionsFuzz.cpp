@@ -79,12 +79,12 @@ void TestOneInput(const uint8_t* data, size_t size) {
     Require(log.size() == 4 && IsHexFailure(log[3]), "rejected hex data is the only error that is logged");
     Require(output.empty(), "rejected hex data prints no usage");
   } else if (usage) {
-    Require(log.size() == 3, "the usage logs nothing");
+    Require(log.size() == 3, "a run that prints the usage logs only the start banner");
   } else {
     outcome = Outcome::Finished;
     Require(log[log.size() - 2] == Info("Finish testZR4410 (v" ZR4410_VERSION ")."),
             "the log ends with the finish banner");
-    Require(std::none_of(log.begin(), log.end(), IsHexFailure), "no rejected hex data");
+    Require(std::none_of(log.begin(), log.end(), IsHexFailure), "a finished run logs no rejected hex data");
   }
   Require(run.status == 0 || run.status == -1, "the status is 0 or -1");
   Require(os.Opened().size() == (outcome == Outcome::Finished ? 2 : 0), "queues are opened only for an action");

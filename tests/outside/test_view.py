@@ -93,7 +93,7 @@ class Page:
         return json.loads(self.request("GET", "/state"))
 
     def set(self, **variables):
-        """Changes variables of the camera, pan and tilt, and waits until the page has drawn them."""
+        """Changes variables of the camera, or pan, tilt and alarm_out, and waits until the page has drawn them."""
         sections = {"camera": {}, "mcu": {}}
         for name, number in variables.items():
             sections["mcu" if name in ("pan", "tilt", "alarm_out") else "camera"][name] = number
@@ -103,7 +103,7 @@ class Page:
         self.run("draw(performance.now())")
 
     def mark(self, x, y, radius):
-        """Returns the centre of the coloured pixels near a point of the picture; None if there are none."""
+        """Returns the centre of the magenta pixels near a point of the picture; None if there are fewer than six."""
         return self.run("""
             const [x, y, radius] = arguments, W = 640, H = 360;
             const data = document.getElementById("picture").getContext("2d").getImageData(0, 0, W, H).data;
@@ -205,7 +205,7 @@ def test_a_mark_is_at_its_place(device, heading, down, zoom, magnification):
         assert device.mark(x, y, radius) == pytest.approx((x, y), abs=3)
 
 
-def test_the_picture_is_drawn_without_being_asked(device):
+def test_the_picture_follows_the_state(device):
     x, y = place(45, 30, 40, 28, 1)
     assert device.mark(x, y, 25) is None
     device.request("PATCH", "/state", {"mcu": {"pan": round(32000 + 40 / 360 * 64000), "tilt": 280}})
@@ -278,7 +278,7 @@ def reset(device):
                              camera))
 
 
-def test_settings_of_the_brightness(device):
+def test_settings_that_change_the_brightness(device):
     for first, name, values in BRIGHTNESS:
         reset(device)
         first = dict(first, tilt=50)
@@ -290,8 +290,8 @@ def test_settings_of_the_brightness(device):
         assert abs(means[0] - means[1]) > 2, (name, first, means)
 
 
-def test_settings_of_the_look(device):
-    """Compares the sums of each colour and of the pixels' differences to their neighbours, which noise hardly moves."""
+def test_settings_that_change_the_picture(device):
+    """Compares the sum of each colour and of the differences between neighbouring pixels; noise hardly changes them."""
     for first, name, values in LOOKS:
         reset(device)
         looks = []
@@ -340,7 +340,7 @@ def test_other_origins_are_refused(device, header, value):
         assert response.status == 403 and header in json.loads(response.read())["error"]
 
 
-def test_the_page_has_a_policy_and_is_not_kept(device):
+def test_the_page_has_a_policy_and_is_not_cached(device):
     connection = http.client.HTTPConnection(device.address, timeout=TIME_LIMIT)
     connection.request("GET", "/view")
     response = connection.getresponse()
@@ -406,7 +406,7 @@ def test_freeze_and_mute(device):
     assert device.mark(x, y, 25) is None and device.mark(*place(0, 30, 0, 35, 1), 25)
 
 
-def test_no_picture_is_explained(chromium):
+def test_a_missing_picture_is_explained(chromium):
     device = Device(chromium, "--wake-up 1000")
     assert device.text("told") == ""
     device.tool("testZR4410 -c 0003")
@@ -582,7 +582,7 @@ def simulator(tmp_path):
         running.pop().communicate(timeout=TIME_LIMIT)
 
 
-def test_after_a_restart_the_page_goes_on(chromium, simulator):
+def test_the_page_reconnects_after_a_restart(chromium, simulator):
     first, address = simulator("127.0.0.1:0")
     page = Page(chromium, address)
     page.request("PATCH", "/state", {"mcu": {"pan": 5}})
@@ -594,7 +594,7 @@ def test_after_a_restart_the_page_goes_on(chromium, simulator):
     until(lambda: page.text("link") == "connected" and page.value("mcu.pan") == "32000")
     page.request("PATCH", "/state", {"mcu": {"pan": 6}})
     until(lambda: page.value("mcu.pan") == "6")
-    # Chromium reports each attempt to connect.
+    # Chromium reports each failed attempt to connect.
     assert [entry for entry in page.console() if "/view/events - Failed to load" not in entry["message"]] == []
     chromium.get("about:blank")
 

@@ -51,13 +51,13 @@ TEST(ScenarioFiles, NightIsDark) {
   EXPECT_EQ(Ask(device, "81 09 04 53 FF"), "90 50 05 FF");
 }
 
-TEST(ScenarioFiles, WideDynamicRangeIsWide) {
+TEST(ScenarioFiles, WideDynamicRangeSetsItsVariables) {
   sim::Device device(Load("wide-dynamic-range.toml"));
   EXPECT_EQ(Ask(device, "81 09 7E 7E 04 FF"), "90 50 01 02 0D 02 00 00 00 00 00 00 00 00 00 FF");
   EXPECT_EQ(Ask(device, "81 09 7E 7E 01 FF"), "90 50 0C 08 0B 04 00 08 00 16 06 0E 01 11 09 FF");
 }
 
-TEST(ScenarioFiles, TelephotoLooksFar) {
+TEST(ScenarioFiles, TelephotoSetsZoomFocusAndPosition) {
   sim::Device device(Load("telephoto.toml"));
   EXPECT_EQ(Ask(device, "81 09 7E 7E 00 FF"), "90 50 06 00 00 00 04 00 04 00 00 00 00 06 00 FF");
   EXPECT_EQ(Ask(device, "81 09 7E 7E 03 FF").substr(0, 11), "90 50 08 00");
@@ -103,7 +103,7 @@ TEST(ScenarioFiles, AFlakyLinkLosesSomeButNotMost) {
   EXPECT_LT(late, 150);
 }
 
-TEST(ScenarioFiles, ARestartingDaemonRestartsAtTheFifth) {
+TEST(ScenarioFiles, ARestartingDaemonRestartsAtEveryFifthRequest) {
   sim::Device device(Load("restarting-daemon.toml"));
   for (int i = 1; i <= 10; ++i) {
     device.Request(1, Body(kVersion), i * 1_s);
@@ -145,7 +145,7 @@ TEST(ScenarioFiles, DayTurnsToNight) {
   EXPECT_TRUE(device.CameraAwake(45_s));
 }
 
-TEST(Scenario, SetsTheSpeedOfADeviceThatIsNotFast) {
+TEST(Scenario, SetsTheBaudRateIfTheDeviceIsNotFast) {
   EXPECT_EQ(sim::ParseScenario("[device]\nbaud = 38400\n", "x.toml").baud, 38400U);
 }
 
@@ -206,7 +206,7 @@ match = "04 39"
   EXPECT_EQ(Hex(setup.faults[1].match), "04 39");
 }
 
-TEST(Scenario, IsRejectedInOneLineWithThePlace) {
+TEST(Scenario, AnErrorIsOneLineWithFileLineAndKey) {
   const std::pair<const char*, const char*> wrong[] = {
       {"sed = 1", "x.toml:1: sed: no such key"},
       {"\nseed = -1", "x.toml:2: seed: -1 is out of range (0 to 9223372036854775807)"},
@@ -274,7 +274,7 @@ std::string DeepKey(std::size_t levels) {
   return key;
 }
 
-// The parser is recursive, so that a deep key would exhaust the stack.
+// The parser is recursive, so a deeply nested key would exhaust the stack.
 TEST(Scenario, LimitsItsDepth) {
   const std::string most = "# " + std::string(32, '.') + "\n";
   EXPECT_EQ(sim::ParseScenario(most + most + "seed = 3", "x.toml").seed, 3U);

@@ -1,4 +1,4 @@
-"""Signals to the real program: SIGINT and SIGTERM stop it wherever it waits, the others are only logged."""
+"""Signals to the real program: SIGINT and SIGTERM stop it wherever it waits, SIGUSR1 and SIGUSR2 are only logged."""
 
 import os
 import random
@@ -61,7 +61,7 @@ def test_a_stop_signal_ends_a_run_within_100_ms(start, wait, arguments):
     assert statistics.median(seconds) < 0.100, seconds
 
 
-def test_other_signals_are_logged_and_stop_nothing(start):
+def test_sigusr1_and_sigusr2_are_logged_and_stop_nothing(start):
     run = in_the_read_loop(start)
     for count in (1, 2):
         for number, line in [(signal.SIGUSR1, "Catch SIGUSR1!"), (signal.SIGUSR2, "Catch SIGUSR2!")]:
@@ -83,7 +83,10 @@ def test_a_signal_that_is_not_caught_ends_the_run(start):
 
 
 def interrupted_in_the_settings(run, number):
-    """Sends the signal to a run that waits for its settings until the run ends, and returns its other log lines."""
+    """Sends the signal repeatedly until the run, which waits for its settings, ends.
+
+    Returns the log lines of its action, without those of the signal.
+    """
     end = time.monotonic() + TIME_LIMIT
     while run.process.poll() is None and time.monotonic() < end:
         # One signal is enough if the run is already waiting. If it has only just installed its handlers, it needs

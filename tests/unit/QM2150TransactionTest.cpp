@@ -60,7 +60,7 @@ TEST_F(QM2150Transaction, ACommandOf13To16DataBytesIsRefusedByTheLink) {
   EXPECT_EQ(gbSeqId, 4);  // each request used up an id
 }
 
-TEST_F(QM2150Transaction, ALongerCommandIsRefusedSilently) {
+TEST_F(QM2150Transaction, ACommandOfMoreThan16BytesIsRefusedSilently) {
   EXPECT_EQ(QM2150_Command(17, kData), -1);
   EXPECT_EQ(QM2150_Command(256, kData), -1);  // the length is not truncated to a byte
   EXPECT_EQ(QM2150_Command(0xFFFFFFFF, nullptr), -1);
@@ -152,7 +152,7 @@ TEST_F(QM2150Transaction, AnInquiryOf13To16DataBytesIsRefusedByTheLink) {
   EXPECT_EQ(gbSeqId, 4);
 }
 
-TEST_F(QM2150Transaction, ALongerInquiryIsRefusedSilently) {
+TEST_F(QM2150Transaction, AnInquiryOfMoreThan16BytesIsRefusedSilently) {
   EXPECT_EQ(QM2150_Inquiry(0x04, 17, kData, &reply), -1);
   EXPECT_EQ(QM2150_Inquiry(0x04, 256, kData, &reply), -1);
   EXPECT_EQ(QM2150_Inquiry(0x04, 0xFFFFFFFF, nullptr, &reply), -1);
@@ -195,7 +195,7 @@ TEST_F(QM2150Transaction, PresettingTheRememberedIdChangesNothing) {
   EXPECT_EQ(os.Requests()[0].Id(), 1);
 }
 
-TEST_F(QM2150Transaction, TheTailOfALongerRequestIsSentAlong) {
+TEST_F(QM2150Transaction, TheEndOfAnEarlierLongerRequestIsSentAgain) {
   os.Reply(kAck);
   EXPECT_EQ(QM2150_Command(4, kData), 0);
   os.Reply(kAck);
@@ -239,7 +239,7 @@ TEST_F(QM2150Transaction, ProcessViscaCompletesThePreparedRecord) {
   EXPECT_EQ(Hex(Bytes(&gtUart1ViscaResp.start, &gtUart1ViscaResp.start + 7)), "AA 82 04 90 50 01 02");
 }
 
-TEST_F(QM2150Transaction, ProcessViscaTakesEverySelectorExceptAnInquirysForACommand) {
+TEST_F(QM2150Transaction, ProcessViscaTreatsEverySelectorExceptInquiryAsACommand) {
   for (const uint8_t selector : Bytes{0x00, 0x01, 0x08, 0x0A, 0xFF}) {
     gtUart1ViscaCmdInq = {};
     gtUart1ViscaCmdInq.selector = selector;
@@ -265,7 +265,7 @@ class QM2150TransactionInquiryFault : public QM2150Transaction, public testing::
 INSTANTIATE_TEST_SUITE_P(Each, QM2150TransactionInquiryFault, ValuesIn(InquiryFaults()),
                          FaultName<testing::TestParamInfo<Fault>>);
 
-TEST_P(QM2150TransactionInquiryFault, FailsTheInquiryWithASecondLineUnlessStopped) {
+TEST_P(QM2150TransactionInquiryFault, FailsTheInquiryWithOneMoreLineUnlessStopped) {
   GetParam().arrange(os, kCompletion);
   reply = Filled<tVisca>(0x5A);
   EXPECT_EQ(Inquiry(), GetParam().result);
@@ -293,7 +293,7 @@ class QM2150TransactionCommandFault : public QM2150Transaction, public testing::
 INSTANTIATE_TEST_SUITE_P(Each, QM2150TransactionCommandFault, ValuesIn(CommandFaults()),
                          FaultName<testing::TestParamInfo<Fault>>);
 
-TEST_P(QM2150TransactionCommandFault, FailsTheCommandWithASecondLineUnlessStopped) {
+TEST_P(QM2150TransactionCommandFault, FailsTheCommandWithOneMoreLineUnlessStopped) {
   GetParam().arrange(os, kAck);
   EXPECT_EQ(QM2150_Command(1, kData), GetParam().result);
   EXPECT_EQ(LinesAbove(os.Log(), GetParam()).size(), GetParam().result == -15 ? 0U : 1U);
@@ -356,7 +356,7 @@ TEST_F(QM2150Transaction, AWrongHeaderOrTerminatorIsBad) {
   EXPECT_EQ(QM2150_ChecRespVisca(&reply), -59);
   reply = {0x90, 0x50, 0, {}, 0xFE};
   EXPECT_EQ(QM2150_ChecRespVisca(&reply), -59);
-  reply = {0x00, 0x60, 0, {0x02}, 0x00};  // the header comes first
+  reply = {0x00, 0x60, 0, {0x02}, 0x00};  // the header is checked first
   EXPECT_EQ(QM2150_ChecRespVisca(&reply), -59);
   reply = {0x90, 0x60, 0, {0x02}, 0x00};
   EXPECT_EQ(QM2150_ChecRespVisca(&reply), -59);
@@ -383,7 +383,7 @@ TEST_F(QM2150Transaction, EachErrorCodeHasItsLine) {
   }
 }
 
-TEST_F(QM2150Transaction, EveryOtherReplyTypePasses) {
+TEST_F(QM2150Transaction, EveryReplyTypeExcept0x60Passes) {
   for (unsigned type = 0; type <= 0xFF; ++type) {
     reply = {0x90, static_cast<uint8_t>(type), 1, {0x02}, 0xFF};
     EXPECT_EQ(QM2150_ChecRespVisca(&reply), type == 0x60 ? -59 : 0) << type;

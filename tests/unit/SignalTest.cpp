@@ -44,7 +44,7 @@ TEST_F(Signal, EachSignalIsLoggedAndSetsItsFlag) {
   }
 }
 
-TEST_F(Signal, TheStopFlagIsNeverReset) {
+TEST_F(Signal, OtherSignalsDoNotResetTheStopFlag) {
   SignalHandler(SIGTERM);
   SignalHandler(SIGUSR1);
   SignalHandler(SIGUSR2);
@@ -61,7 +61,8 @@ TEST_F(Signal, TheHandlerRestoresErrno) {
 }
 
 TEST_F(Signal, ALogLineHoldsTheHandledSignalsBackAndReleasesThem) {
-  // FakeOs fails every test that logs with the signals free; this one checks which signals are blocked afterwards.
+  // FakeOs fails every test that logs while the handled signals are not held back; this one checks which signals are
+  // blocked afterwards.
   sigset_t before, after;
   sigemptyset(&before);
   sigaddset(&before, SIGHUP);
@@ -202,7 +203,7 @@ TEST_F(Signal, TheWorkerContinuesAfterAFailedNotice) {
   EXPECT_EQ(os.Requests().size(), 1U);
 }
 
-TEST_F(Signal, TheStopFlagEndsTheWorkerWithinItsSleep) {
+TEST_F(Signal, SigintInterruptsTheSleepAndEndsTheWorker) {
   os.SignalAt(250, SIGINT);
   EXPECT_EQ(Thread(), 0);
   EXPECT_EQ(os.ElapsedMs(), 250);
