@@ -599,6 +599,15 @@ def test_the_page_reconnects_after_a_restart(chromium, simulator):
     chromium.get("about:blank")
 
 
+def test_a_hidden_page_has_no_connection(device):
+    hide = ("Object.defineProperty(document, 'hidden', {value: arguments[0], configurable: true});"
+            "document.dispatchEvent(new Event('visibilitychange')); return events === null")
+    assert device.run(hide, True)
+    device.request("PATCH", "/state", {"mcu": {"pan": 77}})
+    assert not device.run(hide, False)
+    until(lambda: device.value("mcu.pan") == "77")
+
+
 def test_phone_keyboard_and_dark(device):
     try:
         device.browser.execute_cdp_cmd("Emulation.setDeviceMetricsOverride", {
