@@ -130,7 +130,8 @@ def main(requests):
     seconds = time.monotonic() - start
     growth = memory(simulator) - halfway[0]
 
-    assert [client.poll() for client in busy] == [None, None], "a client of the control interface has failed"
+    ended = [client.poll() for client in busy]
+    assert ended == [None, None], f"a client of the control interface has failed: {ended}"
     struck = {fault["fault"].split(":")[0]: fault["struck"] for fault in control("GET", "/faults")["faults"]
               if "chance" in fault["fault"]}
     rounds = control("POST", "/faults", {"kind": "no-reply", "match": "EEEEEEEE"})["id"] - len(FAULTS) - 1
