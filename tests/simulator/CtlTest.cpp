@@ -117,7 +117,7 @@ TEST_F(Ctl, CutsTheSupply) {
 }
 
 TEST_F(Ctl, RestartsTheDeviceFromAFile) {
-  EXPECT_EQ(Run("scenario " SIM_SOURCE "/simulator/scenarios/night.toml"), "");
+  EXPECT_EQ(Run("scenario \"" SIM_SOURCE "/simulator/scenarios/night.toml\""), "");
   EXPECT_EQ(Run("get ae_mode"), "manual\n");
   EXPECT_EQ(Run("scenario wide-dynamic-range"), "");
   EXPECT_EQ(Run("get wdr_mode"), "on\n");

@@ -143,8 +143,10 @@ TEST_F(Stop, EndsAStartThatWaitsForAPeer) {
 TEST_F(Stop, EndsAStartThatWaitsForANameServer) {
   const char* const given = getenv("ASAN_OPTIONS");
   const std::string sanitizer = given != nullptr ? given : "";
+  const std::string library = folder_ + "/slow_lookup.so";  // LD_PRELOAD takes no path with a space
+  std::filesystem::create_symlink(SLOW_LOOKUP, library);
   for (const int signal : kStopSignals) {
-    setenv("LD_PRELOAD", SLOW_LOOKUP, 1);
+    setenv("LD_PRELOAD", library.c_str(), 1);
     setenv("ASAN_OPTIONS", (sanitizer + ":verify_asan_link_order=0").c_str(), 1);  // it is not loaded first
     Running program({"--fast", "--key-path", queues_.path(), "--control", "sim.example:0"});
     unsetenv("LD_PRELOAD");

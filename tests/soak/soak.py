@@ -45,6 +45,7 @@ class Checked(Client):
 def be_busy():
     """A client that queries and changes the device, and adds and removes faults, until it is killed."""
     client = Checked(CONTROL)
+    print("busy", flush=True)
     last = 0
     while True:
         client("GET", "/state")
@@ -121,7 +122,10 @@ def main(requests):
         control("POST", "/faults", {**fault, "only": "mcu"})
     stalled = Checked(CONTROL)
     stalled.request("GET", "/events")  # its answer is never read
-    busy = [subprocess.Popen([sys.executable, __file__, "--busy"]) for _ in range(2)]
+    busy = []
+    for _ in range(2):  # one after the other: proot 5.4 can crash programs that start at the same moment
+        busy.append(subprocess.Popen([sys.executable, __file__, "--busy"], stdout=subprocess.PIPE))
+        assert busy[-1].stdout.readline() == b"busy\n"
 
     soak = Soak(requests)
     halfway = []
