@@ -17,7 +17,8 @@ _zr4410_offer() { # WORD
     37 | 42) show=0 ;; # a key that inserts each choice in turn, or all of them
   esac
   ((${#choices[@]} > 1)) || show=0
-  local kept=${1%"${1##*["$COMP_WORDBREAKS"]}"} # of a word with such a character, readline replaces only the last part
+  local breaks=${COMP_WORDBREAKS//[[:space:]\"\']/}
+  local kept=${1%"${1##*["$breaks"]}"} # of a word with such a character, readline replaces only the last part
   COMPREPLY=()
   for choice in "${!choices[@]}"; do
     meaning=${meanings[choice]}
@@ -161,11 +162,31 @@ _simZR4410_faults() { # WORD
   done
 }
 
+# Splits the line before the cursor as the shell does: sets words, and word, which is completed. Both are unquoted.
+_simZR4410_split() {
+  local line=${COMP_LINE:0:COMP_POINT} quote='' char at
+  words=() word=
+  for ((at = 0; at < ${#line}; ++at)); do
+    char=${line:at:1}
+    if [[ -z $quote && $char == [[:blank:]] ]]; then
+      [ -z "$word" ] || words+=("$word")
+      word=
+    elif [[ $char == "$quote" ]]; then
+      quote=
+    elif [[ -z $quote && $char == [\"\'] ]]; then
+      quote=$char
+    elif [[ $char == \\ && $quote != \' ]]; then
+      word+=${line:$((++at)):1}
+    else
+      word+=$char
+    fi
+  done
+}
+
 _simZR4410() { # PROGRAM
-  local line=${COMP_LINE:0:COMP_POINT}
-  local word=${line##*[[:blank:]]} option='' each previous='' help scenario
+  local word option='' each previous='' help scenario
   local -a words command=() control=()
-  read -ra words <<<"${line%"$word"}"
+  _simZR4410_split
   help=$("$1" --help)
   for each in "${words[@]:1}"; do
     if [ "$previous" = --control ]; then
@@ -206,6 +227,7 @@ _simZR4410() { # PROGRAM
         done
         compgen -f -- "$word"
       )
+      compopt -o filenames 2>/dev/null || true # bash quotes blanks and ends the name of a directory with a slash
       ;;
     --* | 'ctl scenario') ;; # files
     'ctl get' | 'ctl set')

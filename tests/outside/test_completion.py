@@ -156,6 +156,12 @@ def test_the_scenarios_are_those_that_are_installed():
     assert choices("simZR4410 --scenario READ") == ["README.md"]  # a file is possible too
 
 
+@pytest.mark.parametrize("typed", ['"{}/a n', "'{}/a n", '"{}"/"a "n', "{}/a\\ n", "--seed '1 ' --scenario={}/a\\ n"])
+def test_a_path_may_have_a_blank(tmp_path, typed):
+    (tmp_path / "a night.toml").touch()
+    assert choices("simZR4410 --scenario " + typed.format(tmp_path)) == [f"{tmp_path}/a night.toml"]
+
+
 @pytest.mark.parametrize("line, expected", [
     ("simZR4410 --fault lat", ["late"]), ("simZR4410 --fault late:m", ["match=", "ms="]),
     # After : and = readline replaces only the last part.
@@ -180,7 +186,8 @@ def test_the_variables_are_those_of_the_running_simulator():
 # --- In a terminal ---
 
 
-def test_bash_lists_and_inserts():
+def test_bash_lists_and_inserts(tmp_path):
+    (tmp_path / "a folder").mkdir()
     shell, terminal = pty.openpty()
     process = subprocess.Popen(["bash", "--norc", "--noprofile", "-i"], stdin=terminal, stdout=terminal,
                                stderr=terminal, env={**ENVIRONMENT, "TERM": "dumb", "INPUTRC": "/dev/null"},
@@ -202,6 +209,7 @@ def test_bash_lists_and_inserts():
         type_and_await("echo testZR4410 x\x15testZR4410 -m 17 \t\t", "1  automatic response")
         type_and_await("\x15simZR4410 --fault lat\t", "late")
         type_and_await(":ms\t", "ms=")
+        type_and_await(f"\x15simZR4410 --scenario {tmp_path}/a\t", "a\\ folder/")
     finally:
         process.kill()
         process.wait()
