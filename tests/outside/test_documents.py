@@ -1,4 +1,5 @@
-"""The documents that no other test covers: the version, all manual pages, libzr4410(3), the completion and NEWS.md."""
+"""The documents that no other test covers: the version, all manual pages, libzr4410(3), the completion, NEWS.md and the
+tests that CONTRIBUTING.md names."""
 
 import os
 import re
@@ -112,3 +113,14 @@ def test_the_messages_page_defines_the_command_that_it_uses():
 def test_the_news_are_of_this_version():
     headings = re.findall(r"^## (.*)$", (ROOT / "NEWS.md").read_text(), re.MULTILINE)
     assert headings[0] == VERSION
+
+
+# --- CONTRIBUTING.md ---
+
+
+def test_the_tests_that_the_recipes_name_exist():
+    named = set(re.findall(r"`(?:All/)?([A-Z]\w+\.[A-Z]\w+|test_\w+)`", (ROOT / "CONTRIBUTING.md").read_text()))
+    tests = "\n".join(file.read_text() for file in (ROOT / "tests").rglob("*.*") if file.suffix in (".cpp", ".py"))
+    exist = {".".join(names) for names in re.findall(r"^TEST\w*\((\w+), (\w+)\)", tests, re.MULTILINE)}
+    exist.update(re.findall(r"^def (test_\w+)", tests, re.MULTILINE))
+    assert len(named) > 20 and sorted(named - exist) == []
