@@ -2,14 +2,39 @@
 # Completion of testZR4410 and simZR4410 in bash; needs no other package. Installed once for each of the two programs.
 # While there are several choices, each is listed with its meaning; only the choice itself is inserted.
 
-# Sets COMPREPLY to the choices that begin with WORD. Each line of standard input is a choice and, after a tab, its
-# meaning.
-_zr4410_offer() { # WORD
+# Splits the line before the cursor as the shell does. Sets words, and word, which is completed; both are unquoted. Sets
+# kept to the beginning of word that readline does not replace: what is before an open quote, or before the last
+# unquoted character that separates words for readline, such as a colon.
+_zr4410_split() {
+  local line=${COMP_LINE:0:COMP_POINT} quote='' before_quote='' char at
+  words=() word='' kept=''
+  for ((at = 0; at < ${#line}; ++at)); do
+    char=${line:at:1}
+    if [[ -z $quote && $char == [[:blank:]] ]]; then
+      [ -z "$word" ] || words+=("$word")
+      word='' kept=''
+    elif [[ $char == "$quote" ]]; then
+      quote='' kept=$before_quote # a closed quote does not count
+    elif [[ -z $quote && $char == [\"\'] ]]; then
+      quote=$char before_quote=$kept kept=$word
+    elif [[ $char == \\ && $quote != \' ]]; then
+      word+=${line:$((++at)):1}
+    else
+      [[ -n $quote || $char != @ || $COMP_WORDBREAKS != *@* ]] || kept=$word # readline replaces the @ too
+      word+=$char
+      [[ -n $quote || $char == @ || $COMP_WORDBREAKS != *"$char"* ]] || kept=$word
+    fi
+  done
+}
+
+# Sets COMPREPLY to the choices that begin with word, or with what follows PREFIX in it. Each line of standard input is
+# a choice and, after a tab, its meaning.
+_zr4410_offer() { # [PREFIX]
   local choice meaning show=1
   local -a choices=() meanings=()
   while IFS=$'\t' read -r choice meaning; do
-    if [[ $choice == "$1"* ]]; then
-      choices+=("$choice")
+    if [[ ${1-}$choice == "$word"* ]]; then
+      choices+=("${1-}$choice")
       meanings+=("$meaning")
     fi
   done
@@ -17,8 +42,6 @@ _zr4410_offer() { # WORD
     37 | 42) show=0 ;; # a key that inserts each choice in turn, or all of them
   esac
   ((${#choices[@]} > 1)) || show=0
-  local breaks=${COMP_WORDBREAKS//[[:space:]\"\']/}
-  local kept=${1%"${1##*["$breaks"]}"} # of a word with such a character, readline replaces only the last part
   COMPREPLY=()
   for choice in "${!choices[@]}"; do
     meaning=${meanings[choice]}
@@ -106,16 +129,15 @@ _testZR4410_words='
 '
 
 _testZR4410() {
-  local line=${COMP_LINE:0:COMP_POINT}
-  local word=${line##*[[:blank:]]} at choice meaning before
+  local word kept at choice meaning before
   local -a words
-  read -ra words <<<"${line%"$word"}"
+  _zr4410_split
   case ${words[1]-} in
     --sys) words[1]=-y ;;
     --sony | --mcu | --cmd | --inq | --read) words[1]=${words[1]:1:2} ;;
   esac
   before=${words[*]:1}
-  _zr4410_offer "$word" < <(
+  _zr4410_offer < <(
     while IFS='|' read -r at choice meaning; do
       if [[ -n $choice && $before =~ ^${at//_/[^ ]+}$ && ($choice != --* || $word == --*) ]]; then
         printf '%s\t%s\n' "$choice" "$meaning"
@@ -162,38 +184,21 @@ _simZR4410_faults() { # WORD
   done
 }
 
-# Splits the line before the cursor as the shell does: sets words, and word, which is completed. Both are unquoted.
-_simZR4410_split() {
-  local line=${COMP_LINE:0:COMP_POINT} quote='' char at
-  words=() word=
-  for ((at = 0; at < ${#line}; ++at)); do
-    char=${line:at:1}
-    if [[ -z $quote && $char == [[:blank:]] ]]; then
-      [ -z "$word" ] || words+=("$word")
-      word=
-    elif [[ $char == "$quote" ]]; then
-      quote=
-    elif [[ -z $quote && $char == [\"\'] ]]; then
-      quote=$char
-    elif [[ $char == \\ && $quote != \' ]]; then
-      word+=${line:$((++at)):1}
-    else
-      word+=$char
-    fi
-  done
-}
-
 _simZR4410() { # PROGRAM
-  local word option='' each previous='' help scenario
+  local word kept program=$1 option='' prefix='' each previous='' help scenario
   local -a words command=() control=()
-  _simZR4410_split
-  help=$("$1" --help)
+  _zr4410_split
+  [[ $program != \~/* ]] || program=$HOME${program:1}
+  type -P "$program" >/dev/null || program=simZR4410
+  help=$("$program" --help 2>/dev/null) || return
   for each in "${words[@]:1}"; do
     if [ "$previous" = --control ]; then
       control=(--control "$each")
+    elif [[ $each == --control=* ]]; then
+      control=("$each")
     elif [[ $'\n'$(_simZR4410_listed subcommands <<<"$help") == *$'\n'"$each"$'\t'* ]]; then
       command+=("$each")
-      help=$("$1" "${command[@]}" --help)
+      help=$("$program" "${command[@]}" --help)
     fi
     previous=$each
   done
@@ -203,46 +208,50 @@ _simZR4410() { # PROGRAM
   case $previous in --*) option=$previous ;; esac
   if [[ $word == --*=* ]]; then
     option=${word%%=*}
-    word=${word#*=}
+    prefix=$option=
   fi
-  local takes_value=$'\n +'"$option [A-Z][A-Z]" values='TEXT:[{]([^}]*)[}]'
+  local takes_value=$'\n +'"$option [A-Z][A-Z]" takes_text=$'\n +'"$option TEXT" values='TEXT:[{]([^}]*)[}]'
   if [[ -n $option && $help =~ $takes_value ]]; then
     place=$option
     values="$option $values"
   fi
   if [[ $place == --* || $place == 'ctl supply' ]] && [[ $help =~ $values ]]; then
-    _zr4410_offer "$word" <<<"${BASH_REMATCH[1]//,/$'\n'}"
-    return
+    place=values
+    values=${BASH_REMATCH[1]//,/$'\n'}
   fi
+  [[ $place == 'ctl scenario' || $place == --* && $help =~ $takes_text ]] ||
+    compopt +o default 2>/dev/null || true # bash offers files only where one may be given
   case $place in
+    values) _zr4410_offer "$prefix" <<<"$values" ;;
     --fault | 'ctl fault')
-      _zr4410_offer "$word" < <("$1" --faults | _simZR4410_faults "$word")
+      _zr4410_offer "$prefix" < <("$program" --faults | _simZR4410_faults "${word#"$prefix"}")
       compopt -o nospace 2>/dev/null || true # a colon or a value may follow
       ;;
     --scenario)
-      _zr4410_offer "$word" < <(
-        for scenario in "$(dirname "$(readlink -f "$(type -P "$1")")")"/../share/zr4410/scenarios/*.toml; do
+      _zr4410_offer "$prefix" < <(
+        for scenario in "$(dirname "$(readlink -f "$(type -P "$program")")")"/../share/zr4410/scenarios/*.toml; do
           scenario=${scenario##*/}
-          printf '%s\n' "${scenario%.toml}"
+          [ "$scenario" = '*.toml' ] || printf '%s\n' "${scenario%.toml}"
         done
-        compgen -f -- "$word"
+        compgen -f -- "${word#"$prefix"}"
       )
       compopt -o filenames 2>/dev/null || true # bash quotes blanks and ends the name of a directory with a slash
       ;;
     --* | 'ctl scenario') ;; # files
     'ctl get' | 'ctl set')
-      _zr4410_offer "$word" < <("$1" ctl "${control[@]}" get 2>/dev/null | while IFS='=' read -r each previous; do
+      _zr4410_offer < <("$program" ctl "${control[@]}" get 2>/dev/null | while IFS='=' read -r each previous; do
         [ "$place" = 'ctl get' ] || each+='='
         printf '%s\t%s\n' "$each" "$previous"
+        [[ -z $word || $each != *.* ]] || printf '%s\t%s\n' "${each#*.}" "$previous" # the short name
       done)
       [ "$place" = 'ctl get' ] || compopt -o nospace 2>/dev/null || true
       ;;
-    'ctl clear') _zr4410_offer "$word" < <("$1" ctl "${control[@]}" faults 2>/dev/null | sed 's/ /\t/') ;;
+    'ctl clear') _zr4410_offer < <("$program" ctl "${control[@]}" faults 2>/dev/null | sed 's/ /\t/') ;;
     *)
       if [[ $word == -* ]]; then
-        _zr4410_offer "$word" < <(_simZR4410_listed options <<<"$help")
+        _zr4410_offer < <(_simZR4410_listed options <<<"$help")
       else
-        _zr4410_offer "$word" < <(_simZR4410_listed subcommands <<<"$help")
+        _zr4410_offer < <(_simZR4410_listed subcommands <<<"$help")
       fi
       ;;
   esac

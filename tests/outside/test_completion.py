@@ -179,39 +179,87 @@ def test_the_variables_are_those_of_the_running_simulator():
     ask = f"bash -uc '{ASK}' bash \"{COMPLETION}\"".replace("'%s", "'\\''%s").replace("\\n'", "\\n'\\''")
     listed = printed(ROOT / "script/sandbox", "--build", BIN.parent, "sh", "-c",
                      f"{ask} 'simZR4410 ctl get camera.ae_m'; {ask} 'simZR4410 ctl set camera.iris'; "
+                     f"{ask} \"simZR4410 ctl --control=$ZR4410_CONTROL get ae_m\"; "
                      f"simZR4410 ctl fault late >/dev/null; {ask} 'simZR4410 ctl clear '")
-    assert listed.splitlines() == ["camera.ae_mode", "camera.iris_pos=", "1"]
+    assert listed.splitlines() == ["camera.ae_mode", "camera.iris_pos=", "ae_mode", "1"]
 
 
 # --- In a terminal ---
 
 
-def test_bash_lists_and_inserts(tmp_path):
-    (tmp_path / "a folder").mkdir()
-    shell, terminal = pty.openpty()
-    process = subprocess.Popen(["bash", "--norc", "--noprofile", "-i"], stdin=terminal, stdout=terminal,
-                               stderr=terminal, env={**ENVIRONMENT, "TERM": "dumb", "INPUTRC": "/dev/null"},
-                               start_new_session=True)
-    seen = ""
+class Terminal:
+    """An interactive bash in a pseudo-terminal."""
 
-    def type_and_await(text, answer):
-        nonlocal seen
-        seen = ""
-        os.write(shell, text.encode())
-        deadline = time.monotonic() + 60
-        while answer not in seen:
-            assert time.monotonic() < deadline, seen
-            if select.select([shell], [], [], 0.1)[0]:
-                seen += os.read(shell, 4096).decode()
-
-    try:
-        type_and_await(f". '{COMPLETION}'; echo so''urced\n", "sourced")
-        type_and_await("echo testZR4410 x\x15testZR4410 -m 17 \t\t", "1  automatic response")
-        type_and_await("\x15simZR4410 --fault lat\t", "late")
-        type_and_await(":ms\t", "ms=")
-        type_and_await(f"\x15simZR4410 --scenario {tmp_path}/a\t", "a\\ folder/")
-    finally:
-        process.kill()
-        process.wait()
-        os.close(shell)
+    def __init__(self, directory):
+        self.shell, terminal = pty.openpty()
+        self.process = subprocess.Popen(
+            ["bash", "--norc", "--noprofile", "-i"], stdin=terminal, stdout=terminal, stderr=terminal, cwd=directory,
+            env={**ENVIRONMENT, "TERM": "dumb", "INPUTRC": "/dev/null"}, start_new_session=True)
         os.close(terminal)
+        self.type_and_await(f". '{COMPLETION}'; echo so''urced\n", "sourced")
+        self.type_and_await("""bind -x '"\\C-x": printf "<%s>" "$READLINE_LINE"'; echo bo''und\n""", "bound")
+
+    def type_and_await(self, text, pattern):
+        os.write(self.shell, text.encode())
+        seen, deadline = "", time.monotonic() + 60
+        while not (found := re.search(pattern, seen, re.DOTALL)):
+            assert time.monotonic() < deadline, seen
+            if select.select([self.shell], [], [], 0.1)[0]:
+                seen += os.read(self.shell, 4096).decode()
+        return found[0]
+
+    def line_after(self, text):
+        """The command line once the text has been typed in an empty line."""
+        return self.type_and_await(f"\x05\x15{text}\x18", "<[^<>]*>")[1:-1]
+
+    def close(self):
+        self.process.kill()
+        self.process.wait()
+        os.close(self.shell)
+
+
+@pytest.fixture(scope="module")
+def terminal(tmp_path_factory):
+    directory = tmp_path_factory.mktemp("terminal")
+    for name in ("a folder", "x:y"):
+        (directory / name).mkdir()
+    for file in ("a folder/z.toml", "x:y/z.toml", "shot (1).toml", "me@host.toml"):
+        (directory / file).touch()
+    terminal = Terminal(directory)
+    yield terminal
+    terminal.close()
+
+
+def test_bash_lists_the_choices(terminal):
+    terminal.type_and_await("\x15testZR4410 -m 17 \t\t", "1  automatic response")
+
+
+@pytest.mark.parametrize("typed, inserted", [
+    ("testZR4410 -m 1\t7\t", "testZR4410 -m 17 "), ('testZR4410 "-m" 12 1\t', 'testZR4410 "-m" 12 1 '),
+    ("simZR4410 --fault lat\t", "simZR4410 --fault late"),
+    ("simZR4410 --fault late:ms\t", "simZR4410 --fault late:ms="),
+    ("simZR4410 --fault late:ms=25,nt\t", "simZR4410 --fault late:ms=25,nth="),
+    ("simZR4410 --fault=late:nt\t", "simZR4410 --fault=late:nth="),
+    ('simZR4410 --fault "late:ms\t', 'simZR4410 --fault "late:ms="'),
+    ("simZR4410 ctl fault 'late:ms=25,nt\t", "simZR4410 ctl fault 'late:ms=25,nth='"),
+    ('simZR4410 --fault="late:nt\t', 'simZR4410 --fault="late:nth="'),
+    ('simZR4410 "--colour=al\t', 'simZR4410 "--colour=always" '),
+    ("simZR4410 --colour=al\t", "simZR4410 --colour=always "),
+    ("simZR4410 --fault nope\t", "simZR4410 --fault nope"), ("simZR4410 --seed a\t", "simZR4410 --seed a"),
+    ("simZR4410 decode a\t", "simZR4410 decode a"),
+    ("simZR4410 --scenario a\t", "simZR4410 --scenario a\\ folder/"),
+    ("simZR4410 --scenario=a\\ folder/\t", "simZR4410 --scenario=a\\ folder/z.toml "),
+    ('simZR4410 --scenario "a folder/\t', 'simZR4410 --scenario "a folder/z.toml" '),
+    ('simZR4410 --scenario "a folder"/\t', 'simZR4410 --scenario a\\ folder/z.toml '),
+    ('simZR4410 --scenario "x:y/\t', 'simZR4410 --scenario "x:y/z.toml" '),
+    ("simZR4410 --scenario x\\:y/\t", "simZR4410 --scenario x\\:y/z.toml "),
+    ('simZR4410 --scenario "shot (\t', 'simZR4410 --scenario "shot (1).toml" '),
+    ("simZR4410 --scenario shot\\ \\(\t", "simZR4410 --scenario shot\\ \\(1\\).toml "),
+    ("simZR4410 --scenario me@\t", "simZR4410 --scenario me\\@host.toml "),
+    ("simZR4410 --capture a\t", "simZR4410 --capture a\\ folder/"),
+    ("simZR4410 ctl scenario x\t", "simZR4410 ctl scenario x\\:y/"),
+    ("/no/simZR4410 --fas\t", "/no/simZR4410 --fast "),
+    ("simZR4410 --fas --quiet\x1bb" + 3 * "\x02" + "\t", "simZR4410 --fast --quiet"),  # the cursor is after --fas
+])
+def test_bash_inserts(terminal, typed, inserted):
+    assert terminal.line_after(typed) == inserted
