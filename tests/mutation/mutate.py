@@ -31,6 +31,7 @@ import time
 
 FOLDERS = ["support", "link", "mcu", "camera", "frontend"]
 SLOW_MS, LEFT_OUT_MS = 300, 3000  # longer tests run last, or not at all
+LARGEST_FILE = 16 << 20  # a mutant that writes without end must not fill the disk
 TOKENS = re.compile(
     r"""(?P<comment>//[^\n]*|/\*.*?\*/)
       | (?P<pp>(?<=\n)[ \t]*\#(?:[^\n]*\\\n)*[^\n]*|\A\#[^\n]*)
@@ -362,7 +363,8 @@ class Project:
         """Runs the tests. Returns None if they take too long."""
         environment = {**os.environ, "LD_LIBRARY_PATH": str(library), "TZ": "UTC0"}
         process = subprocess.Popen(
-            [self.tests, f"--gtest_filter={tests}", "--gtest_fail_fast", "--gtest_brief=1", *options],
+            ["prlimit", f"--fsize={LARGEST_FILE}", self.tests, f"--gtest_filter={tests}", "--gtest_fail_fast",
+             "--gtest_brief=1", *options],
             stdout=subprocess.PIPE, stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL, text=True, errors="replace",
             env=environment, cwd=self.directory, start_new_session=True)
         try:
