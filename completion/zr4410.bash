@@ -20,9 +20,10 @@ _zr4410_split() {
     elif [[ $char == \\ && $quote != \' ]]; then
       word+=${line:$((++at)):1}
     else
-      [[ -n $quote || $char != @ || $COMP_WORDBREAKS != *@* ]] || kept=$word # readline replaces the @ too
+      if [[ -z $quote && $COMP_WORDBREAKS == *"$char"* ]]; then
+        kept=$word${char#@} # readline also replaces an @
+      fi
       word+=$char
-      [[ -n $quote || $char == @ || $COMP_WORDBREAKS != *"$char"* ]] || kept=$word
     fi
   done
 }

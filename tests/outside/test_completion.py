@@ -194,7 +194,7 @@ class Terminal:
         self.shell, terminal = pty.openpty()
         self.process = subprocess.Popen(
             ["bash", "--norc", "--noprofile", "-i"], stdin=terminal, stdout=terminal, stderr=terminal, cwd=directory,
-            env={**ENVIRONMENT, "TERM": "dumb", "INPUTRC": "/dev/null"}, start_new_session=True)
+            env={**ENVIRONMENT, "HOME": str(directory), "TERM": "dumb", "INPUTRC": "/dev/null"}, start_new_session=True)
         os.close(terminal)
         self.type_and_await(f". '{COMPLETION}'; echo so''urced\n", "sourced")
         self.type_and_await("""bind -x '"\\C-x": printf "<%s>" "$READLINE_LINE"'; echo bo''und\n""", "bound")
@@ -225,6 +225,9 @@ def terminal(tmp_path_factory):
         (directory / name).mkdir()
     for file in ("a folder/z.toml", "x:y/z.toml", "shot (1).toml", "me@host.toml"):
         (directory / file).touch()
+    own = directory / "simZR4410"  # another program of that name, without scenarios
+    own.write_text("#!/bin/sh\necho '  --own   Text'; echo '  --scenario TEXT   Text'\n")
+    own.chmod(0o755)
     terminal = Terminal(directory)
     yield terminal
     terminal.close()
@@ -258,7 +261,8 @@ def test_bash_lists_the_choices(terminal):
     ("simZR4410 --scenario me@\t", "simZR4410 --scenario me\\@host.toml "),
     ("simZR4410 --capture a\t", "simZR4410 --capture a\\ folder/"),
     ("simZR4410 ctl scenario x\t", "simZR4410 ctl scenario x\\:y/"),
-    ("/no/simZR4410 --fas\t", "/no/simZR4410 --fast "),
+    ("/no/simZR4410 --fas\t", "/no/simZR4410 --fast "), ("~/simZR4410 --ow\t", "~/simZR4410 --own "),
+    ('~/simZR4410 --scenario "*\t', '~/simZR4410 --scenario "*'),
     ("simZR4410 --fas --quiet\x1bb" + 3 * "\x02" + "\t", "simZR4410 --fast --quiet"),  # the cursor is after --fas
 ])
 def test_bash_inserts(terminal, typed, inserted):
