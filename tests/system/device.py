@@ -252,7 +252,11 @@ def remove_all_queues():
 
 
 def open_queue(project):
-    return sysv_ipc.MessageQueue(ftok(project), sysv_ipc.IPC_CREAT, mode=0o666, max_message_size=8192)
+    """Opens the queue as a daemon does. To be called before the tool starts: a queue that the tool has created can only
+    be opened by a process with CAP_IPC_OWNER."""
+    queue = sysv_ipc.MessageQueue(ftok(project), sysv_ipc.IPC_CREAT, mode=0o666, max_message_size=8192)
+    assert queue.mode == 0o666
+    return queue
 
 
 def frame(code, data):

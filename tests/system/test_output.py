@@ -41,9 +41,9 @@ def test_the_usage_ends_with_status_0(tool, nowhere):
 
 
 def test_a_stop_signal_ends_a_run_whose_reader_stalls(start):
+    replies = open_queue("a")
     run = start("-r", "-g")
     fcntl.fcntl(run.process.stdout, fcntl.F_SETPIPE_SZ, 4096)  # unread, it holds about 25 dumps
-    replies = open_queue("a")
     for _ in range(60):
         replies.send(ANY_MESSAGE, type=1)
     deadline = time.monotonic() + TIME_LIMIT
