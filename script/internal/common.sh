@@ -66,7 +66,7 @@ build() {
 # pytest skipped any.
 run_tests() {
   local log=$1/ctest.log status=0
-  local jobs=$(($(nproc) * 2)) # many tests mostly wait
+  local jobs=$(($(nproc) + 1)) # some tests mostly wait
   ctest --test-dir "$1" --parallel "$jobs" --no-tests=error --no-label-summary --output-on-failure "${@:2}" 2>&1 |
     progress >"$log" || status=$?
   if [ "$status" = 0 ]; then

@@ -10,7 +10,7 @@ from pathlib import Path
 
 import pytest
 
-from device import CONF_IMG, DEBUG, INFO, LOOP_FAILED, MODE_FAILED, TIME_LIMIT, errors, open_queue
+from device import CONF_IMG, DEBUG, INFO, LOOP_FAILED, MODE_FAILED, TIME_LIMIT, at_most, errors, open_queue
 
 CATCH_LINES = {signal.SIGINT: (DEBUG, "Catch SIGINT!"), signal.SIGTERM: (DEBUG, "Catch SIGTERM!")}
 
@@ -58,7 +58,7 @@ def test_a_stop_signal_ends_a_run_within_100_ms(start, wait, arguments):
         run.signal(number)
         seconds.append(run.seconds_to_end())
         assert run.finish().body()
-    assert statistics.median(seconds) < 0.100, seconds
+    assert statistics.median(seconds) < at_most(0.100), seconds
 
 
 def test_sigusr1_and_sigusr2_are_logged_and_stop_nothing(start):

@@ -20,7 +20,8 @@ from typing import NamedTuple
 
 import pytest
 
-from device import (ACK, CONF_IMG, DEBUG, ERROR, INFO, MODE_FAILED, READ_BACK_FAILED, Daemon, Syslog, camera, mcu)
+from device import (ACK, CONF_IMG, DEBUG, ERROR, INFO, MODE_FAILED, READ_BACK_FAILED, Daemon, Syslog, at_most, camera,
+                    mcu)
 
 SECONDS = float(os.environ.get("ZR4410_STORM_SECONDS", "0.25"))
 STORM = [sys.executable, "-I", "-S", str(Path(__file__).with_name("storm.py"))]
@@ -200,7 +201,7 @@ def test_a_storm_and_a_stop(start, storm, ends, number):
     caught = (DEBUG, STOPS[stop])
     if isinstance(mode, Waiting):
         assert lines == [caught, *mode.lines]
-        assert took < 1.5  # less than the time-out of 2 s
+        assert took < at_most(1.5)  # less than the time-out of 2 s
         ends[0].append(took)
     else:
         assert lines.count(caught) <= 1
@@ -213,7 +214,7 @@ def test_a_run_ends_within_150_ms_of_the_stop_signal(ends):
     # Only nine in ten, because other processes on this machine may delay a run.
     slowest = sorted(ends[0])
     assert len(slowest) >= min(RUNS, len(WAITING))
-    assert slowest[len(slowest) * 9 // 10] < 0.150, slowest[-10:]
+    assert slowest[len(slowest) * 9 // 10] < at_most(0.150), slowest[-10:]
 
 
 @pytest.mark.parametrize("stop", STOPS, ids=STOPS.get)
