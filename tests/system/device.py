@@ -259,8 +259,8 @@ def remove_all_queues():
 
 
 def open_queue(project):
-    """Opens the queue as a daemon does. To be called before the tool starts: a queue that the tool has created can only
-    be opened by a process with CAP_IPC_OWNER."""
+    """Opens the queue as a daemon does. The tool must not have created it: then only a process with CAP_IPC_OWNER could
+    open it for reading and writing."""
     queue = sysv_ipc.MessageQueue(ftok(project), sysv_ipc.IPC_CREAT, mode=0o666, max_message_size=8192)
     assert queue.mode == 0o666
     return queue
